@@ -1,0 +1,82 @@
+#!/usr/bin/env bash
+# Builds the FFmpeg generation that recording needs (libavcodec 58, libavformat 58,
+# libavutil 56), once, into natives/:
+#
+#   natives/x64/lib{avutil.so.56,avcodec.so.58,avformat.so.58}   where the addon looks
+#   natives/include/                                             headers to build against
+#
+# No current distribution carries this generation, so it comes from the pinned source
+# archive, through the Debian mirror that this machine is configured for.
+#
+# OSTREL_FFMPEG_TARBALL=FILE names a local copy of that archive instead.
+set -euo pipefail
+
+readonly archive=ffmpeg_4.3.7.orig.tar.xz
+readonly sha256=177d074943251bec33e1f9bc5979378ff5771882482ba9b3aee2cb18dd400554
+readonly root=$(cd "$(dirname "$0")/.." && pwd)
+readonly natives=$root/natives
+readonly work=$root/build/ffmpeg
+readonly log=$work/build.log
+
+fail() {
+  printf 'FFmpeg: %s\n' "$*" >&2
+  exit 1
+}
+
+fetch() {
+  local helper=/usr/lib/apt/apt-helper repository
+  [ -x "$helper" ] || fail "apt is not here to fetch $archive; set OSTREL_FFMPEG_TARBALL to a local copy."
+  repository=$(apt-get indextargets --format '$(REPO_URI)' \
+    'Created-By: Packages' 'Codename: bookworm' 'Component: main' | head -n 1)
+  [ -n "$repository" ] || fail "no Debian 12 mirror is configured (run 'apt-get update'), or set OSTREL_FFMPEG_TARBALL."
+  "$helper" download-file "${repository%/}/pool/main/f/ffmpeg/$archive" "$work/$archive" "SHA256:$sha256" \
+    >>"$log" 2>&1 || fail "$archive could not be fetched (see $log); set OSTREL_FFMPEG_TARBALL to a local copy."
+}
+
+mkdir -p "$work"
+: >"$log"
+tarball=${OSTREL_FFMPEG_TARBALL:-$work/$archive}
+if [ -z "${OSTREL_FFMPEG_TARBALL:-}" ] && ! [ -f "$tarball" ]; then
+  fetch
+fi
+[ -f "$tarball" ] || fail "$tarball does not exist."
+printf '%s  %s\n' "$sha256" "$tarball" | sha256sum --check --status ||
+  fail "$tarball is not the pinned archive (its SHA-256 differs); remove it and run again."
+
+rm -rf "$work/source" "$work/install"
+mkdir -p "$work/source"
+tar -xJf "$tarball" -C "$work/source" --strip-components=1
+
+cd "$work/source"
+{
+  ./configure --prefix="$work/install" \
+    --enable-gpl --enable-shared --disable-static --enable-pic --disable-autodetect \
+    --disable-everything --disable-programs --disable-doc --disable-debug \
+    --disable-avdevice --disable-avfilter --disable-swscale --disable-swresample \
+    --disable-postproc --disable-network \
+    --enable-libx264 --enable-libopenh264 --enable-v4l2-m2m --enable-libdrm \
+    --enable-vaapi --enable-ffnvcodec --enable-nvenc \
+    --enable-encoder=libx264,libopenh264,h264_v4l2m2m,h264_vaapi,h264_nvenc \
+    --enable-muxer=mp4 --enable-protocol=file
+  make -j"$(nproc)"
+  make install
+} >>"$log" 2>&1 || fail "the build stopped; its last words stand in $log."
+
+# The libraries find each other beside themselves, wherever the folder is moved to.
+# Everything is laid out in a staging folder first: an interrupted run leaves no half set.
+staging=$work/staging
+rm -rf "$staging"
+mkdir -p "$staging/x64"
+for library in libavutil.so.56 libavcodec.so.58 libavformat.so.58; do
+  cp -L "$work/install/lib/$library" "$staging/x64/$library"
+  strip --strip-unneeded "$staging/x64/$library"
+  patchelf --set-rpath '$ORIGIN' "$staging/x64/$library"
+done
+cp -r "$work/install/include" "$staging/include"
+
+mkdir -p "$natives"
+rm -rf "$natives/include"
+mkdir -p "$natives/x64"
+mv "$staging/include" "$natives/include"
+mv "$staging"/x64/*.so.* "$natives/x64/"
+rm -rf "$work/source" "$work/install" "$staging"

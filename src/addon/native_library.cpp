@@ -1,0 +1,43 @@
+#include "addon/native_library.h"
+
+#include <dlfcn.h>
+
+namespace ostrel_native {
+
+void* OpenLibrary(const std::string& path) {
+  dlerror();  // drops a pending message of an earlier failure
+  void* const handle = dlopen(path.c_str(), RTLD_NOW);
+  if (handle != nullptr) {
+    return handle;
+  }
+  // Copied at once: the next dl call of this thread may clear it.
+  const std::string reason = SafeCString(dlerror());
+  const std::string text = "Could not load native library '" + path + "'";
+  SetLastError(reason.empty() ? text : text + ": " + reason);
+  return nullptr;
+}
+
+void CloseLibrary(void* handle) {
+  if (handle != nullptr) {
+    dlclose(handle);
+  }
+}
+
+void* LoadSymbol(void* handle, const char* name) {
+  // dlsym itself crashes on a null name.
+  return handle == nullptr || name == nullptr ? nullptr : dlsym(handle, name);
+}
+
+void SetMissingSymbolError(const char* name) {
+  SetLastError("Required symbol not found: " + SafeCString(name));
+}
+
+std::vector<std::string> BuildLoadCandidates(const std::string& explicitPath,
+                                             const std::vector<std::string>& defaults) {
+  if (!explicitPath.empty()) {
+    return {explicitPath};
+  }
+  return defaults;
+}
+
+}  // namespace ostrel_native
