@@ -17,8 +17,12 @@ constexpr std::size_t kMaxWideUnits = 4096;
 constexpr std::uint32_t kReplacementCharacter = 0xFFFD;
 constexpr std::uint32_t kMaxCodePoint = 0x10FFFF;
 
-constexpr bool IsHighSurrogate(std::uint32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-constexpr bool IsLowSurrogate(std::uint32_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+constexpr bool IsHighSurrogate(std::uint32_t unit) {
+  return unit >= 0xD800 && unit <= 0xDBFF;
+}
+constexpr bool IsLowSurrogate(std::uint32_t unit) {
+  return unit >= 0xDC00 && unit <= 0xDFFF;
+}
 
 void AppendUtf8(std::uint32_t codePoint, std::string& out) {
   const auto append = [&out](std::uint32_t byte) { out.push_back(static_cast<char>(byte)); };
@@ -52,7 +56,9 @@ std::string GetLastErrorString() {
   return g_lastError;
 }
 
-std::string SafeCString(const char* text) { return text == nullptr ? std::string() : text; }
+std::string SafeCString(const char* text) {
+  return text == nullptr ? std::string() : text;
+}
 
 std::string Utf16PtrToUtf8(const std::uint16_t* text) {
   std::string out;
@@ -87,8 +93,7 @@ std::string WCharPtrToUtf8(const wchar_t* text) {
   for (std::size_t i = 0; i < kMaxWideUnits && text[i] != L'\0'; ++i) {
     // wchar_t is signed here: without the cast a value from 0x80000000 up would pass as valid.
     const auto value = static_cast<std::uint32_t>(text[i]);
-    const bool invalid =
-        IsHighSurrogate(value) || IsLowSurrogate(value) || value > kMaxCodePoint;
+    const bool invalid = IsHighSurrogate(value) || IsLowSurrogate(value) || value > kMaxCodePoint;
     AppendUtf8(invalid ? kReplacementCharacter : value, out);
   }
   return out;

@@ -143,6 +143,10 @@ struct CameraBinding {
   CaptureDimensions RememberedDimensions(int device) const;
 };
 
+/// The name of a backend kind for script code; "none" for a kind that is none of them.
+/// Thread: any.
+const char* BackendName(BackendKind kind);
+
 /// The one camera binding of the process.
 extern CameraBinding g_camera;
 

@@ -18,16 +18,16 @@ enum class BackendKind : std::int32_t {
 // Result codes. Script code receives them as plain numbers; a backend's own negative codes
 // pass through unchanged.
 inline constexpr int kResultOk = 0;
-inline constexpr int kResultNotYet = -256;          ///< not yet, or nothing new
-inline constexpr int kResultNoPreview = -1;         ///< no preview for this device, or no such slot
-inline constexpr int kResultPreviewStopped = -5;    ///< preview not running
-inline constexpr int kResultNoBackend = -6;         ///< no backend, or its entry is missing
-inline constexpr int kResultBadSlot = -7;           ///< wrong buffer type, or a release that does not match
-inline constexpr int kResultFrameFailed = -8;       ///< a grab or a JPEG decode failed
-inline constexpr int kResultNoControl = -9;         ///< the image control is not available
-inline constexpr int kResultNoGeometry = -10;       ///< frame size unknown or not positive
-inline constexpr int kResultNoRoom = -11;           ///< buffer too small, or a frame that does not fit
-inline constexpr int kResultUnsupported = -13;      ///< backend or pixel format cannot do this
+inline constexpr int kResultNotYet = -256;        ///< not yet, or nothing new
+inline constexpr int kResultNoPreview = -1;       ///< no preview for this device, or no such slot
+inline constexpr int kResultPreviewStopped = -5;  ///< preview not running
+inline constexpr int kResultNoBackend = -6;       ///< no backend, or its entry is missing
+inline constexpr int kResultBadSlot = -7;  ///< wrong buffer type, or a release that does not match
+inline constexpr int kResultFrameFailed = -8;   ///< a grab or a JPEG decode failed
+inline constexpr int kResultNoControl = -9;     ///< the image control is not available
+inline constexpr int kResultNoGeometry = -10;   ///< frame size unknown or not positive
+inline constexpr int kResultNoRoom = -11;       ///< buffer too small, or a frame that does not fit
+inline constexpr int kResultUnsupported = -13;  ///< backend or pixel format cannot do this
 
 /// The size that `cameraStartCapture` was given for a device, each side at least 0.
 struct CaptureDimensions {

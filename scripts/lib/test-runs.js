@@ -1,0 +1,138 @@
+// Running the tests of one build, and counting them.
+
+import fs from 'node:fs';
+import os from 'node:os';
+import path from 'node:path';
+
+import { Step } from './output.js';
+import { addonDirectory, binaryDirectory, root, shown } from './paths.js';
+import { run } from './processes.js';
+
+// A thread that waits for another one should get its turn also on a machine with one core.
+const jobs = Math.max(2, os.cpus().length);
+
+/** The counts of a JUnit file as CTest writes it. */
+export function countJUnit(xml) {
+  const suite = /<testsuite\b[^>]*>/.exec(xml)?.[0] ?? '';
+  const read = (name) => Number(new RegExp(`\\b${name}="(\\d+)"`).exec(suite)?.[1] ?? 0);
+  const skipped = read('skipped') + read('disabled');
+  const failed = read('failures');
+  return { passed: read('tests') - failed - skipped, failed, skipped };
+}
+
+/** The counts at the end of what Node's test runner prints as TAP. */
+export function countTap(text) {
+  const read = (name) => Number(new RegExp(`^# ${name} (\\d+)$`, 'm').exec(text)?.[1] ?? 0);
+  return {
+    passed: read('pass'),
+    failed: read('fail') + read('cancelled'),
+    skipped: read('skipped') + read('todo'),
+  };
+}
+
+/** A run that ended badly has failed even if nothing in it says so, a crash for example. */
+export function withExitCode(counts, exitCode) {
+  return exitCode !== 0 && counts.failed === 0 ? { ...counts, failed: 1 } : counts;
+}
+
+/** The closing line of a test command. */
+export function summary(results) {
+  const sum = (key) => results.reduce((total, result) => total + result[key], 0);
+  return `${sum('passed')} passed, ${sum('failed')} failed`;
+}
+
+function finish(step, counts) {
+  const skipped = counts.skipped > 0 ? `, ${counts.skipped} skipped` : '';
+  step.done(`${counts.passed} passed, ${counts.failed} failed${skipped}  (${step.seconds} s)`);
+  return counts;
+}
+
+function readIfThere(file) {
+  return fs.existsSync(file) ? fs.readFileSync(file, 'utf8') : '';
+}
+
+/** Runs the unit tests of a preset, as one step, and gives their counts. */
+export async function runUnitTests(step, preset, env = {}) {
+  const directory = binaryDirectory(preset);
+  const report = path.join(directory, 'unit-tests.xml');
+  const log = path.join(directory, 'unit-tests.log');
+  [report, log].forEach((file) => fs.rmSync(file, { force: true }));
+  const remarks = [];
+  const onLine = (line) => {
+    const passed = /^ *(\d+)\/(\d+) Test +#\d+: (\S+) \.+ +Passed/.exec(line);
+    if (passed) {
+      step.progress(`${passed[1]} of ${passed[2]}  ${passed[3]}`);
+    } else if (!/^ +Start +\d+: /.test(line)) {
+      remarks.push(line);
+    }
+  };
+  const args = ['--test-dir', directory, '-j', String(jobs), '--output-on-failure', '--no-tests=error',
+    '--output-junit', report];
+  const exitCode = await run('ctest', args, { env, log, onLine });
+  if (exitCode !== 0) {
+    step.print([...remarks, `The whole output stands in ${shown(log)}.`]);
+  }
+  return finish(step, withExitCode(countJUnit(readIfThere(report)), exitCode));
+}
+
+/** The script tests: every *.test.js below test/script. */
+export function findScriptTests(directory = path.join(root, 'test', 'script')) {
+  return fs.readdirSync(directory, { withFileTypes: true })
+    .flatMap((entry) => {
+      const file = path.join(directory, entry.name);
+      return entry.isDirectory() ? findScriptTests(file) : [file];
+    })
+    .filter((file) => file.endsWith('.test.js'))
+    .sort();
+}
+
+/**
+ * Runs the script tests against the addon of a preset, as one step, and gives their counts. They
+ * find it through OSTREL_TEST_ADDON, and the fakes through OSTREL_TEST_BUILD_DIR.
+ */
+export async function runScriptTests(step, preset, env = {}) {
+  const directory = binaryDirectory(preset);
+  const log = path.join(directory, 'script-tests.log');
+  const report = path.join(directory, 'script-tests.txt');
+  [report, log].forEach((file) => fs.rmSync(file, { force: true }));
+  const files = findScriptTests();
+  let finished = 0;
+  let name = '';
+  const onLine = (line) => {
+    name = /^ *# Subtest: (.*)$/.exec(line)?.[1] ?? name;
+    if (/^ *(not )?ok \d+/.test(line)) {
+      step.progress(`${++finished}  ${name}`);
+    }
+  };
+  const args = ['--test', '--test-reporter=tap', '--test-reporter-destination=stdout',
+    '--test-reporter=spec', `--test-reporter-destination=${report}`, ...files];
+  const exitCode = await run(process.execPath, args, {
+    env: {
+      OSTREL_TEST_ADDON: path.join(addonDirectory(preset), 'ostrel_native.node'),
+      OSTREL_TEST_BUILD_DIR: directory,
+      ...env,
+    },
+    log,
+    onLine,
+  });
+  if (exitCode !== 0) {
+    const text = readIfThere(report);
+    const failures = text.slice(Math.max(text.lastIndexOf('failing tests:'), 0));
+    step.print([failures, `The whole output stands in ${shown(report)} and ${shown(log)}.`]);
+  }
+  return finish(step, withExitCode(countTap(readIfThere(log)), exitCode));
+}
+
+/** Runs all tests of a preset and gives the counts of each kind. */
+export async function runTests(preset, { unit, script } = {}) {
+  return [
+    await runUnitTests(new Step('unit tests'), preset, unit),
+    await runScriptTests(new Step('script tests'), preset, script),
+  ];
+}
+
+/** Prints the closing line and sets the exit code. */
+export function close(results) {
+  process.exitCode = results.some(({ failed }) => failed > 0) ? 1 : 0;
+  console.log(`\n${summary(results)}`);
+}

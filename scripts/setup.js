@@ -1,0 +1,58 @@
+// The set-up: brings this machine from a bare clone to a built preset. Each step looks first
+// whether its result stands already, so running it again costs about a second.
+
+import fs from 'node:fs';
+import path from 'node:path';
+import { fileURLToPath } from 'node:url';
+
+import { build, configure } from './lib/build.js';
+import { findFfmpeg, provideFfmpeg } from './lib/ffmpeg.js';
+import { provideNpmPackages } from './lib/npm-packages.js';
+import { Failure, Step, commandLine, runCommand } from './lib/output.js';
+import { providePackages } from './lib/packages.js';
+import { setupLog } from './lib/paths.js';
+
+// The oldest that sharp and the test runner's reporters work with.
+const oldestNode = [18, 17];
+
+/** What it takes to run the addon and the simulated camera, without tests and benchmarks. */
+export const addonTargets = ['ostrel_native', 'cnokhwa'];
+
+function checkNode(step) {
+  const [major, minor] = process.versions.node.split('.').map(Number);
+  if (major < oldestNode[0] || (major === oldestNode[0] && minor < oldestNode[1])) {
+    throw new Failure(
+      `Node.js ${process.versions.node} is too old: install ${oldestNode.join('.')} or newer,` +
+      ` then run "${commandLine()}" again.`);
+  }
+  if (process.platform !== 'linux' || process.arch !== 'x64') {
+    throw new Failure(`The addon is for x86-64 Linux; this is ${process.platform} on ${process.arch}.`);
+  }
+  step.done(process.versions.node);
+}
+
+/**
+ * Provides everything that a preset's build needs, and builds it.
+ * `groups`: package groups beyond those that every build needs. `tests`: whether the unit tests
+ * and the fakes are configured too; they need packages that running the addon doesn't. `presets`:
+ * built one after the other. `targets`: all if empty.
+ */
+export async function setUp({ presets = ['release'], groups = [], tests = false, targets = [] }) {
+  fs.mkdirSync(path.dirname(setupLog), { recursive: true });
+  fs.writeFileSync(setupLog, '');
+  console.log('Setting up');
+  checkNode(new Step('Node.js'));
+  const ffmpeg = findFfmpeg();
+  const ffmpegGroups = ffmpeg ? (ffmpeg.isSystem ? [] : ['ffmpegRun']) : ['ffmpegBuild', 'ffmpegRun'];
+  await providePackages(new Step('system packages'), ['build', 'run', ...ffmpegGroups, ...groups]);
+  await provideNpmPackages(new Step('npm packages'));
+  const ffmpegIncludeDirectory = await provideFfmpeg(new Step('FFmpeg 4 libraries'));
+  for (const preset of presets) {
+    await configure(new Step(`configure ${preset}`), preset, { tests, ffmpegIncludeDirectory });
+    await build(new Step(`build ${preset}`), preset, targets);
+  }
+}
+
+if (process.argv[1] === fileURLToPath(import.meta.url)) {
+  await runCommand(() => setUp({ groups: ['test'], tests: true }));
+}
