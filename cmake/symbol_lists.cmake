@@ -10,11 +10,14 @@ function(ostrel_read_symbols list out)
   set(${out} ${rows} PARENT_SCOPE)
 endfunction()
 
-# Makes `target` export the symbols given after it, and nothing else.
+# Makes `target` export the symbols given after it, and nothing else; under the version tag
+# VERSION_TAG, if one is given.
 function(ostrel_export_only target)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "VERSION_TAG" "")
   set(map "${CMAKE_CURRENT_BINARY_DIR}/${target}.map")
-  list(JOIN ARGN ";\n    " names)
-  file(CONFIGURE OUTPUT ${map} CONTENT "{\n  global:\n    @names@;\n  local:\n    *;\n};\n" @ONLY)
+  list(JOIN arg_UNPARSED_ARGUMENTS ";\n    " names)
+  file(CONFIGURE OUTPUT ${map} @ONLY
+    CONTENT "@arg_VERSION_TAG@ {\n  global:\n    @names@;\n  local:\n    *;\n};\n")
   target_link_options(${target} PRIVATE -Wl,--version-script=${map})
   set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${map})
 endfunction()

@@ -125,8 +125,10 @@ async function watchPreview(addon, firstFrame, seconds) {
     if (!recording) {
       throw new Error(`The recording ended by itself: ${error}\nThe file so far is kept.`);
     }
-    line.update(`  ${seen.seconds.toFixed(1).padStart(4)} of ${seconds} s  ${framesWritten} frames written  ` +
-      `${(seen.frames / seen.seconds).toFixed(1)} previews a second  ${framesDropped} dropped`);
+    if (seen.seconds > 1) {
+      line.update(`  ${seen.seconds.toFixed(1).padStart(4)} of ${seconds} s  ${framesWritten} frames written  ` +
+        `${(seen.frames / seen.seconds).toFixed(1)} previews a second  ${framesDropped} dropped`);
+    }
     await sleep(windowRefreshMs);
   }
   line.clear();
@@ -209,7 +211,8 @@ async function main() {
   listCameras(addon);
   const format = chooseFormat(addon);
   await mkdir(recordingsDirectory, { recursive: true });
-  const name = new Date().toISOString().replace(/[:T]/g, '-').slice(0, 19);
+  // This locale writes a date as 2000-12-31 23:59:59.
+  const name = new Date().toLocaleString('sv-SE').replace(/[ :]/g, '-');
   const video = path.join(recordingsDirectory, `${name}.mp4`);
   const seen = await runLive(addon, format, video, seconds);
   await report(addon, seen, video, path.join(recordingsDirectory, `${name}.png`));

@@ -16,7 +16,7 @@ function filesIn(directory, isWanted) {
 
 await runCommand(async () => {
   await setUp({ presets: [preset], groups: ['bench'] });
-  const programs = filesIn(path.join(binaryDirectory(preset), 'bench'), (name) => /^bench_\w+$/.test(name));
+  const programs = filesIn(path.join(binaryDirectory(preset), 'bench'), (name) => name.endsWith('_bench'));
   const scripts = filesIn(path.join(root, 'bench'), (name) => name.endsWith('.bench.js'));
   const commands = [...programs.map((file) => [file]), ...scripts.map((file) => [process.execPath, file])];
   const env = {

@@ -27,7 +27,7 @@ export class Step {
 
   /** Shows `text` and the seconds that have passed until `work` is settled, and gives its value. */
   async during(text, work) {
-    const show = () => this.progress(`${text} ... ${this.seconds ? `${this.seconds} s` : ''}`);
+    const show = () => this.progress(`${text} ...${this.seconds ? ` ${this.seconds} s` : ''}`);
     show();
     const timer = setInterval(show, 1000);
     try {

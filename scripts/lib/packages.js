@@ -90,7 +90,7 @@ export function missingSentence(missing, hasApt, again = commandLine()) {
       ` (this system has no apt to do it with), then run "${again}" again.`;
   }
   return `${plural ? 'System packages are' : 'A system package is'} missing and only root may install` +
-    ` ${plural ? 'them' : 'it'}: run "sudo apt-get install ${missing.join(' ')}", then "${again}" again.`;
+    ` ${plural ? 'them' : 'it'}: run "apt-get install ${missing.join(' ')}" as root, then "${again}" again.`;
 }
 
 /** The words that a command must begin with to run as root; null if there is no way. */

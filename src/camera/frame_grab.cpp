@@ -82,12 +82,6 @@ int PlanReduction(RgbaGrab& grab, int maxWidth, int maxHeight) {
   return kResultOk;
 }
 
-// Row or column `index` of the picture in the source.
-std::size_t SourceIndex(std::int32_t index, int step, std::int32_t sourceSize) {
-  return static_cast<std::size_t>(
-      std::min(std::int64_t{index} * step, std::int64_t{sourceSize} - 1));
-}
-
 }  // namespace
 
 FrameGrabPlan PlanFrameGrab(int device) {
@@ -137,17 +131,9 @@ RgbaGrab GrabForRgba(int device, int maxWidth, int maxHeight) {
 }
 
 void WriteRgba(const RgbaGrab& grab, std::uint8_t* out) {
-  thread_local std::vector<std::uint32_t> columnOffsets;
-  columnOffsets.clear();
-  for (std::int32_t x = 0; x < grab.width; ++x) {
-    columnOffsets.push_back(
-        static_cast<std::uint32_t>(SourceIndex(x, grab.step, grab.sourceWidth) * kRgbBytes));
-  }
+  const std::int64_t rowDistance = std::int64_t{grab.sourceBytesPerRow} * grab.step;
   for (std::int32_t y = 0; y < grab.height; ++y) {
-    const std::uint8_t* const row =
-        grab.source + SourceIndex(y, grab.step, grab.sourceHeight) *
-                          static_cast<std::size_t>(grab.sourceBytesPerRow);
-    ReduceRgbRow(row, columnOffsets.data(), grab.width, out);
+    ReduceRgbRow(grab.source + y * rowDistance, grab.step, grab.width, out);
     out += grab.bytesPerRow;
   }
 }

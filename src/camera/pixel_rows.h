@@ -10,17 +10,20 @@ namespace ostrel_native {
 /// pixels are read four bytes at a time.
 inline constexpr std::size_t kPixelReadAhead = 1;
 
-/// Writes `width` RGBA pixels to `out` (4 * `width` bytes): pixel i takes the three bytes at
-/// `source + columnOffsets[i]`, alpha is 255.
-/// Reads `kPixelReadAhead` bytes behind each pixel.
+/// Writes `width` RGBA pixels to `out` (4 * `width` bytes): each takes the three bytes of every
+/// `step`-th source pixel, alpha is 255.
+/// Reads `kPixelReadAhead` bytes behind the last pixel that it takes.
 /// Thread: any.
-void ReduceRgbRow(const std::uint8_t* source, const std::uint32_t* columnOffsets, int width,
-                  std::uint8_t* out);
+void ReduceRgbRow(const std::uint8_t* source, int step, int width, std::uint8_t* out);
 
-/// Writes `width` pixels to `out` (4 * `width` bytes): pixel i takes the four bytes at
-/// `source + columnOffsets[i]`.
+/// Writes `width` pixels to `out` (4 * `width` bytes): each takes the four bytes of every
+/// `step`-th source pixel.
 /// Thread: any.
-void ReduceBgraRow(const std::uint8_t* source, const std::uint32_t* columnOffsets, int width,
-                   std::uint8_t* out);
+void ReduceBgraRow(const std::uint8_t* source, int step, int width, std::uint8_t* out);
+
+/// The plain form of `ReduceRgbRow`, which every processor can run and which the vector form
+/// equals to the bit.
+/// Thread: any.
+void ReduceRgbRowPlain(const std::uint8_t* source, int step, int width, std::uint8_t* out);
 
 }  // namespace ostrel_native

@@ -84,14 +84,6 @@ int PlanReduced(const SourceLayout& layout, int targetWidth, int targetHeight,
       static_cast<std::size_t>(PlaneBytes(source.height, source.bytesPerRow, source.width * pixel));
   plan.scratchBytes =
       std::max(static_cast<std::size_t>(source.dataSize), readBytes) + kPixelReadAhead;
-  for (std::int64_t x = 0; x < reduction.width; ++x) {
-    const std::int64_t column = std::min<std::int64_t>(x * reduction.step, source.width - 1);
-    plan.columnOffsets.push_back(static_cast<std::uint32_t>(column * pixel));
-  }
-  for (std::int64_t y = 0; y < reduction.height; ++y) {
-    const std::int64_t row = std::min<std::int64_t>(y * reduction.step, source.height - 1);
-    plan.rowOffsets.push_back(static_cast<std::size_t>(row * source.bytesPerRow));
-  }
   return kResultOk;
 }
 

@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 #include "camera/camera_pixel_format.h"
 
@@ -60,15 +59,13 @@ struct PreviewPlan {
   /// Bytes of scratch memory that all reads of the conversion stay within, 0 if none is needed.
   /// The backend is told `source.dataSize` all the same, which may be less.
   std::size_t scratchBytes = 0;
-  std::vector<std::uint32_t> columnOffsets;  ///< byte offset in a row, by published column
-  std::vector<std::size_t> rowOffsets;       ///< byte offset in the frame, by published row
 };
 
 /// Proves `geometry` and fills `plan` for frames of at most `targetWidth` by `targetHeight`
 /// pixels and `capacity` bytes.
 /// Returns 0; -10 if the size is unknown or a row is shorter than its pixels; -11 if the data is
-/// missing, a plane does not fit, or the published frame does not fit `capacity` or int32. On
-/// failure `plan` is unspecified. May throw `std::bad_alloc`.
+/// missing, a plane does not fit, or the published frame does not fit `capacity` or int32.
+/// On failure `plan` is unspecified.
 /// Thread: any.
 int PlanPreview(const SourceLayout& layout, const FrameGeometry& geometry, int targetWidth,
                 int targetHeight, std::uint64_t capacity, PreviewPlan& plan);

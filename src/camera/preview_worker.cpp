@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <iterator>
+#include <vector>
 
 #include "camera/camera_binding.h"
 #include "camera/camera_preview.h"
@@ -302,9 +303,12 @@ bool PreviewWorker::GrabQuality() {
 
 void PreviewWorker::Convert(std::uint8_t* out) const {
   const auto reduceRow = layout.format == CameraPixelFormat::Bgra ? ReduceBgraRow : ReduceRgbRow;
-  for (const std::size_t rowOffset : plan.rowOffsets) {
-    reduceRow(sourceScratch.data() + rowOffset, plan.columnOffsets.data(), plan.reduction.width,
-              out);
+  const auto rowDistance = static_cast<std::size_t>(plan.source.bytesPerRow) *
+                           static_cast<std::size_t>(plan.reduction.step);
+  const std::uint8_t* row = sourceScratch.data();
+  for (int y = 0; y < plan.reduction.height; ++y) {
+    reduceRow(row, plan.reduction.step, plan.reduction.width, out);
+    row += rowDistance;
     out += plan.bytesPerRow;
   }
 }

@@ -57,7 +57,8 @@ bool ProvePlane(const Frame& frame, const PlaneClaim& claim, SourcePlane* source
 void CopyRows(const SourcePlane& source, const TargetPlane& target, std::int32_t rows,
               std::int32_t bytes) {
   if (source.stride == bytes && target.stride == bytes) {
-    std::memcpy(target.data, source.data, static_cast<std::size_t>(rows) * bytes);
+    std::memcpy(target.data, source.data,
+                static_cast<std::size_t>(rows) * static_cast<std::size_t>(bytes));
     return;
   }
   for (std::int32_t row = 0; row < rows; ++row) {
@@ -68,7 +69,7 @@ void CopyRows(const SourcePlane& source, const TargetPlane& target, std::int32_t
 // The compiler's own SSE2 code for this loop keeps up with the memory.
 void MergeUvRow(const std::uint8_t* __restrict u, const std::uint8_t* __restrict v,
                 std::uint8_t* __restrict uv, std::int32_t width) {
-  for (std::int32_t i = 0; i < width / 2; ++i) {
+  for (std::ptrdiff_t i = 0; i < width / 2; ++i) {
     uv[2 * i] = u[i];
     uv[2 * i + 1] = v[i];
   }

@@ -1,5 +1,7 @@
 #include "recording/nv12_rows.h"
 
+#include <cstddef>
+
 namespace ostrel_native {
 
 namespace {
@@ -11,7 +13,7 @@ namespace {
 template <int kLuma>
 void PairLumaRow(const std::uint8_t* __restrict source, std::uint8_t* __restrict y,
                  std::int32_t width) {
-  for (std::int32_t i = 0; i < width; ++i) {
+  for (std::ptrdiff_t i = 0; i < width; ++i) {
     y[i] = source[2 * i + kLuma];
   }
 }
@@ -20,7 +22,7 @@ void PairLumaRow(const std::uint8_t* __restrict source, std::uint8_t* __restrict
 template <int kChroma>
 void PairChromaRow(const std::uint8_t* __restrict top, const std::uint8_t* __restrict bottom,
                    std::uint8_t* __restrict uv, std::int32_t width) {
-  for (std::int32_t i = 0; i < width; ++i) {
+  for (std::ptrdiff_t i = 0; i < width; ++i) {
     uv[i] = static_cast<std::uint8_t>((top[2 * i + kChroma] + bottom[2 * i + kChroma] + 1) >> 1);
   }
 }
@@ -30,7 +32,7 @@ void PairChromaRow(const std::uint8_t* __restrict top, const std::uint8_t* __res
 template <int kRed, int kBlue>
 void RgbLumaRow(const std::uint8_t* __restrict source, std::uint8_t* __restrict y,
                 std::int32_t width) {
-  for (std::int32_t i = 0; i < width; ++i) {
+  for (std::ptrdiff_t i = 0; i < width; ++i) {
     const std::uint8_t* const pixel = source + 4 * i;
     const int luma = ((47 * pixel[kRed] + 157 * pixel[1] + 16 * pixel[kBlue] + 128) >> 8) + 16;
     y[i] = static_cast<std::uint8_t>(luma);
@@ -40,7 +42,7 @@ void RgbLumaRow(const std::uint8_t* __restrict source, std::uint8_t* __restrict 
 template <int kRed, int kBlue>
 void RgbChromaRow(const std::uint8_t* __restrict top, const std::uint8_t* __restrict bottom,
                   std::uint8_t* __restrict uv, std::int32_t width) {
-  for (std::int32_t i = 0; i < width / 2; ++i) {
+  for (std::ptrdiff_t i = 0; i < width / 2; ++i) {
     const std::uint8_t* const t = top + 8 * i;
     const std::uint8_t* const b = bottom + 8 * i;
     const int red = (t[kRed] + t[4 + kRed] + b[kRed] + b[4 + kRed] + 2) >> 2;

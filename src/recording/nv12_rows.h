@@ -15,7 +15,7 @@ using Nv12ChromaRow = void (*)(const std::uint8_t* top, const std::uint8_t* bott
                                std::uint8_t* uv, std::int32_t width);
 
 /// A set of row functions. They read and write exactly the bytes of `width` pixels; `width` is
-/// even and at least `minWidth`, and a row's bytes fit int32; targets overlap no source.
+/// even and at least `minWidth`; targets overlap no source.
 /// Thread: any.
 struct Nv12Rows {
   std::int32_t minWidth;  ///< pixels

@@ -12,6 +12,8 @@
 namespace ostrel_native {
 namespace {
 
+using test::GuardedBuffer;
+
 constexpr char kReplacement[] = "\xEF\xBF\xBD";
 
 std::string Utf16(std::vector<std::uint16_t> units) {

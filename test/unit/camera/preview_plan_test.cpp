@@ -112,12 +112,6 @@ TEST(PlanPreview, HalvesAFullHdFrame) {
   EXPECT_EQ(plan.planeOffsets[0], 0);
   EXPECT_EQ(plan.planeStrides[0], 3840);
   EXPECT_FALSE(plan.grabsInPlace);
-  ASSERT_EQ(plan.columnOffsets.size(), 960U);
-  EXPECT_EQ(plan.columnOffsets[0], 0U);
-  EXPECT_EQ(plan.columnOffsets[1], 6U);
-  EXPECT_EQ(plan.columnOffsets[959], 1918U * 3U);
-  ASSERT_EQ(plan.rowOffsets.size(), 540U);
-  EXPECT_EQ(plan.rowOffsets[539], 1078U * 5760U);
   EXPECT_EQ(plan.scratchBytes, 5760U * 1080U + kPixelReadAhead);
 }
 
@@ -189,7 +183,6 @@ TEST(PlanPreview, ConvertsABgraFrameThatIsPaddedOrReduced) {
   EXPECT_FALSE(plan.grabsInPlace);
   ASSERT_EQ(Plan(CameraPixelFormat::Bgra, Packed(1920, 1080, 7680), plan), 0);
   EXPECT_FALSE(plan.grabsInPlace);
-  EXPECT_EQ(plan.columnOffsets[1], 8U);
 }
 
 TEST(PlanPreview, PublishesANativeFormatUnscaled) {

@@ -34,6 +34,23 @@ TEST(FakeCameraLibrary, HasAVariantWithoutEachOfItsSymbols) {
   }
 }
 
+const std::vector<std::string> kJpegSymbols = {
+#define SYMBOL(name) #name,
+#include "camera/turbojpeg_symbols.h"
+};
+
+TEST(FakeJpegLibrary, HasAVariantWithoutEachOfItsSymbols) {
+  ASSERT_EQ(kJpegSymbols.size(), 8U);
+  std::set<std::string> all(kJpegSymbols.begin(), kJpegSymbols.end());
+  all.insert("fake_control");
+  EXPECT_EQ(ExportedSymbols(FakePath("libturbojpeg.so")), all);
+  for (const std::string& missing : kJpegSymbols) {
+    std::set<std::string> expected = all;
+    expected.erase(missing);
+    EXPECT_EQ(ExportedSymbols(FakePath("without_" + missing + "/libturbojpeg.so")), expected);
+  }
+}
+
 TEST(FakeCameraLibrary, IsUnmappedWhenItIsClosed) {
   // A variant that no other test of this program keeps open.
   const std::string path = FakePath("without_cnokhwa_grab_frame/libcnokhwa.so");

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "fakes/ffmpeg/fake_ffmpeg_set.h"
+#include "unit/support/child_process.h"
 #include "unit/support/loader_spy.h"
 
 namespace ostrel_native {
@@ -149,27 +150,41 @@ TEST_F(FfmpegApiTest, OpensTheLibrariesWithDeepBinding) {
   EXPECT_EQ(OpensOfFfmpeg().at(5).flags, 10);
 }
 
-TEST_F(FfmpegApiTest, KeepsTheForeignDependenciesOpenWithoutDeepBinding) {
-  api.Load();
-  std::vector<void*> kept;
-  bool sawState = false;
-  for (const OpenedLibrary& open : spy.opened) {
-    const std::string name = BaseName(open.path);
-    if (!FfmpegApi::IsFfmpegFamilyLibrary(name) && open.flags == RTLD_NOW &&
-        &open != &spy.opened.front()) {  // the first is the test's own
-      kept.push_back(open.handle);
-      sawState = sawState || name == "libfake_ffmpeg_state.so";
-      EXPECT_EQ(open.path.front(), '/') << open.path;
-    }
-  }
-  EXPECT_TRUE(sawState);
-  EXPECT_EQ(api.dependencies, kept);
-}
+// The library behind the fakes is not loaded before them here.
+struct FfmpegDependencies : testing::Test {
+  FfmpegDependencies() { setenv("OSTREL_FFMPEG_LIBRARY_DIR", FakeFfmpegPath("").c_str(), 1); }
 
-TEST_F(FfmpegApiTest, PassesOverADependencyThatCannotBeOpened) {
-  spy.silentlyMissing = {FakeFfmpegPath("libfake_ffmpeg_state.so")};
+  const std::string behindTheFakes = FakeFfmpegPath("libfake_ffmpeg_state.so");
+  LoaderSpy& spy = LoaderSpy::Instance();
+  FfmpegApi api;
+};
+
+TEST_F(FfmpegDependencies, ThoseOfOthersStayOpenWithoutDeepBinding) {
   api.Load();
   EXPECT_TRUE(api.loaded);
+  std::vector<void*> foreign;
+  bool sawTheOneBehind = false;
+  for (const OpenedLibrary& open : spy.opened) {
+    if (!FfmpegApi::IsFfmpegFamilyLibrary(BaseName(open.path))) {
+      foreign.push_back(open.handle);
+      EXPECT_EQ(open.flags, RTLD_NOW) << open.path;
+      EXPECT_EQ(open.path.front(), '/') << open.path;
+      sawTheOneBehind = sawTheOneBehind || open.path == behindTheFakes;
+    }
+  }
+  EXPECT_TRUE(sawTheOneBehind);
+  EXPECT_EQ(api.dependencies, foreign);
+}
+
+TEST_F(FfmpegDependencies, OneThatCannotBeOpenedIsPassedOver) {
+  spy.silentlyMissing = {behindTheFakes};
+  api.Load();
+  EXPECT_TRUE(api.loaded);
+  bool asked = false;
+  for (const OpenedLibrary& open : spy.opened) {
+    asked = asked || (open.path == behindTheFakes && open.handle == nullptr);
+  }
+  EXPECT_TRUE(asked);
   for (void* const dependency : api.dependencies) {
     EXPECT_NE(dependency, nullptr);
   }
@@ -213,6 +228,16 @@ TEST_F(FfmpegApiTest, AFailedBundledDirectoryIsSilentAndTheSystemIsSearched) {
   EXPECT_TRUE(api.loaded);
   EXPECT_EQ(api.error, "");
   EXPECT_EQ(OpensOfFfmpeg().back().path, kFakeFormatName);
+}
+
+TEST(FfmpegSystemSearch, FindsTheBareNamesOnTheLoadersPath) {
+  RunWithLibraryPath(FakeFfmpegPath(""), [] {
+    unsetenv("OSTREL_FFMPEG_LIBRARY_DIR");
+    FfmpegApi api;
+    api.LoadOnce("");
+    EXPECT_TRUE(api.loaded) << api.error;
+    EXPECT_EQ(LoaderSpy::Instance().opened.at(0).path, kFakeUtilName);
+  });
 }
 
 TEST_F(FfmpegApiTest, LoadLooksBehindTheProgramsOwnFile) {
@@ -282,10 +307,7 @@ TEST_F(FfmpegApiTest, ALibraryWithoutALinkMapGivesTheFallbackText) {
 
 TEST_F(FfmpegApiTest, AnOpenThatFailsWithoutATextGivesTheFallbackText) {
   spy.silentlyMissing = {fakes.directory.File(kFakeUtilName)};
-  spy.spoiledFlags = kFfmpegOpenFlags;
-#ifdef OSTREL_NO_DEEP_BINDING
-  GTEST_SKIP() << "without deep binding the preload has the same flags";
-#endif
+  spy.opensBeforeMissing = 1;  // the preload's
   api.Load();
   EXPECT_EQ(api.error, "Could not load version-matched FFmpeg libraries from " +
                            fakes.directory.path + ": library not found");

@@ -6,19 +6,19 @@
 #include <cstddef>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 namespace ostrel_native {
 
 /// The names that the 64-bit library at `path` defines and exports.
 inline std::set<std::string> ExportedSymbols(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  const std::vector<char> bytes((std::istreambuf_iterator<char>(file)),
-                                std::istreambuf_iterator<char>());
+  std::ostringstream content;
+  content << file.rdbuf();
+  const std::string bytes = content.str();
   const auto read = [&bytes](auto* record, std::size_t offset) {
     if (offset > bytes.size() || sizeof(*record) > bytes.size() - offset) {
       throw std::runtime_error("not a whole ELF file");

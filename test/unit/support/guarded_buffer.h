@@ -1,5 +1,4 @@
-// A buffer whose last byte is the last of a readable page: a read or write one byte behind it
-// ends the test at once, also without a sanitizer.
+// A buffer whose last byte is the last byte before a page that nothing may touch.
 #pragma once
 
 #include <sys/mman.h>
@@ -7,38 +6,47 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <new>
 
-namespace ostrel_native {
+namespace ostrel_native::test {
 
-/// `size` zeroed bytes in front of an unreadable page, freed with the object.
+/// `size` bytes that end at a forbidden page: reading or writing one byte too many ends the test
+/// with a fault, in every build.
 class GuardedBuffer {
  public:
-  explicit GuardedBuffer(std::size_t size) : size_(size) {
+  explicit GuardedBuffer(std::size_t size, std::uint8_t fill = 0) : bytes(size) {
     const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    const std::size_t pages = (size + page - 1) / page;
-    mappedBytes_ = (pages + 1) * page;
-    void* const mapped =
-        mmap(nullptr, mappedBytes_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (mapped == MAP_FAILED) {
+    const std::size_t readable = (size + page - 1) / page * page;
+    mapped = readable + page;
+    void* const address =
+        mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (address == MAP_FAILED) {
       throw std::bad_alloc();
     }
-    mapped_ = static_cast<std::uint8_t*>(mapped);
-    mprotect(mapped_ + pages * page, page, PROT_NONE);
-    data_ = mapped_ + pages * page - size;
+    base = static_cast<std::uint8_t*>(address);
+    if (mprotect(base + readable, page, PROT_NONE) != 0) {
+      munmap(base, mapped);
+      throw std::bad_alloc();
+    }
+    first = base + readable - size;
+    std::memset(first, fill, size);
   }
+  ~GuardedBuffer() { munmap(base, mapped); }
   GuardedBuffer(const GuardedBuffer&) = delete;
   GuardedBuffer& operator=(const GuardedBuffer&) = delete;
-  ~GuardedBuffer() { munmap(mapped_, mappedBytes_); }
 
-  std::uint8_t* data() { return data_; }
-  std::size_t size() const { return size_; }
+  std::uint8_t* data() { return first; }
+  const std::uint8_t* data() const { return first; }
+  std::size_t size() const { return bytes; }
+  std::uint8_t* begin() { return first; }
+  std::uint8_t* end() { return first + bytes; }
 
  private:
-  std::size_t size_;
-  std::size_t mappedBytes_ = 0;
-  std::uint8_t* mapped_ = nullptr;
-  std::uint8_t* data_ = nullptr;
+  std::size_t bytes;
+  std::size_t mapped;
+  std::uint8_t* base;
+  std::uint8_t* first;
 };
 
-}  // namespace ostrel_native
+}  // namespace ostrel_native::test

@@ -22,8 +22,8 @@ int __real_dlinfo(void* handle, int request, void* result);
 
 void* __wrap_dlopen(const char* path, int flags) {
   LoaderSpy& spy = LoaderSpy::Instance();
-  const bool spoiled = path != nullptr && spy.silentlyMissing.contains(path) &&
-                       (spy.spoiledFlags == -1 || spy.spoiledFlags == flags);
+  const bool spoiled =
+      path != nullptr && spy.silentlyMissing.contains(path) && --spy.opensBeforeMissing < 0;
   void* const handle = spoiled ? nullptr : __real_dlopen(path, flags);
   spy.opened.push_back({path == nullptr ? "" : path, flags, handle});
   return handle;

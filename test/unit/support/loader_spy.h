@@ -19,7 +19,7 @@ struct LoaderSpy {
   std::vector<OpenedLibrary> opened;
   std::vector<void*> closed;
   std::set<std::string> silentlyMissing;  ///< paths that open as null, without a loader text
-  int spoiledFlags = -1;                  ///< if not -1, only opens with these flags are missing
+  int opensBeforeMissing = 0;             ///< of such a path, that still work
   bool refuseLinkMap = false;             ///< dlinfo fails
 
   static LoaderSpy& Instance();

@@ -34,7 +34,8 @@ struct ScriptedCamera {
 
   std::atomic<int> firstFrameQueries{0};
   std::atomic<int> widthQueries{0};
-  std::atomic<int> grabs{0};
+  std::atomic<int> grabs{0};  ///< entered
+  std::atomic<int> finishedGrabs{0};  ///< past their permit
   std::counting_semaphore<> permits{0};
   std::atomic<bool> needsPermits{true};
 
@@ -42,12 +43,15 @@ struct ScriptedCamera {
     width = newWidth;
     height = newHeight;
     bytesPerRow = newBytesPerRow;
-    dataSize = newBytesPerRow * newHeight;
+    dataSize = ByteProduct(newBytesPerRow, newHeight).value_or(-1);
     planeStrides[0] = newBytesPerRow;
   }
 
-  /// Lets one grab through and waits until the worker asks for the next.
+  /// Lets one grab through, and waits until the worker stands in the next.
   bool Step() {
+    if (!Eventually([this] { return grabs > finishedGrabs; })) {
+      return false;
+    }
     const int before = grabs;
     permits.release();
     return Eventually([this, before] { return grabs > before; });
@@ -73,6 +77,7 @@ inline int Grab(int, void* buffer, int capacity) {
   if (camera.needsPermits) {
     camera.permits.acquire();
   }
+  ++camera.finishedGrabs;
   return camera.grab(static_cast<std::uint8_t*>(buffer), capacity);
 }
 inline bool GrabBool(int device, void* buffer, int capacity) {

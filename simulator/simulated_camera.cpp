@@ -1,0 +1,247 @@
+#include "simulator/simulated_camera.h"
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <new>
+#include <thread>
+#include <utility>
+
+#include "simulator/frame_code.h"
+#include "simulator/frame_schedule.h"
+
+namespace ostrel_simulator {
+
+namespace {
+
+constexpr int kDefaultFormat = 2;
+
+std::int64_t NsSince(std::chrono::steady_clock::time_point start) {
+  const auto elapsed = std::chrono::steady_clock::now() - start;
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(elapsed).count();
+}
+
+FrameSchedule ScheduleOf(const Settings& settings, int frameRate) {
+  return {1000000000 / frameRate, settings.stutterEvery, settings.stutterMs * 1000000};
+}
+
+// One frame in memory.
+struct Slot {
+  std::vector<std::uint8_t> pixels;
+  int readers = 0;  ///< grabs that copy it now; guarded by the capture's mutex
+};
+
+}  // namespace
+
+struct Capture {
+  Capture(const Settings& settings, const CaptureFormat& captureFormat,
+          std::shared_ptr<const Specimen> captureSpecimen)
+      : format(captureFormat),
+        bytesPerRow(captureFormat.width * 3 + settings.rowPadding),
+        frameLimit(settings.frameLimit),
+        schedule(ScheduleOf(settings, captureFormat.frameRate)),
+        specimen(std::move(captureSpecimen)) {}
+
+  std::size_t FrameBytes() const {
+    return static_cast<std::size_t>(bytesPerRow) * static_cast<std::size_t>(format.height);
+  }
+
+  void Run();
+  void End();
+  Slot* FreeSlot();
+
+  const CaptureFormat format;
+  const int bytesPerRow;
+  const std::int64_t frameLimit;
+  const FrameSchedule schedule;
+  const std::shared_ptr<const Specimen> specimen;
+  std::thread thread;
+
+  std::mutex mutex;  ///< guards the rest, but for the pixels of a slot
+  std::condition_variable stopped;
+  bool stop = false;
+  std::vector<std::unique_ptr<Slot>> slots;
+  /// The newest frame. Its pixels are written before it gets here, and not again while it is
+  /// here or has readers.
+  Slot* newest = nullptr;
+};
+
+// Grabs never wait for a frame to be made, nor the camera for a grab: with every slot taken,
+// one more is made. There is thus one for each grab at a time, and two.
+// Null without the memory for it: the frame is lost then.
+Slot* Capture::FreeSlot() {
+  const std::lock_guard lock(mutex);
+  for (const std::unique_ptr<Slot>& slot : slots) {
+    if (slot.get() != newest && slot->readers == 0) {
+      return slot.get();
+    }
+  }
+  try {
+    auto slot = std::make_unique<Slot>();
+    slot->pixels.resize(FrameBytes());
+    slots.push_back(std::move(slot));
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+  return slots.back().get();
+}
+
+void Capture::Run() {
+  const auto start = std::chrono::steady_clock::now();
+  std::int64_t number = 0;
+  while (frameLimit == 0 || number < frameLimit) {
+    number = NextFrameNumber(schedule, number, NsSince(start));
+    const auto due = start + std::chrono::nanoseconds(FrameDueNs(schedule, number));
+    {
+      std::unique_lock lock(mutex);
+      if (stopped.wait_until(lock, due, [this] { return stop; })) {
+        return;
+      }
+    }
+    Slot* const slot = FreeSlot();
+    if (slot == nullptr) {
+      continue;
+    }
+    const auto frame = static_cast<std::uint32_t>(number);
+    CopyView(*specimen, frame, format.width, format.height, bytesPerRow, slot->pixels.data());
+    PaintFrameCode(slot->pixels.data(), format.width, format.height, bytesPerRow, frame);
+    const std::lock_guard lock(mutex);
+    newest = slot;
+  }
+}
+
+void Capture::End() {
+  {
+    const std::lock_guard lock(mutex);
+    stop = true;
+  }
+  stopped.notify_all();
+  thread.join();
+}
+
+const std::vector<CaptureFormat>& CaptureFormats() {
+  // Never destroyed: asked also while the process exits.
+  static const auto& formats = *new std::vector<CaptureFormat>{
+      {640, 480, 30},   {1280, 720, 30},  {1920, 1080, 30},
+      {1920, 1080, 60}, {2592, 1944, 15}, {3840, 2160, 15},
+  };
+  return formats;
+}
+
+int BestFormat(int width, int height) {
+  if (width < 1 || height < 1) {
+    return kDefaultFormat;
+  }
+  const std::vector<CaptureFormat>& formats = CaptureFormats();
+  const auto distance = [&](const CaptureFormat& format) {
+    return std::abs(std::int64_t{format.width} - width) +
+           std::abs(std::int64_t{format.height} - height);
+  };
+  const auto best = std::min_element(
+      formats.begin(), formats.end(),
+      [&](const CaptureFormat& a, const CaptureFormat& b) { return distance(a) < distance(b); });
+  return static_cast<int>(best - formats.begin());
+}
+
+SimulatedCamera::SimulatedCamera(const Settings& cameraSettings, int deviceIndex)
+    : settings(cameraSettings), index(deviceIndex) {}
+
+std::shared_ptr<Capture> SimulatedCamera::Current() {
+  const std::lock_guard lock(mutex);
+  return capture;
+}
+
+void SimulatedCamera::EndCapture() {
+  std::shared_ptr<Capture> ended;
+  {
+    const std::lock_guard lock(mutex);
+    ended.swap(capture);
+  }
+  if (ended != nullptr) {
+    ended->End();
+  }
+}
+
+int SimulatedCamera::Start(int format) {
+  const std::vector<CaptureFormat>& formats = CaptureFormats();
+  if (format < 0 || static_cast<std::size_t>(format) >= formats.size()) {
+    return kNoDevice;
+  }
+  const std::lock_guard control(controlMutex);
+  EndCapture();
+  try {
+    if (specimen == nullptr) {
+      // Cameras side by side look at different specimens.
+      const std::uint64_t seed = settings.seed + static_cast<std::uint64_t>(index);
+      specimen = std::make_shared<const Specimen>(MakeSpecimen(seed));
+    }
+    const auto started =
+        std::make_shared<Capture>(settings, formats[static_cast<std::size_t>(format)], specimen);
+    started->thread = std::thread([started] { started->Run(); });
+    const std::lock_guard lock(mutex);
+    capture = started;
+  } catch (const std::exception&) {
+    return kNoThread;
+  }
+  return kOk;
+}
+
+int SimulatedCamera::Stop() {
+  const std::lock_guard control(controlMutex);
+  EndCapture();
+  return kOk;
+}
+
+int SimulatedCamera::HasFirstFrame() {
+  const std::shared_ptr<Capture> current = Current();
+  if (current == nullptr) {
+    return kNotCapturing;
+  }
+  const std::lock_guard lock(current->mutex);
+  return current->newest == nullptr ? kNotYet : kOk;
+}
+
+int SimulatedCamera::FrameWidth() {
+  const std::shared_ptr<Capture> current = Current();
+  return current == nullptr ? kNotCapturing : current->format.width;
+}
+
+int SimulatedCamera::FrameHeight() {
+  const std::shared_ptr<Capture> current = Current();
+  return current == nullptr ? kNotCapturing : current->format.height;
+}
+
+int SimulatedCamera::FrameBytesPerRow() {
+  const std::shared_ptr<Capture> current = Current();
+  return current == nullptr ? kNotCapturing : current->bytesPerRow;
+}
+
+int SimulatedCamera::Grab(void* buffer, int capacity) {
+  const std::shared_ptr<Capture> current = Current();
+  if (current == nullptr) {
+    return kNotCapturing;
+  }
+  if (buffer == nullptr || capacity < 0 ||
+      static_cast<std::size_t>(capacity) < current->FrameBytes()) {
+    return kNoRoom;
+  }
+  Slot* slot = nullptr;
+  {
+    const std::lock_guard lock(current->mutex);
+    slot = current->newest;
+    if (slot == nullptr) {
+      return kNotYet;
+    }
+    ++slot->readers;
+  }
+  std::memcpy(buffer, slot->pixels.data(), current->FrameBytes());
+  const std::lock_guard lock(current->mutex);
+  --slot->readers;
+  return kOk;
+}
+
+}  // namespace ostrel_simulator

@@ -1,0 +1,140 @@
+// What the addon's exports object holds, and what its file is made of.
+
+import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
+import { describe, it } from 'node:test';
+
+import { addonPath, loadAddon, skipUnderSanitizer } from './support/environment.js';
+
+const functions = [
+  'getLastError',
+  'loadCameraBackend',
+  'loadTurboJpeg',
+  'turboJpegAvailable',
+  'turboJpegLoadPath',
+  'cameraLoadPath',
+  'cameraBackend',
+  'cameraInitialize',
+  'cameraHasVideoCaptureAuth',
+  'cameraAskVideoCaptureAuth',
+  'cameraDevicesCount',
+  'cameraDeviceUniqueId',
+  'cameraDeviceModelId',
+  'cameraDeviceName',
+  'cameraDeviceType',
+  'cameraDeviceFormats',
+  'cameraStartCapture',
+  'cameraStopCapture',
+  'cameraHasFirstFrame',
+  'cameraFrameInfo',
+  'cameraButtonPressed',
+  'cameraButtonTimestamp',
+  'cameraGrabFrame',
+  'cameraGrabFrameRgba',
+  'cameraGrabEncodedFrame',
+  'cameraPreviewStart',
+  'cameraPreviewStop',
+  'cameraPreviewIsRunning',
+  'cameraPreviewIsDirect',
+  'cameraPreviewReleaseDirectSlot',
+  'cameraPreviewReleaseAllDirectSlots',
+  'cameraPreviewGetLatest',
+  'cameraPreviewGetLatestQualityFrame',
+  'cameraRecordingAvailable',
+  'cameraRecordingStart',
+  'cameraRecordingStop',
+  'cameraRecordingStatus',
+  'cameraHasVideoProcAmp',
+  'cameraVideoProcAmpRange',
+  'cameraVideoProcAmpGet',
+  'cameraVideoProcAmpSet',
+];
+
+const constants = [
+  ['VIDEOPROCAMP_BRIGHTNESS', 0],
+  ['VIDEOPROCAMP_CONTRAST', 1],
+  ['VIDEOPROCAMP_HUE', 2],
+  ['VIDEOPROCAMP_SATURATION', 3],
+  ['VIDEOPROCAMP_SHARPNESS', 4],
+  ['VIDEOPROCAMP_GAMMA', 5],
+  ['VIDEOPROCAMP_COLORENABLE', 6],
+  ['VIDEOPROCAMP_WHITEBALANCE', 7],
+  ['VIDEOPROCAMP_BACKLIGHTCOMPENSATION', 8],
+  ['VIDEOPROCAMP_GAIN', 9],
+  ['VIDEOPROCAMP_FLAG_AUTO', 1],
+  ['VIDEOPROCAMP_FLAG_MANUAL', 2],
+  ['RESULT_OK', 0],
+  ['RESULT_YES', 0],
+  ['RESULT_NO', -256],
+  ['STATUS_AUTHORIZED', 0],
+];
+
+function toolOutput(command, args) {
+  const { status, stdout, stderr } = spawnSync(command, args, { encoding: 'utf8', env: { ...process.env, LD_PRELOAD: '' } });
+  assert.equal(status, 0, stderr);
+  return stdout;
+}
+
+describe('the exports object', () => {
+  const addon = loadAddon();
+
+  it('holds the functions and then the constants, in their order', () => {
+    assert.deepEqual(Reflect.ownKeys(addon), [...functions, ...constants.map(([name]) => name)]);
+  });
+
+  it('holds functions without a name of their own', () => {
+    for (const name of functions) {
+      assert.equal(typeof addon[name], 'function', name);
+      assert.equal(addon[name].name, '', name);
+    }
+  });
+
+  it('holds the values of the constants', () => {
+    for (const [name, value] of constants) {
+      assert.ok(Object.is(addon[name], value), `${name} is ${addon[name]}`);
+    }
+  });
+
+  it('lets script code list, replace and delete every one of them', () => {
+    for (const [name, property] of Object.entries(Object.getOwnPropertyDescriptors(addon))) {
+      const { enumerable, writable, configurable } = property;
+      assert.deepEqual({ enumerable, writable, configurable },
+        { enumerable: true, writable: true, configurable: true }, name);
+    }
+  });
+
+  it('gives functions that need no receiver', () => {
+    const { cameraBackend, getLastError } = addon;
+    assert.equal(cameraBackend(), 'none');
+    assert.equal(getLastError.call(null), '');
+  });
+});
+
+describe('the built file', () => {
+  const dynamicSection = (tag) =>
+    [...toolOutput('readelf', ['-d', '-W', addonPath]).matchAll(/^ *\S+ +\((\w+)\) +(.*)$/gm)]
+      .filter(([, name]) => name === tag)
+      .map(([, , value]) => value);
+
+  it('exports the two symbols that the module loader looks for, and no other', () => {
+    const symbols = toolOutput('nm', ['-D', '--defined-only', '--format=posix', addonPath])
+      .trim().split('\n').map((line) => line.split(' ')[0]);
+    assert.deepEqual(symbols.sort(), ['napi_register_module_v1', 'node_api_module_get_api_version_v1']);
+  });
+
+  it('needs no shared library but the C and C++ run-time',
+    { skip: skipUnderSanitizer('the sanitizer is a library too') }, () => {
+      const allowed = /^(libstdc\+\+\.so\.6|libm\.so\.6|libgcc_s\.so\.1|libc\.so\.6|ld-linux-x86-64\.so\.2)$/;
+      const needed = dynamicSection('NEEDED').map((value) => /\[(.*)\]/.exec(value)[1]);
+      assert.ok(needed.includes('libc.so.6'));
+      assert.deepEqual(needed.filter((name) => !allowed.test(name)), []);
+    });
+
+  it('adds no search place for the libraries that it loads at run time', () => {
+    assert.deepEqual([...dynamicSection('RPATH'), ...dynamicSection('RUNPATH')], []);
+  });
+
+  it('stays loaded until the process ends', () => {
+    assert.match(dynamicSection('FLAGS_1').join(' '), /\bNODELETE\b/);
+  });
+});

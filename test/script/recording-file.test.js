@@ -1,0 +1,213 @@
+// Recordings from the simulated camera to the file, with the real FFmpeg.
+
+import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
+import fs from 'node:fs';
+import path from 'node:path';
+import { describe, it } from 'node:test';
+
+import { valueFromChild } from './support/child.js';
+import { readFrameCode } from './support/frame-code.js';
+import { decodeGrey, decodingComplaints, probe, topBoxes } from './support/media.js';
+import { makeTemporaryDirectory } from './support/temporary.js';
+
+const directory = makeTemporaryDirectory();
+const cameraRate = 30;
+const small = { format: 0, width: 640, height: 480, frameRate: 30, bitrate: 2_000_000, seconds: 0.5 };
+const noEncoder = 'No usable FFmpeg H.264 encoder was found';
+
+/** Records what the simulated camera shows; runs in a child. */
+async function record({ addon, simulatorPath, nextFrame, sleep }, { format, width, height, frameRate, bitrate, seconds, file }) {
+  if (!addon.loadCameraBackend(simulatorPath)) {
+    throw new Error(addon.getLastError());
+  }
+  addon.cameraStartCapture(0, 0, 0, format);
+  addon.cameraPreviewStart(0, width, height, frameRate);
+  const { sequence } = await nextFrame(addon);
+  // How many frames the preview has made, at least and at most, while the recorder took them.
+  const produced = () => addon.cameraPreviewGetLatest(0).producedFrames;
+  const offered = { least: 0, most: -produced() };
+  const started = addon.cameraRecordingStart(file, width, height, frameRate, bitrate);
+  const startError = addon.getLastError();
+  offered.least -= produced();
+  await nextFrame(addon, { sequence });
+  const end = performance.now() + seconds * 1000;
+  while (performance.now() < end && addon.cameraRecordingStatus().recording) {
+    await sleep(10);
+  }
+  offered.least += produced();
+  const stopped = addon.cameraRecordingStop();
+  offered.most += produced();
+  const error = addon.getLastError();
+  const status = addon.cameraRecordingStatus();
+  addon.cameraStopCapture(0);
+  return { started, startError, stopped, error, status, offered };
+}
+
+/** Records in a child and asserts that all went well; gives the status and the offered frames. */
+async function recordWell(options, env = {}) {
+  const { started, startError, stopped, error, status, offered } = await valueFromChild(record, { args: [options], env });
+  assert.deepEqual({ started, startError, stopped, error }, { started: 0, startError: '', stopped: 0, error: '' });
+  assert.equal(status.error, '');
+  assert.ok(status.framesWritten > 0);
+  return { status, offered };
+}
+
+/** Asserts what holds for the file of every recording; gives what ffprobe says. */
+function assertWholeFile(file, { status: { framesWritten, durationMs } }, { width, height }) {
+  const { complaints, streams, stream, duration, packets } = probe(file);
+  assert.equal(complaints, '');
+  assert.equal(streams, 1);
+  const { codec_name: codec, profile, pix_fmt: pixels, color_range: range } = stream;
+  assert.deepEqual({ codec, profile, pixels, range, width: stream.width, height: stream.height },
+    { codec: 'h264', profile: 'Main', pixels: 'yuv420p', range: 'tv', width, height });
+  assert.equal(Number(stream.nb_read_frames), framesWritten);
+  assert.equal(packets.length, framesWritten);
+  assert.equal(packets[0].pts, 0);
+  packets.slice(1).forEach(({ pts }, index) => assert.ok(pts > packets[index].pts));
+  const lastFrame = packets.at(-1).duration;
+  assert.ok(Math.abs(duration - (durationMs / 1000 + lastFrame)) <= lastFrame, `${duration} s, ${durationMs} ms, ${lastFrame} s`);
+  assert.deepEqual(topBoxes(file), ['ftyp', 'moov', 'free', 'mdat']);
+  assert.equal(decodingComplaints(file), '');
+  return { stream, packets };
+}
+
+const colours = ({ color_space: space, color_primaries: primaries, color_transfer: transfer }) => [space, primaries, transfer];
+
+/** The numbers that the camera painted into the frames of a file. */
+function paintedNumbers(file, { width, height }) {
+  const grey = decodeGrey(file);
+  const size = width * height;
+  assert.equal(grey.length % size, 0);
+  return Array.from({ length: grey.length / size }, (_, index) => {
+    const number = readFrameCode(grey.subarray(index * size, (index + 1) * size), width, height, width, 1);
+    assert.notEqual(number, null, `no number in frame ${index}`);
+    return number;
+  });
+}
+
+const median = (numbers) => [...numbers].sort((a, b) => a - b)[Math.trunc(numbers.length / 2)];
+
+describe('a recording', () => {
+  it('of a reduced preview is a file that plays, with the frames in their order and at their times', async () => {
+    const file = path.join(directory, 'reduced.mp4');
+    const options = { format: 2, width: 960, height: 540, frameRate: 30, bitrate: 4_000_000, seconds: 2, file };
+    const result = await recordWell(options);
+    const { stream, packets } = assertWholeFile(file, result, options);
+    assert.deepEqual(colours(stream), ['smpte170m', 'smpte170m', 'smpte170m']);
+
+    // The preview has a clock of its own: it may see one frame of the camera twice.
+    const numbers = paintedNumbers(file, options);
+    assert.equal(numbers.length, result.status.framesWritten);
+    numbers.slice(1).forEach((number, index) => assert.ok(number >= numbers[index], `${numbers}`));
+    const shown = (numbers.at(-1) - numbers[0]) / cameraRate;
+    assert.ok(Math.abs(shown - packets.at(-1).pts) < 0.2, `${shown} s shown in ${packets.at(-1).pts} s`);
+  });
+
+  it('of a preview slower than the camera never shows a frame twice', async () => {
+    const file = path.join(directory, 'rising.mp4');
+    const options = { ...small, frameRate: 10, seconds: 1.2, file };
+    assertWholeFile(file, await recordWell(options), options);
+    const numbers = paintedNumbers(file, options);
+    assert.ok(numbers.length > 3);
+    numbers.slice(1).forEach((number, index) => assert.ok(number > numbers[index], `${numbers}`));
+  });
+
+  it('of a full-size preview that the encoder cannot follow drops frames, counts them, and plays', async () => {
+    const file = path.join(directory, 'dropping.mp4');
+    const options = { format: 2, width: 1920, height: 1080, frameRate: 120, bitrate: 8_000_000, seconds: 1, file };
+    // On one processor, whatever the machine has.
+    const processor = /Cpus_allowed_list:\s*(\d+)/.exec(fs.readFileSync('/proc/self/status', 'utf8'))[1];
+    const result = await valueFromChild(record, { args: [options], wrapper: ['taskset', '-c', processor] });
+    assert.deepEqual([result.started, result.stopped, result.error], [0, 0, '']);
+    const { stream } = assertWholeFile(file, result, options);
+    assert.deepEqual(colours(stream), ['bt709', 'bt709', 'bt709']);
+    const { status: { framesWritten, framesDropped }, offered: { least, most } } = result;
+    assert.ok(framesDropped > 0);
+    const counted = framesWritten + framesDropped;
+    assert.ok(counted >= least && counted <= most, `${counted} of ${least} to ${most}`);
+  });
+
+  it('of a camera that stutters stands still meanwhile, and goes on at the right time', async () => {
+    const file = path.join(directory, 'stutter.mp4');
+    const options = { ...small, seconds: 1.5, file };
+    const { packets } = assertWholeFile(file, await recordWell(options, { OSTREL_SIMULATOR_STUTTER: '10:200' }), options);
+    const numbers = paintedNumbers(file, options);
+    const firstSeen = numbers
+      .map((number, index) => ({ number, seconds: packets[index].pts }))
+      .filter(({ number }, index) => index === 0 || number > numbers[index - 1]);
+    const jumps = firstSeen.slice(1).map(({ number, seconds }, index) =>
+      ({ frames: number - firstSeen[index].number, seconds: seconds - firstSeen[index].seconds }));
+    // 200 ms are 6 frames of the camera, and as many of the preview.
+    const stutters = jumps.filter(({ frames }) => frames >= 5);
+    assert.ok(stutters.length > 0, `${numbers}`);
+    assert.ok(median(stutters.map(({ frames, seconds }) => Math.abs(seconds - frames / cameraRate))) < 0.1);
+    assert.ok(numbers.length > firstSeen.length + 2 * stutters.length, `${numbers}`);
+  });
+});
+
+describe('on a full disk', () => {
+  const mounted = path.join(directory, 'disk');
+  const mount = () => {
+    fs.mkdirSync(mounted);
+    return spawnSync('mount', ['-t', 'tmpfs', '-o', 'size=256k', 'tmpfs', mounted], { encoding: 'utf8' });
+  };
+
+  it('a recording ends by itself with the reason', async (t) => {
+    const { status: mountStatus, stderr, error } = mount();
+    if (mountStatus !== 0) {
+      t.skip(`a small disk cannot be mounted here: ${(stderr ?? error.message).trim()}`);
+      return;
+    }
+    try {
+      const options = { ...small, bitrate: 8_000_000, seconds: 10, file: path.join(mounted, 'full.mp4') };
+      const { started, stopped, error: lastError, status } = await valueFromChild(record, { args: [options] });
+      assert.deepEqual([started, stopped, status.recording], [0, -3, false]);
+      assert.match(lastError, /^(Writing an H\.264 packet|Finalizing the MP4 file|Closing the MP4 file) failed: No space left on device$/);
+      assert.equal(status.error, lastError);
+      assert.equal(fs.existsSync(options.file), true);
+    } finally {
+      spawnSync('umount', [mounted]);
+    }
+  });
+});
+
+describe('the encoder', () => {
+  const refused = (text) => ({ started: -3, error: text, isThere: false });
+  const taken = { started: 0, error: '', isThere: true };
+  const hasGraphics = fs.existsSync('/dev/dri') || fs.existsSync('/dev/nvidia0');
+  const vaapiFailure = `${noEncoder} (h264_vaapi: Creating a VAAPI device failed: `;
+
+  it('is the one of the environment, or none; each refusal has its reason', async () => {
+    const encoders = ['nonexistent', 'h264', 'AUTO', 'libopenh264', 'libx264', 'auto', ''];
+    const file = path.join(directory, 'encoder.mp4');
+    const results = await valueFromChild(async ({ addon }, names, target) => {
+      const { existsSync, rmSync } = await import('node:fs');
+      addon.cameraPreviewStart(0, 64, 48, 30);
+      const start = (name, place) => {
+        process.env.OSTREL_FFMPEG_ENCODER = name;
+        const started = addon.cameraRecordingStart(place, 64, 48, 30, 1_000_000);
+        const { error } = addon.cameraRecordingStatus();
+        addon.cameraRecordingStop();
+        const isThere = existsSync(place);
+        rmSync(place, { force: true });
+        return { started, error, isThere };
+      };
+      return {
+        byName: names.map((name) => start(name, target)),
+        vaapi: start('h264_vaapi', target),
+        unwritable: start('nonexistent', '/nowhere/a.mp4'),
+      };
+    }, { args: [encoders, file] });
+    assert.deepEqual(results.byName, [
+      refused(noEncoder), refused(noEncoder), refused(noEncoder),
+      refused(`${noEncoder} (libopenh264: encoder does not accept NV12 frames)`), taken, taken, taken,
+    ]);
+    // The encoder is looked for before the file is opened.
+    assert.deepEqual(results.unwritable, refused(noEncoder));
+    if (!hasGraphics) {
+      assert.equal(results.vaapi.started, -3);
+      assert.ok(results.vaapi.error.startsWith(vaapiFailure), results.vaapi.error);
+    }
+  });
+});

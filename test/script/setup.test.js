@@ -1,0 +1,157 @@
+// The set-up's decisions, without touching the machine.
+
+import assert from 'node:assert/strict';
+import fs from 'node:fs';
+import os from 'node:os';
+import path from 'node:path';
+import { describe, it } from 'node:test';
+
+import { needsConfigure, parseCache } from '../../scripts/lib/build.js';
+import { isGeneration } from '../../scripts/lib/ffmpeg.js';
+import { isStale } from '../../scripts/lib/npm-packages.js';
+import { commandLine } from '../../scripts/lib/output.js';
+import { missingPackages, missingSentence } from '../../scripts/lib/packages.js';
+import { findProgram } from '../../scripts/lib/processes.js';
+
+function systemWith({ installed = [], programs = [], headers = [], libraries = [] }) {
+  return {
+    installed: new Set(installed),
+    hasProgram: (name) => programs.includes(name),
+    hasHeader: (name) => headers.includes(name),
+    hasLibrary: (name) => libraries.includes(name),
+  };
+}
+
+describe('missing packages', () => {
+  it('are all of a group on an empty system, in the order of the table', () => {
+    assert.deepEqual(missingPackages(['build'], systemWith({})),
+      ['cmake', 'ninja-build', 'g++', 'pkg-config', 'libturbojpeg0-dev']);
+  });
+
+  it('leave out what the package manager has installed', () => {
+    const system = systemWith({ installed: ['cmake', 'g++', 'libturbojpeg0-dev'] });
+    assert.deepEqual(missingPackages(['build'], system), ['ninja-build', 'pkg-config']);
+  });
+
+  it('leave out what came to the machine another way', () => {
+    const system = systemWith({
+      programs: ['cmake', 'ninja', 'g++', 'pkg-config'], headers: ['turbojpeg.h'], libraries: ['libturbojpeg.so.0'],
+    });
+    assert.deepEqual(missingPackages(['build', 'run'], system), []);
+  });
+
+  it('name a package of two groups once', () => {
+    const missing = missingPackages(['test', 'bench'], systemWith({}));
+    assert.equal(missing.filter((name) => name === 'ffmpeg').length, 1);
+  });
+});
+
+describe('the sentence about missing packages', () => {
+  it('names them and the command to run where only root may install', () => {
+    assert.equal(missingSentence(['cmake', 'nasm'], true, 'npm start'),
+      'System packages are missing and only root may install them: ' +
+      'run "apt-get install cmake nasm" as root, then "npm start" again.');
+  });
+
+  it('is in the singular for one package', () => {
+    assert.equal(missingSentence(['nasm'], true, 'npm test'),
+      'A system package is missing and only root may install it: ' +
+      'run "apt-get install nasm" as root, then "npm test" again.');
+  });
+
+  it('does not speak of apt-get where there is none', () => {
+    assert.equal(missingSentence(['cmake', 'nasm'], false, 'npm test'),
+      'Install what the Debian packages cmake, nasm hold ' +
+      '(this system has no apt to do it with), then run "npm test" again.');
+  });
+});
+
+describe('an npm install', () => {
+  const locked = {
+    '': { name: 'project' },
+    'node_modules/a': { version: '1.0.0' },
+    'node_modules/b': { version: '2.0.0', optional: true },
+  };
+
+  it('stands if every package has the locked version', () => {
+    assert.equal(isStale(locked, { 'node_modules/a': { version: '1.0.0' }, 'node_modules/b': { version: '2.0.0' } }), false);
+  });
+
+  it('stands without the optional packages of other platforms', () => {
+    assert.equal(isStale(locked, { 'node_modules/a': { version: '1.0.0' } }), false);
+  });
+
+  it('is stale if a package is absent', () => {
+    assert.equal(isStale(locked, { 'node_modules/b': { version: '2.0.0' } }), true);
+  });
+
+  it('is stale if a version differs, also of an optional package', () => {
+    assert.equal(isStale(locked, { 'node_modules/a': { version: '1.0.1' } }), true);
+    assert.equal(isStale(locked, { 'node_modules/a': { version: '1.0.0' }, 'node_modules/b': { version: '2.1.0' } }), true);
+  });
+});
+
+describe('the FFmpeg generation of a system', () => {
+  it('is the needed one if all three major versions are', () => {
+    assert.equal(isGeneration({ libavcodec: '58.91.100', libavformat: '58.45.100', libavutil: '56.51.100' }), true);
+  });
+
+  it('is not if one library is of another or is not there', () => {
+    assert.equal(isGeneration({ libavcodec: '59.37.100', libavformat: '58.45.100', libavutil: '56.51.100' }), false);
+    assert.equal(isGeneration({ libavcodec: '58.91.100', libavformat: '58.45.100', libavutil: null }), false);
+    assert.equal(isGeneration({ libavcodec: '580.1', libavformat: '58.45.100', libavutil: '56.51.100' }), false);
+  });
+});
+
+describe('a build directory', () => {
+  const cache = parseCache([
+    '# This is the CMakeCache file.',
+    '//Build the unit tests',
+    'OSTREL_TESTS:BOOL=ON',
+    'CMAKE_HOME_DIRECTORY:INTERNAL=/projects/a b',
+    'CMAKE_BUILD_TYPE:STRING=',
+    '',
+  ].join('\n'));
+
+  it('tells its settings', () => {
+    assert.deepEqual(cache, { OSTREL_TESTS: 'ON', CMAKE_HOME_DIRECTORY: '/projects/a b', CMAKE_BUILD_TYPE: '' });
+  });
+
+  it('is left alone if its settings are the wanted ones', () => {
+    assert.equal(needsConfigure(cache, { OSTREL_TESTS: 'ON' }, '/projects/a b'), null);
+  });
+
+  it('is configured if it is not there, or a setting differs or is new', () => {
+    assert.equal(needsConfigure(null, {}, '/projects/a b'), 'again');
+    assert.equal(needsConfigure(cache, { OSTREL_TESTS: 'OFF' }, '/projects/a b'), 'again');
+    assert.equal(needsConfigure(cache, { OSTREL_SANITIZE: 'tsan' }, '/projects/a b'), 'again');
+  });
+
+  it('starts afresh if the project was moved or copied', () => {
+    assert.equal(needsConfigure(cache, { OSTREL_TESTS: 'ON' }, '/projects/c'), 'fresh');
+  });
+});
+
+describe('a program on the PATH', () => {
+  it('is found in the first directory that holds it as an executable file', (context) => {
+    const top = fs.mkdtempSync(path.join(os.tmpdir(), 'ostrel-path-'));
+    context.after(() => fs.rmSync(top, { recursive: true }));
+    const [first, second] = ['first', 'second'].map((name) => path.join(top, name));
+    fs.mkdirSync(path.join(first, 'tool'), { recursive: true });
+    fs.mkdirSync(second);
+    fs.writeFileSync(path.join(first, 'plain'), '', { mode: 0o644 });
+    fs.writeFileSync(path.join(second, 'tool'), '', { mode: 0o755 });
+    const searchPath = [first, second].join(':');
+    assert.equal(findProgram('tool', searchPath), path.join(second, 'tool'));
+    assert.equal(findProgram('plain', searchPath), null);
+    assert.equal(findProgram('absent', searchPath), null);
+  });
+});
+
+describe('the command to run again', () => {
+  it('is what a developer types', () => {
+    assert.equal(commandLine('start'), 'npm start');
+    assert.equal(commandLine('test'), 'npm test');
+    assert.equal(commandLine('test:asan'), 'npm run test:asan');
+  });
+});

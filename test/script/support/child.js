@@ -1,0 +1,50 @@
+// Runs a function in a Node.js process of its own, for what a process can do once only: load a
+// library, start with an environment, end.
+
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import v8 from 'node:v8';
+
+const mainUrl = new URL('child-main.js', import.meta.url).href;
+// Far above what any of them takes: it ends a child that hangs.
+const longestMs = 120_000;
+
+/**
+ * Runs `body(context, ...args)` in a new process. The function goes there as text, so it sees
+ * nothing of its surroundings but `context` (see child-main.js) and `args`, which are copied.
+ * `env` is added to the environment, `cwd` the directory, `wrapper` a command to run Node.js by.
+ * Gives { value, stdout, stderr, code, signal }; `value` is a copy of what `body` returned.
+ */
+export function runInChild(body, { args = [], env = {}, cwd, wrapper = [] } = {}) {
+  const script = `import { run } from ${JSON.stringify(mainUrl)};\nawait run(${body});\n`;
+  const command = [...wrapper, process.execPath, '--expose-gc', '--input-type=module', '--eval', script];
+  const child = spawn(command[0], command.slice(1), {
+    cwd,
+    env: { ...process.env, NODE_TEST_CONTEXT: '', ...env },
+    stdio: ['ignore', 'pipe', 'pipe', 'pipe', 'pipe'],
+    timeout: longestMs,
+    killSignal: 'SIGKILL',
+  });
+  child.stdio[3].on('error', () => {});  // a child that died early: its end tells
+  child.stdio[3].end(v8.serialize(args));
+  const read = (stream) => {
+    const chunks = [];
+    stream.on('data', (chunk) => chunks.push(chunk));
+    return () => Buffer.concat(chunks);
+  };
+  const [stdout, stderr, result] = [child.stdout, child.stderr, child.stdio[4]].map(read);
+  return new Promise((resolve, reject) => {
+    child.on('error', reject);
+    child.on('close', (code, signal) => {
+      const value = result().length > 0 ? v8.deserialize(result()) : undefined;
+      resolve({ value, stdout: stdout().toString(), stderr: stderr().toString(), code, signal });
+    });
+  });
+}
+
+/** Runs `body` as runInChild does, asserts that it ended well and in silence, gives its value. */
+export async function valueFromChild(body, options) {
+  const { value, ...end } = await runInChild(body, options);
+  assert.deepEqual(end, { stdout: '', stderr: '', code: 0, signal: null });
+  return value;
+}

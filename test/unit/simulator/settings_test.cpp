@@ -1,0 +1,74 @@
+#include "simulator/settings.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+
+namespace ostrel_simulator {
+namespace {
+
+Settings Read(const std::map<std::string, std::string>& variables) {
+  return ReadSettings([&](const char* name) {
+    const auto found = variables.find(name);
+    return found == variables.end() ? nullptr : found->second.c_str();
+  });
+}
+
+TEST(Settings, AreOneSteadyCameraWithoutVariables) {
+  const Settings settings = Read({});
+  EXPECT_EQ(settings.seed, 1U);
+  EXPECT_EQ(settings.devices, 1);
+  EXPECT_EQ(settings.rowPadding, 0);
+  EXPECT_EQ(settings.frameLimit, 0);
+  EXPECT_EQ(settings.stutterEvery, 0);
+  EXPECT_EQ(settings.stutterMs, 0);
+  EXPECT_TRUE(settings.valid);
+}
+
+TEST(Settings, ComeFromTheVariables) {
+  const Settings settings = Read({{"OSTREL_SIMULATOR_SEED", "18446744073709551615"},
+                                  {"OSTREL_SIMULATOR_DEVICES", "0"},
+                                  {"OSTREL_SIMULATOR_ROW_PADDING", "4096"},
+                                  {"OSTREL_SIMULATOR_FRAMES", "5"},
+                                  {"OSTREL_SIMULATOR_STUTTER", "30:500"}});
+  EXPECT_EQ(settings.seed, 18446744073709551615U);
+  EXPECT_EQ(settings.devices, 0);
+  EXPECT_EQ(settings.rowPadding, 4096);
+  EXPECT_EQ(settings.frameLimit, 5);
+  EXPECT_EQ(settings.stutterEvery, 30);
+  EXPECT_EQ(settings.stutterMs, 500);
+  EXPECT_TRUE(settings.valid);
+}
+
+TEST(Settings, StayAtTheirDefaultsWhereAVariableCannotBeRead) {
+  const std::multimap<std::string, std::string> refused = {
+      {"OSTREL_SIMULATOR_SEED", "-1"},
+      {"OSTREL_SIMULATOR_SEED", "x"},
+      {"OSTREL_SIMULATOR_SEED", ""},
+      {"OSTREL_SIMULATOR_DEVICES", "9"},
+      {"OSTREL_SIMULATOR_DEVICES", "-1"},
+      {"OSTREL_SIMULATOR_DEVICES", "1 "},
+      {"OSTREL_SIMULATOR_ROW_PADDING", "4097"},
+      {"OSTREL_SIMULATOR_FRAMES", "0"},
+      {"OSTREL_SIMULATOR_FRAMES", "2147483648"},
+      {"OSTREL_SIMULATOR_STUTTER", "30"},
+      {"OSTREL_SIMULATOR_STUTTER", "30:"},
+      {"OSTREL_SIMULATOR_STUTTER", ":5"},
+      {"OSTREL_SIMULATOR_STUTTER", "0:5"},
+      {"OSTREL_SIMULATOR_STUTTER", "30:60001"},
+  };
+  for (const auto& [name, value] : refused) {
+    const Settings settings = Read({{name, value}});
+    EXPECT_FALSE(settings.valid) << name << "=" << value;
+    EXPECT_EQ(settings.seed, 1U);
+    EXPECT_EQ(settings.devices, 1);
+    EXPECT_EQ(settings.rowPadding, 0);
+    EXPECT_EQ(settings.frameLimit, 0);
+    EXPECT_EQ(settings.stutterEvery, 0);
+    EXPECT_EQ(settings.stutterMs, 0);
+  }
+}
+
+}  // namespace
+}  // namespace ostrel_simulator

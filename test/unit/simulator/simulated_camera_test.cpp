@@ -1,0 +1,214 @@
+#include "simulator/simulated_camera.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <thread>
+#include <vector>
+
+#include "simulator/frame_code.h"
+
+namespace ostrel_simulator {
+namespace {
+
+struct SmallCamera {
+  explicit SmallCamera(const Settings& settings = {}) : camera(settings, 0) {}
+  ~SmallCamera() { camera.Stop(); }
+
+  void AwaitFirstFrame() {
+    while (camera.HasFirstFrame() == kNotYet) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ASSERT_EQ(camera.HasFirstFrame(), kOk);
+  }
+
+  // The newest frame, and the number in it.
+  std::vector<std::uint8_t> Grab() {
+    std::vector<std::uint8_t> frame(
+        static_cast<std::size_t>(camera.FrameBytesPerRow() * camera.FrameHeight()));
+    EXPECT_EQ(camera.Grab(frame.data(), static_cast<int>(frame.size())), kOk);
+    return frame;
+  }
+
+  std::uint32_t NumberOf(const std::vector<std::uint8_t>& frame) {
+    return ReadFrameCode(frame.data(), camera.FrameWidth(), camera.FrameHeight(),
+                         camera.FrameBytesPerRow(), 3)
+        .value_or(0);
+  }
+
+  // The frame as it has to be, made anew from its number.
+  std::vector<std::uint8_t> Expected(std::uint32_t number) {
+    const int row = camera.FrameBytesPerRow();
+    std::vector<std::uint8_t> frame(static_cast<std::size_t>(row * camera.FrameHeight()));
+    CopyView(*camera.specimen, number, camera.FrameWidth(), camera.FrameHeight(), row,
+             frame.data());
+    PaintFrameCode(frame.data(), camera.FrameWidth(), camera.FrameHeight(), row, number);
+    return frame;
+  }
+
+  SimulatedCamera camera;
+};
+
+TEST(BestFormat, IsTheClosestSizeAndTheFirstListedAmongEquals) {
+  EXPECT_EQ(BestFormat(640, 480), 0);
+  EXPECT_EQ(BestFormat(1280, 720), 1);
+  EXPECT_EQ(BestFormat(1920, 1080), 2);
+  EXPECT_EQ(BestFormat(1900, 1100), 2);
+  EXPECT_EQ(BestFormat(2592, 1944), 4);
+  EXPECT_EQ(BestFormat(2147483647, 2147483647), 5);
+  EXPECT_EQ(BestFormat(1, 1), 0);
+}
+
+TEST(BestFormat, IsFullHighDefinitionWithoutASize) {
+  EXPECT_EQ(BestFormat(0, 0), 2);
+  EXPECT_EQ(BestFormat(-5, 480), 2);
+  EXPECT_EQ(BestFormat(640, 0), 2);
+}
+
+TEST(SimulatedCamera, AnswersThatItIsNotCapturingWhileIdle) {
+  SmallCamera small;
+  std::uint8_t byte = 7;
+  EXPECT_EQ(small.camera.HasFirstFrame(), kNotCapturing);
+  EXPECT_EQ(small.camera.FrameWidth(), kNotCapturing);
+  EXPECT_EQ(small.camera.FrameHeight(), kNotCapturing);
+  EXPECT_EQ(small.camera.FrameBytesPerRow(), kNotCapturing);
+  EXPECT_EQ(small.camera.Grab(&byte, 1), kNotCapturing);
+  EXPECT_EQ(small.camera.Stop(), kOk);
+  EXPECT_EQ(byte, 7);
+}
+
+TEST(SimulatedCamera, RefusesAFormatThatItDoesNotHave) {
+  SmallCamera small;
+  EXPECT_EQ(small.camera.Start(-1), kNoDevice);
+  EXPECT_EQ(small.camera.Start(6), kNoDevice);
+  EXPECT_EQ(small.camera.FrameWidth(), kNotCapturing);
+}
+
+TEST(SimulatedCamera, DeliversNumberedFramesThatRise) {
+  SmallCamera small;
+  ASSERT_EQ(small.camera.Start(0), kOk);
+  small.AwaitFirstFrame();
+  std::uint32_t last = 0;
+  for (int seen = 0; seen < 4;) {
+    const std::vector<std::uint8_t> frame = small.Grab();
+    const std::uint32_t number = small.NumberOf(frame);
+    ASSERT_GE(number, 1U);
+    ASSERT_GE(number, last);
+    if (number > last) {
+      ASSERT_TRUE(frame == small.Expected(number)) << number;
+      last = number;
+      ++seen;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+TEST(SimulatedCamera, SaysNotYetBeforeTheFirstFrame) {
+  SmallCamera small;
+  // The first frame of this format comes after 66 ms; a machine may be slower than that.
+  ASSERT_EQ(small.camera.Start(5), kOk);
+  const int size = small.camera.FrameBytesPerRow() * small.camera.FrameHeight();
+  std::vector<std::uint8_t> frame(static_cast<std::size_t>(size));
+  const int first = small.camera.Grab(frame.data(), size);
+  if (first == kOk) {
+    GTEST_SKIP() << "this machine was too slow to ask before the first frame";
+  }
+  EXPECT_EQ(first, kNotYet);
+  small.AwaitFirstFrame();
+}
+
+TEST(SimulatedCamera, RefusesABufferThatIsTooSmall) {
+  Settings settings;
+  settings.rowPadding = 6;
+  SmallCamera small(settings);
+  ASSERT_EQ(small.camera.Start(0), kOk);
+  small.AwaitFirstFrame();
+  const int row = 640 * 3 + 6;
+  EXPECT_EQ(small.camera.FrameBytesPerRow(), row);
+  std::vector<std::uint8_t> frame(static_cast<std::size_t>(row) * 480);
+  EXPECT_EQ(small.camera.Grab(frame.data(), row * 480 - 1), kNoRoom);
+  EXPECT_EQ(small.camera.Grab(frame.data(), 640 * 3 * 480), kNoRoom);
+  EXPECT_EQ(small.camera.Grab(frame.data(), -1), kNoRoom);
+  EXPECT_EQ(small.camera.Grab(nullptr, row * 480), kNoRoom);
+  EXPECT_EQ(small.camera.Grab(frame.data(), row * 480), kOk);
+}
+
+TEST(SimulatedCamera, EndsAtItsFrameLimitWithTheLastFrameInPlace) {
+  Settings settings;
+  settings.frameLimit = 2;
+  SmallCamera small(settings);
+  ASSERT_EQ(small.camera.Start(0), kOk);
+  small.AwaitFirstFrame();
+  std::uint32_t number = 0;
+  while (number < 2) {
+    number = small.NumberOf(small.Grab());
+  }
+  // Longer than two more frames would take.
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_EQ(small.NumberOf(small.Grab()), number);
+}
+
+TEST(SimulatedCamera, StartsAnewInAnotherFormat) {
+  SmallCamera small;
+  ASSERT_EQ(small.camera.Start(0), kOk);
+  small.AwaitFirstFrame();
+  ASSERT_EQ(small.camera.Start(1), kOk);
+  EXPECT_EQ(small.camera.FrameWidth(), 1280);
+  EXPECT_EQ(small.camera.FrameHeight(), 720);
+  EXPECT_EQ(small.camera.FrameBytesPerRow(), 3840);
+  small.AwaitFirstFrame();
+  EXPECT_GE(small.NumberOf(small.Grab()), 1U);
+  EXPECT_EQ(small.camera.Stop(), kOk);
+  EXPECT_EQ(small.camera.HasFirstFrame(), kNotCapturing);
+}
+
+TEST(SimulatedCamera, GivesWholeFramesToSeveralThreadsAtOnce) {
+  SmallCamera small;
+  ASSERT_EQ(small.camera.Start(0), kOk);
+  small.AwaitFirstFrame();
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&small] {
+      std::uint32_t last = 0;
+      for (int seen = 0; seen < 5;) {
+        const std::vector<std::uint8_t> frame = small.Grab();
+        const std::uint32_t number = small.NumberOf(frame);
+        ASSERT_GE(number, last);
+        if (number > last) {
+          ASSERT_TRUE(frame == small.Expected(number)) << number;
+          last = number;
+          ++seen;
+        }
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+}
+
+TEST(SimulatedCamera, MayBeStartedStoppedAndAskedByAnyThread) {
+  SmallCamera small;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&small, i] {
+      std::vector<std::uint8_t> frame(1280 * 720 * 3);
+      for (int round = 0; round < 20; ++round) {
+        EXPECT_EQ(i == 0 ? small.camera.Stop() : small.camera.Start(round % 2), kOk);
+        small.camera.HasFirstFrame();
+        small.camera.FrameWidth();
+        small.camera.Grab(frame.data(), static_cast<int>(frame.size()));
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(small.camera.Stop(), kOk);
+  EXPECT_EQ(small.camera.FrameWidth(), kNotCapturing);
+}
+
+}  // namespace
+}  // namespace ostrel_simulator
