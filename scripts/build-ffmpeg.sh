@@ -66,9 +66,12 @@ tarball=${OSTREL_FFMPEG_TARBALL:-$work/$archive}
 if [ -z "${OSTREL_FFMPEG_TARBALL:-}" ] && ! [ -f "$tarball" ]; then
   fetch
 fi
-[ -f "$tarball" ] || fail "$tarball does not exist; OSTREL_FFMPEG_TARBALL must name a copy of $archive."
-printf '%s  %s\n' "$sha256" "$tarball" | sha256sum --check --status ||
-  fail "$tarball is not the pinned archive (its SHA-256 differs); remove it."
+if ! printf '%s  %s\n' "$sha256" "$tarball" | sha256sum --check --status 2>/dev/null; then
+  [ -z "${OSTREL_FFMPEG_TARBALL:-}" ] ||
+    fail "$tarball is no copy of $archive (missing, or its SHA-256 differs); OSTREL_FFMPEG_TARBALL must name one."
+  rm -f "$tarball"
+  fail "$archive arrived damaged and was removed."
+fi
 
 rm -rf "$work/source" "$work/install"
 mkdir -p "$work/source"

@@ -30,7 +30,9 @@ async function checkFiles(step, files, command, advice) {
   await forEachParallel(files, async (file) => {
     const lines = [];
     const [program, ...args] = command(file);
-    if ((await run(program, args, { onLine: (line) => lines.push(line) })) !== 0) {
+    // clang-tidy counts what it suppressed in system headers, in every run.
+    const onLine = (line) => /^\d+ warnings? generated\.$/.test(line) || lines.push(line);
+    if ((await run(program, args, { onLine })) !== 0) {
       findings.push(...lines);
     }
     step.progress(`${++finished} of ${files.length}  ${shown(file)}`);

@@ -75,11 +75,11 @@ Field Enlarge(Field& small) {
     }
     mixed.front() = mixed[mixed.size() - 2];
     mixed.back() = mixed[1];
-    std::int16_t* const target = large.Row(y);
+    std::int16_t* target = large.Row(y);
     const std::int16_t* const source = mixed.data() + 1;
     for (int x = 0; x < small.width; ++x) {
-      target[2 * x] = static_cast<std::int16_t>((3 * source[x] + source[x - 1]) / 4);
-      target[2 * x + 1] = static_cast<std::int16_t>((3 * source[x] + source[x + 1]) / 4);
+      *target++ = static_cast<std::int16_t>((3 * source[x] + source[x - 1]) / 4);
+      *target++ = static_cast<std::int16_t>((3 * source[x] + source[x + 1]) / 4);
     }
   }
   return large;

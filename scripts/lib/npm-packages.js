@@ -40,7 +40,7 @@ export async function provideNpmPackages(step) {
     step.done('here');
     return;
   }
-  await step.during('installing', mustRun('npm', ['ci', '--ignore-scripts'],
+  await step.during('installing', mustRun('npm', ['ci', '--ignore-scripts', '--prefer-offline', '--fetch-retries=1'],
     `npm ci failed: check the network and npm's registry setting, then run "${commandLine()}" again.`));
   step.done('installed');
 }

@@ -59,7 +59,7 @@ export async function runUnitTests(step, preset, env = {}) {
   [report, log].forEach((file) => fs.rmSync(file, { force: true }));
   const remarks = [];
   const onLine = (line) => {
-    const passed = /^ *(\d+)\/(\d+) Test +#\d+: (\S+) \.+ +Passed/.exec(line);
+    const passed = /^ *(\d+)\/(\d+) Test +#\d+: (\S+) .* Passed +[\d.]+ sec$/.exec(line);
     if (passed) {
       step.progress(`${passed[1]} of ${passed[2]}  ${passed[3]}`);
     } else if (!/^ +Start +\d+: /.test(line)) {

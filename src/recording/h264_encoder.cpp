@@ -79,7 +79,7 @@ std::string LinuxBackend::OpenFirstUsableEncoder() {
 
 bool LinuxBackend::TryEncoder(const AVCodec* codec, bool vaapi, const std::string& name,
                               std::vector<std::string>& failures) {
-  const std::string failure = OpenEncoder(codec, vaapi);
+  std::string failure = OpenEncoder(codec, vaapi);
   if (failure.empty()) {
     return true;
   }
@@ -100,7 +100,7 @@ std::string LinuxBackend::OpenEncoder(const AVCodec* codec, bool vaapi) {
   codecContext->pix_fmt = pixelFormat;
   ConfigureEncoder();
   if (vaapi) {
-    const std::string failure = AttachVaapiFramePool();
+    std::string failure = AttachVaapiFramePool();
     if (!failure.empty()) {
       return failure;
     }
@@ -114,7 +114,7 @@ std::string LinuxBackend::OpenEncoder(const AVCodec* codec, bool vaapi) {
   if (opened < 0) {
     return FfmpegError(api, "Opening the H.264 encoder", opened);
   }
-  const std::string failure = AllocateBuffers();
+  std::string failure = AllocateBuffers();
   if (failure.empty()) {
     useVaapi = vaapi;
     encoderName = name;

@@ -107,7 +107,8 @@ struct VideoRecorder {
   /// Copies a frame of `size` bytes into the queue. The arrays, if not null, hold three values.
   /// False if the frame was refused: no data, not recording, another size than the session's, or
   /// a full queue, which alone counts as a drop.
-  /// Never waits for the encoder. Throws `std::bad_alloc` if the copy cannot be allocated.
+  /// Never waits for the encoder. Throws `std::bad_alloc` or `std::length_error` if the copy cannot
+  /// be allocated; the session goes on.
   /// Thread: producer worker, backend callback.
   bool TryEnqueue(const std::uint8_t* data, std::size_t size, std::int32_t width,
                   std::int32_t height, std::int32_t format, std::int32_t planeCount,

@@ -129,13 +129,13 @@ std::string LinuxBackend::EncodeFrame(const VideoRecorder::Frame& input, std::in
     if (surface.frame == nullptr) {
       return "Could not allocate a VAAPI video frame";
     }
-    const std::string failure = UploadFrame(surface.frame);
+    std::string failure = UploadFrame(surface.frame);
     if (!failure.empty()) {
       return failure;
     }
   }
   int sent = 0;
-  const std::string failure = SendFrame(useVaapi ? surface.frame : frame, sent);
+  std::string failure = SendFrame(useVaapi ? surface.frame : frame, sent);
   surface.Free();
   if (!failure.empty()) {
     return failure;
@@ -168,7 +168,7 @@ std::string LinuxBackend::SendFrame(const AVFrame* picture, int& sent) {
   if (sent != AVERROR(EAGAIN)) {
     return std::string();
   }
-  const std::string failure = DrainPackets();
+  std::string failure = DrainPackets();
   if (failure.empty()) {
     sent = api.avcodec_send_frame(codecContext, picture);
   }
@@ -195,7 +195,7 @@ std::string LinuxBackend::ReceivePackets(bool flushing) {
     if (received < 0) {
       return FfmpegError(api, "Encoding a video frame", received);
     }
-    const std::string failure = WritePacket();
+    std::string failure = WritePacket();
     if (!failure.empty()) {
       return failure;
     }
@@ -207,7 +207,7 @@ std::string LinuxBackend::Flush() {
     return std::string();
   }
   int sent = 0;
-  const std::string failure = SendFrame(nullptr, sent);
+  std::string failure = SendFrame(nullptr, sent);
   if (!failure.empty()) {
     return failure;
   }
@@ -223,9 +223,9 @@ std::string LinuxBackend::Finalize() {
   }
   finalized = true;
   // Each step runs also after an error, to leave a file that plays; the first error is told.
-  const std::string flushFailure = Flush();
-  const std::string trailerFailure = WriteTrailer();
-  const std::string closeFailure = CloseFile();
+  std::string flushFailure = Flush();
+  std::string trailerFailure = WriteTrailer();
+  std::string closeFailure = CloseFile();
   Release();
   if (!flushFailure.empty()) {
     return flushFailure;

@@ -132,7 +132,9 @@ std::string StatsText(const FakeData& data, const std::string& key) {
 std::string LogText(const FakeData& data, const std::string& key) {
   std::string lines;
   int count = 0;
-  for (const FakeLogEntry& entry : data.log) {
+  const std::size_t dropped = data.log.size() - std::min(data.log.size(), data.logLimit);
+  for (std::size_t i = dropped; i < data.log.size(); ++i) {
+    const FakeLogEntry& entry = data.log[i];
     const auto& keys = entry.keys;
     if (!key.empty() && std::find(keys.begin(), keys.end(), key) == keys.end()) {
       continue;

@@ -58,7 +58,7 @@ enum class FakeContent { Uniform, Ramp, Fill, None };
 struct FakeData {
   std::map<std::string, FakeScript> scripts;
   std::map<std::string, FakeStats> stats;
-  std::vector<FakeLogEntry> log;
+  std::vector<FakeLogEntry> log;  ///< up to twice the limit; the older half counts as dropped
   std::int64_t nextIndex = 1;
   std::size_t logLimit = 10000;
   std::string logPath;

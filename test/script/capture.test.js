@@ -10,8 +10,9 @@ const addon = loadAddon();
 
 const frameInfoKeys = ['width', 'height', 'bytesPerRow', 'dataSize', 'pixelFormat', 'planeOffsets', 'planeStrides'];
 const grabKeys = ['width', 'height', 'bytesPerRow', 'pixelFormat', 'result', 'data', 'timestampMs'];
-const rgbaKeys = ['sourceWidth', 'sourceHeight', 'sourceBytesPerRow', 'result', 'width', 'height', 'bytesPerRow', 'data', 'timestampMs'];
-const failedRgbaKeys = ['sourceWidth', 'sourceHeight', 'sourceBytesPerRow', 'result', 'data'];
+const sourceKeys = ['sourceWidth', 'sourceHeight', 'sourceBytesPerRow', 'result'];
+const rgbaKeys = [...sourceKeys, 'width', 'height', 'bytesPerRow', 'data', 'timestampMs'];
+const failedRgbaKeys = [...sourceKeys, 'data'];
 
 function assertAnswer(answer, keys, values) {
   assert.deepEqual(Object.keys(answer), keys);

@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
 import { describe, it } from 'node:test';
 
-import { addonPath, loadAddon, skipUnderSanitizer } from './support/environment.js';
+import { addonPath, loadAddon, skipUnderSanitizer, toolEnvironment } from './support/environment.js';
 
 const functions = [
   'getLastError',
@@ -70,7 +70,7 @@ const constants = [
 ];
 
 function toolOutput(command, args) {
-  const { status, stdout, stderr } = spawnSync(command, args, { encoding: 'utf8', env: { ...process.env, LD_PRELOAD: '' } });
+  const { status, stdout, stderr } = spawnSync(command, args, { encoding: 'utf8', env: toolEnvironment });
   assert.equal(status, 0, stderr);
   return stdout;
 }

@@ -1,38 +1,20 @@
 // The live preview: start, stop, and what script code gets when it polls.
 
 import assert from 'node:assert/strict';
-import { afterEach, before, beforeEach, describe, it } from 'node:test';
+import { describe, it } from 'node:test';
 
 import { loadAddon } from './support/environment.js';
 import { openFakeCamera, rampFrame, reduceToRgba, uniformFrame } from './support/fake-camera.js';
+import { assertEmpty, device, emptyQuality, usePreview } from './support/preview.js';
 import { nextFrame, sleep, until } from './support/waiting.js';
 
-const addon = loadAddon();
-const device = 3;
-
-const counterKeys = ['droppedFrames', 'lastResult', 'producerFps', 'producedFrames'];
-const emptyKeys = ['result', 'data', 'sequence', ...counterKeys];
 const frameKeys = ['result', 'sequence', 'width', 'height', 'bytesPerRow', 'pixelFormat', 'planeOffsets', 'planeStrides',
   'sourceWidth', 'sourceHeight', 'sourceBytesPerRow', 'timestampMs', 'droppedFrames', 'producerFps', 'producerMode',
   'deliveryMode', 'producedFrames', 'lastResult', 'data'];
-const qualityKeys = ['result', 'sequence', 'width', 'height', 'bytesPerRow', 'pixelFormat', 'timestampMs', 'data'];
-const emptyQuality = (sequence) => ({ result: -256, sequence, data: null });
-
-function assertEmpty(answer, values) {
-  assert.deepEqual(Object.keys(answer), emptyKeys);
-  assert.equal(answer.data, null);
-  for (const [key, value] of Object.entries(values)) {
-    assert.ok(Object.is(answer[key], value), `${key} is ${answer[key]}, not ${value}`);
-  }
-}
-
-let camera;
-before(() => {
-  camera = openFakeCamera();
-});
-afterEach(() => addon.cameraPreviewStop());
 
 describe('without a camera library', () => {
+  const addon = loadAddon();
+
   it('a preview that was never started is not running', () => {
     assert.equal(addon.cameraPreviewIsRunning(), false);
     assert.equal(addon.cameraPreviewIsDirect(), false);
@@ -48,30 +30,17 @@ describe('without a camera library', () => {
     await until('a failed cycle', () => addon.cameraPreviewGetLatest(device).droppedFrames > 1);
     assertEmpty(addon.cameraPreviewGetLatest(device), { result: -256, sequence: 0, lastResult: -6 });
 
+    const camera = openFakeCamera();
     camera.send('frame 16 9');
     assert.equal(addon.loadCameraBackend(camera.path), true);
     const { width, height } = await nextFrame(addon, { device });
     assert.deepEqual([width, height], [16, 9]);
+    addon.cameraPreviewStop();
   });
 });
 
 describe('with a camera library', () => {
-  before(() => assert.equal(addon.loadCameraBackend(camera.path), true));
-  beforeEach(() => camera.send('reset\nframe 16 9'));
-
-  /** Starts a preview whose worker stops behind each grab until the test releases the next. */
-  function startByHand(width = 64, height = 48) {
-    camera.send('block cnokhwa_grab_frame');
-    assert.equal(addon.cameraPreviewStart(device, width, height, 120), 0);
-  }
-  async function takeByHand(options = {}) {
-    camera.send('release cnokhwa_grab_frame 1');
-    return nextFrame(addon, { device, ...options });
-  }
-  const stopByHand = () => {
-    camera.send('release cnokhwa_grab_frame');
-    addon.cameraPreviewStop(device);
-  };
+  const { addon, camera, startByHand, takeByHand } = usePreview();
 
   describe('start and stop', () => {
     it('a start is running until its stop, and neither touches the capture', () => {
@@ -202,7 +171,6 @@ describe('with a camera library', () => {
       assert.equal(producerFps, 0);
       assert.ok(Buffer.isBuffer(data));
       assert.ok(data.equals(reduceToRgba(rampFrame(1, 5760 * 1080), { width: 1920, height: 1080, step: 2 })));
-      stopByHand();
     });
 
     for (const [source, size] of [
@@ -222,7 +190,6 @@ describe('with a camera library', () => {
         assert.deepEqual([frame.sourceWidth, frame.sourceHeight, frame.sourceBytesPerRow], [width, height, bytesPerRow]);
         const step = Math.trunc(width / size[0]);
         assert.ok(frame.data.equals(reduceToRgba(rampFrame(1, bytesPerRow * height), { width, height, bytesPerRow, step })));
-        stopByHand();
       });
     }
 
@@ -234,7 +201,6 @@ describe('with a camera library', () => {
       const second = await takeByHand({ sequence: first.sequence });
       assert.equal(second.sequence, 2);
       assert.deepEqual(second.data, reduceToRgba(uniformFrame(2, 16, 9), { width: 16, height: 9 }));
-      stopByHand();
     });
 
     it('belongs to the preview of its device', async () => {
@@ -244,7 +210,6 @@ describe('with a camera library', () => {
         assertEmpty(addon.cameraPreviewGetLatest(other), { result: -1, sequence: 0, lastResult: 0, producedFrames: 1 });
         assert.deepEqual(addon.cameraPreviewGetLatestQualityFrame(other), emptyQuality(1));
       }
-      stopByHand();
     });
 
     it('is newer than any sequence below 1, and than what is no number', async () => {
@@ -258,7 +223,6 @@ describe('with a camera library', () => {
         assertEmpty(addon.cameraPreviewGetLatest(device, sequence), { result: -256, sequence: 1 });
         assert.deepEqual(addon.cameraPreviewGetLatestQualityFrame(device, sequence), emptyQuality(1));
       }
-      stopByHand();
     });
 
     it('is gone after the stop, while the number of dropped ones stays until the next start', async () => {
@@ -272,218 +236,6 @@ describe('with a camera library', () => {
       assert.deepEqual(addon.cameraPreviewGetLatestQualityFrame(device), emptyQuality(0));
       startByHand();
       assertEmpty(addon.cameraPreviewGetLatest(device), { result: -256, droppedFrames: 0, lastResult: -256 });
-      stopByHand();
-    });
-  });
-
-  describe('the target array', () => {
-    const size = 16 * 9 * 4;
-    const expected = (number) => reduceToRgba(uniformFrame(number, 16, 9), { width: 16, height: 9 });
-    let number;
-    beforeEach(() => {
-      number = 0;
-      startByHand();
-    });
-    afterEach(stopByHand);
-    const take = async (target) => takeByHand({ sequence: number++, target });
-
-    it('receives the frame, and the data is a view of it', async () => {
-      const target = new Uint8Array(size + 10).fill(7);
-      const { data } = await take(target);
-      assert.equal(Object.getPrototypeOf(data), Uint8Array.prototype);
-      assert.deepEqual([data.buffer, data.byteOffset, data.length], [target.buffer, 0, size]);
-      assert.ok(expected(1).equals(data));
-      assert.deepEqual([...target.subarray(size)], Array(10).fill(7));
-    });
-
-    it('may have just the size of the frame', async () => {
-      const target = new Uint8Array(size);
-      const { data } = await take(target);
-      assert.equal(data.buffer, target.buffer);
-    });
-
-    it('may begin anywhere in its memory', async () => {
-      const memory = new Uint8Array(size + 100).fill(7);
-      const { data } = await take(memory.subarray(13, 13 + size + 20));
-      assert.deepEqual([data.buffer, data.byteOffset, data.length], [memory.buffer, 13, size]);
-      assert.ok(expected(1).equals(data));
-      assert.ok(memory.subarray(0, 13).every((byte) => byte === 7));
-      assert.ok(memory.subarray(13 + size).every((byte) => byte === 7));
-    });
-
-    it('may be a Buffer, of the pool too', async () => {
-      const target = Buffer.allocUnsafe(size);
-      const { data } = await take(target);
-      assert.deepEqual([data.buffer, data.byteOffset, data.length], [target.buffer, target.byteOffset, size]);
-      assert.ok(expected(1).equals(target));
-    });
-
-    it('is ignored if it is one byte too short', async () => {
-      const target = new Uint8Array(size - 1);
-      const { data } = await take(target);
-      assert.ok(Buffer.isBuffer(data));
-      assert.deepEqual(data, expected(1));
-      assert.ok(target.every((byte) => byte === 0));
-    });
-
-    it('is ignored if its part that begins later is too short', async () => {
-      const { data } = await take(new Uint8Array(size + 5).subarray(6));
-      assert.ok(Buffer.isBuffer(data));
-    });
-
-    const detached = () => {
-      const target = new Uint8Array(size);
-      structuredClone(target.buffer, { transfer: [target.buffer] });
-      return target;
-    };
-    const shrunk = () => {
-      const memory = new ArrayBuffer(size, { maxByteLength: 2 * size });
-      const target = new Uint8Array(memory);
-      memory.resize?.(size - 1);
-      return memory.resize ? target : null;
-    };
-    for (const [what, make] of [
-      ['a Uint8ClampedArray', () => new Uint8ClampedArray(size)],
-      ['an Int8Array', () => new Int8Array(size)],
-      ['a Uint16Array', () => new Uint16Array(size)],
-      ['a Float64Array', () => new Float64Array(size)],
-      ['a BigUint64Array', () => new BigUint64Array(size)],
-      ['a DataView', () => new DataView(new ArrayBuffer(size))],
-      ['an ArrayBuffer', () => new ArrayBuffer(size)],
-      ['an array of numbers', () => Array(size).fill(0)],
-      ['null', () => null],
-      ['a number', () => size],
-      ['a proxy of a Uint8Array', () => new Proxy(new Uint8Array(size), {})],
-      ['an array over shared memory', () => new Uint8Array(new SharedArrayBuffer(size))],
-      ['a detached array', detached],
-      ['an array whose memory has shrunk', shrunk],
-    ]) {
-      it(`is ignored if it is ${what}`, async () => {
-        const { data } = await take(make());
-        assert.ok(Buffer.isBuffer(data));
-        assert.deepEqual(data, expected(1));
-      });
-    }
-
-    it('may lie in memory that can be resized', async () => {
-      const memory = new ArrayBuffer(size, { maxByteLength: 2 * size });
-      const { data } = await take(new Uint8Array(memory));
-      assert.ok(expected(1).equals(data));
-    });
-
-    it('does not hold the frame back from the worker', async () => {
-      const target = new Uint8Array(size);
-      for (let frame = 1; frame <= 10; frame += 1) {
-        const { data } = await take(frame % 2 === 0 ? target : undefined);
-        assert.ok(expected(frame).equals(data));
-      }
-    });
-
-    it('leaves earlier answers alone', async () => {
-      const first = await take();
-      await take(new Uint8Array(size));
-      await take();
-      assert.deepEqual(first.data, expected(1));
-    });
-  });
-
-  describe('the quality picture', () => {
-    it('comes with the first frame, at the full size of the camera, its rows tight', async () => {
-      camera.send('frame 50 30 200\ncontent ramp');
-      startByHand(10, 10);
-      const earliest = Date.now();
-      await takeByHand();
-      const picture = addon.cameraPreviewGetLatestQualityFrame(device);
-      assert.deepEqual(Object.keys(picture), qualityKeys);
-      const { data, timestampMs, ...rest } = picture;
-      assert.deepEqual(rest, { result: 0, sequence: 1, width: 50, height: 30, bytesPerRow: 150, pixelFormat: 'rgb' });
-      assert.ok(timestampMs >= earliest && timestampMs <= Date.now());
-      assert.ok(Buffer.isBuffer(data));
-      const source = rampFrame(1, 200 * 30);
-      assert.deepEqual(data, Buffer.concat(Array.from({ length: 30 }, (_, y) => source.subarray(y * 200, y * 200 + 150))));
-      stopByHand();
-    });
-
-    it('is given once, with the keys of an answer without a picture then', async () => {
-      startByHand();
-      await takeByHand();
-      const empty = addon.cameraPreviewGetLatestQualityFrame(device, 1);
-      assert.deepEqual(Object.keys(empty), ['result', 'sequence', 'data']);
-      assert.deepEqual(empty, emptyQuality(1));
-      stopByHand();
-    });
-
-    it('is renewed at most twice a second, while the rate of the preview is measured', async () => {
-      addon.cameraPreviewStart(device, 64, 48, 120);
-      const pictures = [];
-      await until('three pictures', () => {
-        const picture = addon.cameraPreviewGetLatestQualityFrame(device, pictures.length);
-        return picture.result === 0 && pictures.push(picture) === 3;
-      });
-      assert.deepEqual(pictures.map(({ sequence }) => sequence), [1, 2, 3]);
-      // Steady clock against wall clock in whole milliseconds.
-      assert.ok(pictures[1].timestampMs - pictures[0].timestampMs >= 490);
-      assert.ok(pictures[2].timestampMs - pictures[1].timestampMs >= 490);
-      const { producerFps } = await until('a measured rate', () => {
-        const answer = addon.cameraPreviewGetLatest(device);
-        return answer.producerFps > 0 && answer;
-      });
-      assert.ok(producerFps <= 121, `${producerFps}`);
-      assert.equal(producerFps, Math.round(producerFps * 10) / 10);
-    });
-  });
-
-  describe('failures of the camera', () => {
-    it('a failed grab counts as dropped and keeps the size, whatever its code', async () => {
-      camera.send('answer cnokhwa_grab_frame -8 -256 5 0');
-      startByHand();
-      camera.send('release cnokhwa_grab_frame 3');
-      camera.send('wait_entered cnokhwa_grab_frame 4');
-      assertEmpty(addon.cameraPreviewGetLatest(device), { result: -256, sequence: 0, droppedFrames: 3, lastResult: 5 });
-      const frame = await takeByHand();
-      assert.deepEqual([frame.sequence, frame.droppedFrames, frame.lastResult], [1, 3, 0]);
-      assert.equal(camera.entered('cnokhwa_frame_width'), 1);
-      stopByHand();
-    });
-
-    for (const code of [-7, -10, -11]) {
-      it(`a grab that answers ${code} makes the preview ask for the size again`, async () => {
-        camera.send(`answer cnokhwa_grab_frame ${code}`);
-        startByHand();
-        camera.send('wait_entered cnokhwa_grab_frame 1');
-        camera.send('frame 8 6\nrelease cnokhwa_grab_frame 1');
-        camera.send('wait_entered cnokhwa_grab_frame 2');
-        assertEmpty(addon.cameraPreviewGetLatest(device), { droppedFrames: 1, lastResult: code });
-        const { width, height } = await takeByHand();
-        assert.deepEqual([width, height], [8, 6]);
-        assert.equal(camera.entered('cnokhwa_frame_width'), 2);
-        stopByHand();
-      });
-    }
-
-    for (const [frame, code] of [
-      ['0 9', -10], ['-16 9', -10], ['16 0', -10], ['16 -2147483648', -10], ['16 9 47', -10], ['16 9 0', -10],
-      ['16 9 -48', -10], ['2147483647 2147483647 2147483647', -10], ['16 2147483647 48', -11], ['16 46341 46341', -11],
-    ]) {
-      it(`a frame of ${frame} (width, height, bytes a row) is dropped with ${code}`, async () => {
-        camera.send(`frame ${frame}`);
-        addon.cameraPreviewStart(device, 64, 48, 120);
-        await until('a dropped frame', () => addon.cameraPreviewGetLatest(device).droppedFrames > 0);
-        assertEmpty(addon.cameraPreviewGetLatest(device), { result: -256, sequence: 0, lastResult: code, producedFrames: 0 });
-        assert.equal(camera.entered('cnokhwa_grab_frame'), 0);
-        camera.send('frame 16 9');
-        assert.equal((await nextFrame(addon, { device })).lastResult, 0);
-      });
-    }
-
-    it('a frame that grows or shrinks behind its size is shown in the old one', async () => {
-      camera.send('frame 32 18\nframe_after 1 4000 3000\nframe_after 1 2 2');
-      startByHand();
-      for (let sequence = 0; sequence < 4; sequence += 1) {
-        const { width, height } = await takeByHand({ sequence });
-        assert.deepEqual([width, height], [32, 18]);
-      }
-      stopByHand();
     });
   });
 
@@ -491,7 +243,6 @@ describe('with a camera library', () => {
     startByHand();
     await takeByHand();
     assert.equal(camera.calls('cnokhwa_grab_frame').some(({ thread }) => thread === process.pid), false);
-    stopByHand();
   });
 
   describe('direct delivery, which this platform has not', () => {

@@ -5,6 +5,7 @@ import v8 from 'node:v8';
 
 import * as camera from './fake-camera.js';
 import * as environment from './environment.js';
+import * as oddValues from './odd-values.js';
 import * as waiting from './waiting.js';
 
 const argumentsFd = 3;
@@ -14,6 +15,7 @@ const resultFd = 4;
 const context = {
   ...camera,
   ...environment,
+  ...oddValues,
   ...waiting,
   get addon() {
     return environment.loadAddon();

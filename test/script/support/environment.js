@@ -24,9 +24,16 @@ export function readSymbols(file) {
   return [...text.matchAll(/^(REQUIRED|OPTIONAL|SYMBOL)\((\w+)/gm)].map(([, kind, name]) => ({ kind, name }));
 }
 
+const isSanitized = /lib[at]san/.test(process.env.LD_PRELOAD ?? '');
+
 /** Why a test cannot run under the sanitizer in use, for its `skip`; false without a sanitizer. */
-export const skipUnderSanitizer = (reason) =>
-  /lib[at]san/.test(process.env.LD_PRELOAD ?? '') && `not under a sanitizer: ${reason}`;
+export const skipUnderSanitizer = (reason) => isSanitized && `not under a sanitizer: ${reason}`;
+
+/** What a process gets that ends before Node.js has freed what is its own, leaks or not. */
+export const untidyEnvironment = { ASAN_OPTIONS: `${process.env.ASAN_OPTIONS ?? ''}:detect_leaks=0` };
+
+/** For programs that aren't instrumented: a sanitizer's run-time library has nothing to do there. */
+export const toolEnvironment = { ...process.env, LD_PRELOAD: '' };
 
 export const loadAddon = () => createRequire(import.meta.url)(addonPath);
 
@@ -36,4 +43,9 @@ const built = path.join(root, 'natives', 'x64');
 const bundled = path.join(path.dirname(addonPath), '..', '..', 'natives', 'x64');
 if (!fs.existsSync(bundled) && fs.existsSync(built)) {
   process.env.OSTREL_FFMPEG_LIBRARY_DIR ??= built;
+}
+
+// FFmpeg leaks what it has set up for h264_v4l2m2m where there is no such device.
+if (isSanitized) {
+  process.env.OSTREL_FFMPEG_ENCODER ??= 'libx264';
 }

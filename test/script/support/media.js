@@ -3,12 +3,12 @@
 import { spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 
+import { toolEnvironment } from './environment.js';
+
 const largestOutput = 1 << 30;
 
 function runTool(command, args) {
-  // The tools aren't instrumented, so a sanitizer's run-time library has nothing to do there.
-  const env = { ...process.env, LD_PRELOAD: '' };
-  const result = spawnSync(command, args, { env, maxBuffer: largestOutput });
+  const result = spawnSync(command, args, { env: toolEnvironment, maxBuffer: largestOutput });
   if (result.error) {
     throw result.error;
   }

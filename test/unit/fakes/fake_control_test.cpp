@@ -117,14 +117,14 @@ TEST_F(FakeControl, LogsCallsInOrderWithArgumentsThreadAndResult) {
 
 TEST_F(FakeControl, KeepsTheNewestCallsOfALongLog) {
   fake.Send("log_limit 2");
-  stop(0);
-  stop(1);
-  stop(2);
-  const std::vector<FakeCallRecord> calls = fake.Calls();
-  ASSERT_EQ(calls.size(), 2U);
-  EXPECT_EQ(calls[0].index, 2);
-  EXPECT_EQ(calls[1].index, 3);
-  EXPECT_EQ(fake.Entered("cnokhwa_stop_capture"), 3);
+  for (int call = 1; call <= 9; ++call) {
+    stop(call);
+    const std::vector<FakeCallRecord> calls = fake.Calls();
+    ASSERT_EQ(calls.size(), call == 1 ? 1U : 2U);
+    EXPECT_EQ(calls.back().index, call);
+    EXPECT_EQ(calls.front().index, call == 1 ? 1 : call - 1);
+  }
+  EXPECT_EQ(fake.Entered("cnokhwa_stop_capture"), 9);
 }
 
 TEST_F(FakeControl, HoldsACallUntilItIsReleased) {

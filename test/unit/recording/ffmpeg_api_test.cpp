@@ -327,6 +327,18 @@ TEST_F(FfmpegApiTest, ATableWithoutLibrariesIsRefused) {
             std::string("Could not load version-matched FFmpeg libraries (") + kThreeNames + ")");
 }
 
+TEST_F(FfmpegApiTest, SeeksEachFunctionUnderItsLibrarysVersionTagInTheOrderOfTheList) {
+  api.Load();
+  std::vector<std::pair<std::string, std::string>> expected;
+  expected.reserve(kSymbols.size());
+  std::map<std::string, std::string> tags = {
+      {"avcodec", "LIBAVCODEC_58"}, {"avformat", "LIBAVFORMAT_58"}, {"avutil", "LIBAVUTIL_56"}};
+  for (const Symbol& symbol : kSymbols) {
+    expected.emplace_back(symbol.name, tags[symbol.library]);
+  }
+  EXPECT_EQ(spy.versionedLookups, expected);
+}
+
 TEST_F(FfmpegApiTest, LibrariesWithoutVersionTagsLoad) {
   for (const char* const name : {kFakeUtilName, kFakeCodecName, kFakeFormatName}) {
     fakes.Use(name, FakeFfmpegPath(std::string("untagged/") + name));
@@ -397,6 +409,7 @@ TEST_F(FfmpegApiTest, ConcurrentCallersLoadOnceAndAllSeeTheTable) {
   constexpr int kCallers = 8;
   std::latch together(kCallers);
   std::vector<std::thread> callers;
+  callers.reserve(kCallers);
   for (int i = 0; i < kCallers; ++i) {
     callers.emplace_back([this, &together] {
       together.arrive_and_wait();

@@ -115,6 +115,7 @@ TEST_F(RealFfmpeg, IsAvailableToManyThreadsAtOnce) {
   constexpr int kCallers = 4;
   std::latch together(kCallers);
   std::vector<std::thread> callers;
+  callers.reserve(kCallers);
   for (int i = 0; i < kCallers; ++i) {
     callers.emplace_back([&together] {
       together.arrive_and_wait();
@@ -323,6 +324,7 @@ TEST_F(RealFfmpeg, AFullDiskEndsTheRecordingWithTheSystemsWords) {
   if (!MountSmallDisk(disk.path, "64k", reason)) {
     GTEST_SKIP() << "no small disk can be mounted here: " << reason;
   }
+  OutputCapture capture;
   ASSERT_EQ(Start(disk.File("out.mp4"), 640, 480), "");
   std::string failure;
   for (int number = 0; number < 300 && failure.empty(); ++number) {
@@ -336,7 +338,7 @@ TEST_F(RealFfmpeg, AFullDiskEndsTheRecordingWithTheSystemsWords) {
   }
   EXPECT_EQ(failure, "Writing an H.264 packet failed: No space left on device");
   EXPECT_EQ(backend->Finalize(), "Finalizing the MP4 file failed: No space left on device");
-  backend.reset();
+  EXPECT_EQ(capture.Take(), "");
   umount(disk.path.c_str());
 }
 

@@ -369,9 +369,9 @@ struct Nv12ConversionOf : testing::TestWithParam<Form> {
     AppendPlane(frame, 0, frame.height, BytesPerRow(format, frame.width));
     if (format == CameraPixelFormat::Nv12 && frame.planeCount <= 1) {
       // The implied plane: rows as far apart as the luma rows, from behind their padding.
-      const std::int32_t lastRow =
-          frame.planeOffsets[0] + (frame.height * 3 / 2 - 1) * frame.planeStrides[0];
-      frame.data.resize(static_cast<std::size_t>(lastRow + frame.width));
+      const std::int32_t lastRow = (frame.height * 3 / 2 - 1) * frame.planeStrides[0];
+      const std::int32_t size = frame.planeOffsets[0] + lastRow + frame.width;
+      frame.data.resize(static_cast<std::size_t>(size));
     } else if (format == CameraPixelFormat::Nv12) {
       AppendPlane(frame, 1, frame.height / 2, frame.width);
     } else if (format == CameraPixelFormat::I420) {

@@ -109,6 +109,7 @@ TEST_F(VideoRecorderFailure, AStartThatTakesTenSecondsEndsWithItsWorkerAndKeepsI
   releaser.join();
   EXPECT_FALSE(offered);
   EXPECT_EQ(LastError(), "Timed out while starting the video recorder");
+  EXPECT_FALSE(recorder->worker.joinable());
   EXPECT_EQ(script.finalizeCalls, 1) << "the worker has ended";
   EXPECT_EQ(script.destroyed, 1);
   EXPECT_EQ(recorder->state, State::Failed);
@@ -159,6 +160,14 @@ TEST_F(VideoRecorderFailure, AFrameThatCannotBeWrittenEndsTheSessionButNotTheFil
   EXPECT_EQ(script.destroyed, 1);
   EXPECT_TRUE(recorder->queue.empty());
   EXPECT_EQ(recorder->state, State::Failed);
+}
+
+TEST_F(VideoRecorderFailure, OnlyTheFirstErrorOfTheWorkerIsKept) {
+  recorder->SetWorkerError("first");
+  recorder->SetWorkerError("second");
+  EXPECT_EQ(LastError(), "first");
+  EXPECT_EQ(recorder->state, State::Failed);
+  EXPECT_TRUE(recorder->stopRequested);
 }
 
 TEST_F(VideoRecorderFailure, AnErrorOfTheVeryLastFrameIsReported) {

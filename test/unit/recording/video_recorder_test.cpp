@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <latch>
 #include <limits>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -312,6 +313,12 @@ TEST_F(VideoRecorderSession, AStopWhileStartingFinishesAnEmptyFile) {
     released.wait();
     return std::string();
   };
+  State stateAtEnd = State::Idle;
+  script.onFinalize = [&] {
+    const std::lock_guard lock(recorder->mutex);
+    stateAtEnd = recorder->state;
+    return std::string();
+  };
   int started = -100;
   std::thread starter([&] { started = Start(); });
   entered.wait();
@@ -327,6 +334,7 @@ TEST_F(VideoRecorderSession, AStopWhileStartingFinishesAnEmptyFile) {
   EXPECT_EQ(LastError(), "");
   EXPECT_EQ(script.finalizeCalls, 1);
   EXPECT_EQ(script.encodeCalls, 0);
+  EXPECT_EQ(stateAtEnd, State::Stopping) << "the worker did not report Recording";
   EXPECT_EQ(recorder->state, State::Idle);
 }
 

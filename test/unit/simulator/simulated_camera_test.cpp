@@ -150,6 +150,21 @@ TEST(SimulatedCamera, EndsAtItsFrameLimitWithTheLastFrameInPlace) {
   EXPECT_EQ(small.NumberOf(small.Grab()), number);
 }
 
+TEST(SimulatedCamera, LosesFramesWhileItStutters) {
+  Settings settings;
+  settings.stutterEvery = 2;
+  settings.stutterMs = 300;
+  SmallCamera small(settings);
+  ASSERT_EQ(small.camera.Start(0), kOk);
+  small.AwaitFirstFrame();
+  std::uint32_t number = 0;
+  while (number < 3) {
+    number = small.NumberOf(small.Grab());
+  }
+  // Frame 2 comes 366 ms after the start, when frame 10 has become due.
+  EXPECT_GE(number, 10U);
+}
+
 TEST(SimulatedCamera, StartsAnewInAnotherFormat) {
   SmallCamera small;
   ASSERT_EQ(small.camera.Start(0), kOk);

@@ -14,10 +14,12 @@ LoaderSpy& LoaderSpy::Instance() {
 }  // namespace ostrel_native
 
 // The names are the linker's.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 
 void* __real_dlopen(const char* path, int flags);
 int __real_dlclose(void* handle);
+void* __real_dlvsym(void* handle, const char* symbol, const char* version);
 int __real_dlinfo(void* handle, int request, void* result);
 
 void* __wrap_dlopen(const char* path, int flags) {
@@ -34,7 +36,13 @@ int __wrap_dlclose(void* handle) {
   return __real_dlclose(handle);
 }
 
+void* __wrap_dlvsym(void* handle, const char* symbol, const char* version) {
+  LoaderSpy::Instance().versionedLookups.emplace_back(symbol, version);
+  return __real_dlvsym(handle, symbol, version);
+}
+
 int __wrap_dlinfo(void* handle, int request, void* result) {
   return LoaderSpy::Instance().refuseLinkMap ? -1 : __real_dlinfo(handle, request, result);
 }
 }
+// NOLINTEND(bugprone-reserved-identifier)

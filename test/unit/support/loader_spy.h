@@ -4,6 +4,7 @@
 
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace ostrel_native {
@@ -18,6 +19,7 @@ struct OpenedLibrary {
 struct LoaderSpy {
   std::vector<OpenedLibrary> opened;
   std::vector<void*> closed;
+  std::vector<std::pair<std::string, std::string>> versionedLookups;  ///< symbol, version tag
   std::set<std::string> silentlyMissing;  ///< paths that open as null, without a loader text
   int opensBeforeMissing = 0;             ///< of such a path, that still work
   bool refuseLinkMap = false;             ///< dlinfo fails
