@@ -29,10 +29,15 @@ FrameSchedule ScheduleOf(const Settings& settings, int frameRate) {
   return {1000000000 / frameRate, settings.stutterEvery, settings.stutterMs * 1000000};
 }
 
+// How long a grab waits for a frame that its thread has not had yet: beyond any stutter that is
+// worth simulating, and short enough to end by itself.
+constexpr std::chrono::seconds kGrabPatience{1};
+
 // One frame in memory.
 struct Slot {
   std::vector<std::uint8_t> pixels;
-  int readers = 0;  ///< grabs that copy it now; guarded by the capture's mutex
+  std::int64_t number = 0;  ///< of the frame
+  int readers = 0;          ///< grabs that copy it now; guarded by the capture's mutex
 };
 
 }  // namespace
@@ -51,8 +56,10 @@ struct Capture {
   }
 
   void Run();
+  void MakeFrames();
   void End();
   Slot* FreeSlot();
+  Slot* AwaitNewerThan(std::int64_t number);
 
   const CaptureFormat format;
   const int bytesPerRow;
@@ -61,17 +68,18 @@ struct Capture {
   const std::shared_ptr<const Specimen> specimen;
   std::thread thread;
 
-  std::mutex mutex;  ///< guards the rest, but for the pixels of a slot
-  std::condition_variable stopped;
+  std::mutex mutex;                 ///< guards the rest, but for the pixels of a slot
+  std::condition_variable changed;  ///< a stop, a new frame, or the end of the frames
   bool stop = false;
+  bool ended = false;  ///< no further frame comes
   std::vector<std::unique_ptr<Slot>> slots;
   /// The newest frame. Its pixels are written before it gets here, and not again while it is
   /// here or has readers.
   Slot* newest = nullptr;
 };
 
-// Grabs never wait for a frame to be made, nor the camera for a grab: with every slot taken,
-// one more is made. There is thus one for each grab at a time, and two.
+// The camera never waits for a grab: with every slot taken, one more is made. There is thus one
+// for each grab at a time, and two.
 // Null without the memory for it: the frame is lost then.
 Slot* Capture::FreeSlot() {
   const std::lock_guard lock(mutex);
@@ -90,7 +98,29 @@ Slot* Capture::FreeSlot() {
   return slots.back().get();
 }
 
+// The newest frame as soon as it is newer than `number`, as a camera's driver hands out each
+// frame once; the same one again where none comes. Null without any. A reader more on success.
+Slot* Capture::AwaitNewerThan(std::int64_t number) {
+  std::unique_lock lock(mutex);
+  if (newest == nullptr) {
+    return nullptr;
+  }
+  const auto deadline = std::chrono::steady_clock::now() + kGrabPatience;
+  changed.wait_until(lock, deadline, [&] { return newest->number > number || stop || ended; });
+  ++newest->readers;
+  return newest;
+}
+
 void Capture::Run() {
+  MakeFrames();
+  {
+    const std::lock_guard lock(mutex);
+    ended = true;
+  }
+  changed.notify_all();
+}
+
+void Capture::MakeFrames() {
   const auto start = std::chrono::steady_clock::now();
   std::int64_t number = 0;
   while (frameLimit == 0 || number < frameLimit) {
@@ -98,7 +128,7 @@ void Capture::Run() {
     const auto due = start + std::chrono::nanoseconds(FrameDueNs(schedule, number));
     {
       std::unique_lock lock(mutex);
-      if (stopped.wait_until(lock, due, [this] { return stop; })) {
+      if (changed.wait_until(lock, due, [this] { return stop; })) {
         return;
       }
     }
@@ -109,8 +139,12 @@ void Capture::Run() {
     const auto frame = static_cast<std::uint32_t>(number);
     CopyView(*specimen, frame, format.width, format.height, bytesPerRow, slot->pixels.data());
     PaintFrameCode(slot->pixels.data(), format.width, format.height, bytesPerRow, frame);
-    const std::lock_guard lock(mutex);
-    newest = slot;
+    {
+      const std::lock_guard lock(mutex);
+      slot->number = number;
+      newest = slot;
+    }
+    changed.notify_all();
   }
 }
 
@@ -119,7 +153,7 @@ void Capture::End() {
     const std::lock_guard lock(mutex);
     stop = true;
   }
-  stopped.notify_all();
+  changed.notify_all();
   thread.join();
 }
 
@@ -229,15 +263,16 @@ int SimulatedCamera::Grab(void* buffer, int capacity) {
       static_cast<std::size_t>(capacity) < current->FrameBytes()) {
     return kNoRoom;
   }
-  Slot* slot = nullptr;
-  {
-    const std::lock_guard lock(current->mutex);
-    slot = current->newest;
-    if (slot == nullptr) {
-      return kNotYet;
-    }
-    ++slot->readers;
+  // Each thread that grabs gets each frame once.
+  thread_local std::weak_ptr<Capture> lastCapture;
+  thread_local std::int64_t lastNumber = 0;
+  const bool isSameCapture = lastCapture.lock() == current;
+  Slot* const slot = current->AwaitNewerThan(isSameCapture ? lastNumber : -1);
+  if (slot == nullptr) {
+    return kNotYet;
   }
+  lastCapture = current;
+  lastNumber = slot->number;
   std::memcpy(buffer, slot->pixels.data(), current->FrameBytes());
   const std::lock_guard lock(current->mutex);
   --slot->readers;

@@ -36,8 +36,8 @@ int BestFormat(int width, int height);
 /// One capture: a thread that makes frames from its start to its stop.
 struct Capture;
 
-/// A camera. Start and stop join the capture thread; the others only hold a lock for a moment,
-/// or, for a grab, not at all while the frame is copied.
+/// A camera. Start and stop join the capture thread; a grab may wait for its frame, the others
+/// only hold a lock for a moment.
 /// Thread: any, for all members.
 struct SimulatedCamera {
   SimulatedCamera(const Settings& cameraSettings, int deviceIndex);
@@ -56,7 +56,8 @@ struct SimulatedCamera {
   int FrameHeight();
   int FrameBytesPerRow();
 
-  /// Copies the newest frame, all of its rows with their padding, into `buffer`.
+  /// Copies the newest frame, all of its rows with their padding, into `buffer`. A thread that had
+  /// that frame already waits for the next, at most a second and not beyond the capture's end.
   /// 0, -256, -2, or -11 where `capacity` bytes are too few or `buffer` is null.
   int Grab(void* buffer, int capacity);
 

@@ -18,4 +18,12 @@ constexpr std::uint64_t SaturatingUint64(double value) {
                            : static_cast<std::uint64_t>(value);
 }
 
+/// `value` cut toward zero. What no int32 holds, NaN included, gives the most negative number.
+/// Thread: any.
+constexpr std::int32_t TruncatedInt32(double value) {
+  // Fractions beyond the ends still cut to the ends.
+  return value > -2147483649.0 && value < 2147483648.0 ? static_cast<std::int32_t>(value)
+                                                       : std::numeric_limits<std::int32_t>::min();
+}
+
 }  // namespace ostrel_native

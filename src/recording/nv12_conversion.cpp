@@ -132,11 +132,14 @@ bool ConvertPacked(const Frame& frame, const Target& target, std::int32_t bytesP
                   &packed)) {
     return false;
   }
-  for (std::int32_t row = 0; row < frame.height; ++row) {
-    lumaRow(packed.Row(row), target.y.Row(row), frame.width);
-  }
-  for (std::int32_t row = 0; row < frame.height / 2; ++row) {
-    chromaRow(packed.Row(2 * row), packed.Row(2 * row + 1), target.uv.Row(row), frame.width);
+  // A pair of rows gives its chroma while it is still in the nearest cache. With a pass of its own
+  // the frame would come from memory twice, a fifth of the speed for two bytes a pixel.
+  for (std::int32_t row = 0; row < frame.height; row += 2) {
+    const std::uint8_t* const top = packed.Row(row);
+    const std::uint8_t* const bottom = packed.Row(row + 1);
+    lumaRow(top, target.y.Row(row), frame.width);
+    lumaRow(bottom, target.y.Row(row + 1), frame.width);
+    chromaRow(top, bottom, target.uv.Row(row / 2), frame.width);
   }
   return true;
 }

@@ -142,12 +142,10 @@ OSTREL_AVX2_INLINE void RgbChromaBlock(const std::uint8_t* top, const std::uint8
 }
 
 // A row is blocks side by side, and one more that ends with the row. That one may write some
-// bytes a second time with the same values; so no row leaves a remainder. Unrolled, since the cheap
-// blocks cost little more than counting them.
+// bytes a second time with the same values; so no row leaves a remainder.
 template <int kBytesPerPixel, void (*kBlockOf)(const std::uint8_t*, std::uint8_t*)>
 OSTREL_AVX2 void LumaRow(const std::uint8_t* source, std::uint8_t* y, std::int32_t width) {
   const std::ptrdiff_t last = width - kBlock;
-#pragma GCC unroll 4
   for (std::ptrdiff_t x = 0; x < last; x += kBlock) {
     kBlockOf(source + kBytesPerPixel * x, y + x);
   }
@@ -159,7 +157,6 @@ template <int kBytesPerPixel,
 OSTREL_AVX2 void ChromaRow(const std::uint8_t* top, const std::uint8_t* bottom, std::uint8_t* uv,
                            std::int32_t width) {
   const std::ptrdiff_t last = width - kBlock;
-#pragma GCC unroll 4
   for (std::ptrdiff_t x = 0; x < last; x += kBlock) {
     kBlockOf(top + kBytesPerPixel * x, bottom + kBytesPerPixel * x, uv + x);
   }

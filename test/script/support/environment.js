@@ -18,6 +18,9 @@ export const simulatorPath = path.join(path.dirname(addonPath), 'simulator', 'li
 /** A file that the build put among the fakes, such as `without_cnokhwa_grab_frame/libcnokhwa.so`. */
 export const fakePath = (name) => path.resolve(buildDirectory, 'fakes', name);
 
+/** A reference that the build made loadable, such as `fuse_reference.node`. */
+export const referencePath = (name) => path.resolve(buildDirectory, 'reference', name);
+
 /** The names in a list of symbols in `src`, in its order: [{ name, kind }]. */
 export function readSymbols(file) {
   const text = fs.readFileSync(path.join(root, 'src', file), 'utf8');

@@ -28,5 +28,24 @@ TEST(SaturatingUint64, StopsAtTheLargestNumber) {
   EXPECT_EQ(SaturatingUint64(INFINITY), UINT64_MAX);
 }
 
+TEST(TruncatedInt32, CutsTowardZero) {
+  EXPECT_EQ(TruncatedInt32(3.9), 3);
+  EXPECT_EQ(TruncatedInt32(-3.9), -3);
+  EXPECT_EQ(TruncatedInt32(-0.5), 0);
+}
+
+TEST(TruncatedInt32, HoldsEveryInt32) {
+  EXPECT_EQ(TruncatedInt32(2147483647.9), INT32_MAX);
+  EXPECT_EQ(TruncatedInt32(-2147483648.9), INT32_MIN);
+  EXPECT_EQ(TruncatedInt32(-2147483647.0), -2147483647);
+}
+
+TEST(TruncatedInt32, GivesTheMostNegativeNumberForWhatDoesNotFit) {
+  for (const double value : {2147483648.0, -2147483649.0, 1e12, -1e300, double{INFINITY},
+                             -double{INFINITY}, double{NAN}}) {
+    EXPECT_EQ(TruncatedInt32(value), INT32_MIN) << value;
+  }
+}
+
 }  // namespace
 }  // namespace ostrel_native
