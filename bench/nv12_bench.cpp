@@ -21,6 +21,7 @@ constexpr std::int32_t kWidth = 1920;
 constexpr std::int32_t kHeight = 1080;
 constexpr std::int32_t kPixels = kWidth * kHeight;
 constexpr std::size_t kTargetBytes = kPixels * 3 / 2;
+constexpr std::int32_t kVOffset = kPixels / 4 * 5;  // of the V plane in an I420 frame
 
 struct Nv12Picture {
   std::vector<std::uint8_t> y = std::vector<std::uint8_t>(kPixels);
@@ -43,9 +44,8 @@ const Layout kLayouts[] = {
      }},
     {"I420", CameraPixelFormat::I420, kWidth, kTargetBytes,
      [](const std::uint8_t* source, std::uint8_t* y, std::uint8_t* uv) {
-       return libyuv::I420ToNV12(source, kWidth, source + kPixels, kWidth / 2,
-                                 source + kPixels / 4 * 5, kWidth / 2, y, kWidth, uv, kWidth,
-                                 kWidth, kHeight);
+       return libyuv::I420ToNV12(source, kWidth, source + kPixels, kWidth / 2, source + kVOffset,
+                                 kWidth / 2, y, kWidth, uv, kWidth, kWidth, kHeight);
      }},
     {"YUY2", CameraPixelFormat::Yuy2, 2 * kWidth, std::size_t{2} * kPixels,
      [](const std::uint8_t* source, std::uint8_t* y, std::uint8_t* uv) {
@@ -74,7 +74,7 @@ VideoRecorder::Frame MakeFrame(const Layout& layout) {
   frame.format = static_cast<std::int32_t>(layout.format);
   frame.planeCount = 3;
   frame.planeOffsets[1] = kPixels;
-  frame.planeOffsets[2] = kPixels / 4 * 5;
+  frame.planeOffsets[2] = kVOffset;
   frame.planeStrides[0] = layout.bytesPerRow;
   frame.planeStrides[1] = layout.format == CameraPixelFormat::I420 ? kWidth / 2 : kWidth;
   frame.planeStrides[2] = kWidth / 2;
