@@ -15,7 +15,6 @@ elseif(NOT OSTREL_SANITIZE STREQUAL "")
   message(FATAL_ERROR "OSTREL_SANITIZE is '${OSTREL_SANITIZE}'; use asan-ubsan or tsan.")
 endif()
 if(OSTREL_SANITIZE)
-  # Enough for a report with function and line, at half the building time.
-  target_compile_options(ostrel_flags INTERFACE ${sanitizer_flags} -O1 -g1)
+  target_compile_options(ostrel_flags INTERFACE ${sanitizer_flags})
   target_link_options(ostrel_flags INTERFACE ${sanitizer_flags})
 endif()

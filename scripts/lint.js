@@ -50,14 +50,14 @@ function analysedFiles(directory) {
   return [...new Set(files)];
 }
 
-await runCommand(async () => {
-  await setUp({ groups: ['format', 'lint'], targets: addonTargets });
-  console.log('Checking');
-  await checkFormat(new Step('clang-format'));
-  await checkFiles(new Step('script syntax'), scriptFiles(), (file) => [process.execPath, '--check', file],
-    'Correct the syntax of these scripts.');
+await runCommand(() => setUp({ groups: ['format', 'lint'], targets: addonTargets }));
+if (!process.exitCode) {
   const directory = binaryDirectory('release');
-  await checkFiles(new Step('clang-tidy'), analysedFiles(directory),
-    (file) => ['clang-tidy', '--quiet', '-p', directory, file],
-    'Correct what clang-tidy found above.');
-});
+  console.log('Checking');
+  // One after the other, and each whatever the others found.
+  await runCommand(() => checkFormat(new Step('clang-format')));
+  await runCommand(() => checkFiles(new Step('script syntax'), scriptFiles(),
+    (file) => [process.execPath, '--check', file], 'Correct the syntax of these scripts.'));
+  await runCommand(() => checkFiles(new Step('clang-tidy'), analysedFiles(directory),
+    (file) => ['clang-tidy', '--quiet', '-p', directory, file], 'Correct what clang-tidy found above.'));
+}

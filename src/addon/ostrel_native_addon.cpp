@@ -3,6 +3,7 @@
 #include "addon/common.h"
 #include "addon/script_exports.h"
 #include "camera/camera_module.h"
+#include "edof/edof_module.h"
 
 namespace ostrel_native {
 
@@ -21,6 +22,7 @@ constexpr ScriptFunction kFrameFunctions[] = {
 Napi::Object InitAddon(Napi::Env env, Napi::Object exports) {
   SetScriptFunctions(env, exports, kFrameFunctions);
   RegisterCamera(env, exports);
+  RegisterEdoF(env, exports);
   return exports;
 }
 

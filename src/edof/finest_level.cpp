@@ -28,10 +28,9 @@ void MakeRow(const FrameWarp& warp, int y, RowMemory& memory) {
 }
 
 void StoreRow(const Level& ring, int y, Level& level) {
-  const float* const rgb = ring.RgbRow(RingRow(y));
-  std::copy(rgb, rgb + 3 * level.width, level.RgbRow(y));
-  const float* const weight = ring.WeightRow(RingRow(y));
-  std::copy(weight, weight + level.width, level.WeightRow(y));
+  const auto width = static_cast<std::size_t>(level.width);
+  std::copy_n(ring.RgbRow(RingRow(y)), 3 * width, level.RgbRow(y));
+  std::copy_n(ring.WeightRow(RingRow(y)), width, level.WeightRow(y));
 }
 
 // Adds the band of the two finest rows that row `y` of the next level is made of. They lie between

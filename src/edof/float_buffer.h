@@ -2,12 +2,18 @@
 // pages of a large buffer are first touched by the threads that work on it.
 #pragma once
 
+#include <sys/mman.h>
+
 #include <cstddef>
-#include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
 namespace ostrel_native {
+
+// From here on the system is asked for huge pages.
+inline constexpr std::size_t kLargeBytes = std::size_t{4} << 20;
+inline constexpr std::align_val_t kHugePage{std::size_t{2} << 20};
 
 /// The standard allocator, but for elements without an initial value, which it leaves unset.
 template <typename T>
@@ -18,8 +24,22 @@ struct UnsetAllocator {
   template <typename U>
   UnsetAllocator(const UnsetAllocator<U>&) {}
 
-  T* allocate(std::size_t count) { return std::allocator<T>().allocate(count); }
-  void deallocate(T* place, std::size_t count) { std::allocator<T>().deallocate(place, count); }
+  T* allocate(std::size_t count) {
+    const std::size_t bytes = count * sizeof(T);
+    if (bytes < kLargeBytes) {
+      return static_cast<T*>(::operator new(bytes));
+    }
+    void* const place = ::operator new(bytes, kHugePage);
+    madvise(place, bytes, MADV_HUGEPAGE);
+    return static_cast<T*>(place);
+  }
+  void deallocate(T* place, std::size_t count) {
+    if (count * sizeof(T) < kLargeBytes) {
+      ::operator delete(place);
+    } else {
+      ::operator delete(place, kHugePage);
+    }
+  }
   template <typename U>
   void construct(U* place) {
     ::new (static_cast<void*>(place)) U;

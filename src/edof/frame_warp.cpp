@@ -15,7 +15,6 @@ namespace {
 // the compiler vectorises it, and the arrays stay in the first-level cache.
 constexpr int kStrip = 64;
 
-constexpr float kVanishingWeight = 1e-8F;
 // The threshold is the 32-bit float next to 0.02; confidences are compared in 64 bits.
 constexpr double kMinConfidence = 0.02F;
 
@@ -143,6 +142,10 @@ void FindSourcePixels(int width, int height, int count, WarpStrip& strip) {
   }
 }
 
+const std::uint8_t* PixelAt(const std::uint8_t* row, int x) {
+  return row + std::ptrdiff_t{4} * x;
+}
+
 std::int32_t LoadPixel(const std::uint8_t* rgba, std::size_t index) {
   std::int32_t pixel;
   std::memcpy(&pixel, rgba + 4 * index, sizeof pixel);
@@ -167,17 +170,32 @@ double ChannelOf(std::int32_t pixel) {
   return (pixel >> (8 * kChannel)) & 0xff;
 }
 
-// Every product is of 64 bits, every sum is rounded to 32. The first product would be added to
-// 0, which changes nothing, as it is not negative.
-template <int kChannel>
-void SampleChannel(const WarpStrip& strip, int count, float* __restrict out) {
+// Adds one of the four pixels to the sums of R, G and B: every product is of 64 bits, every sum is
+// rounded to 32. One pixel after the other, since four roundings in a row would wait for each
+// other; this way a loop's turns are independent. The first product would be added to 0, which
+// changes nothing, as it is not negative.
+template <bool kFirst>
+void AddTap(const std::int32_t* __restrict pixels, const double* __restrict weights, int count,
+            float* __restrict red, float* __restrict green, float* __restrict blue) {
   for (int i = 0; i < count; ++i) {
-    float sum = static_cast<float>(ChannelOf<kChannel>(strip.pixel00[i]) * strip.weight00[i]);
-    sum = static_cast<float>(sum + ChannelOf<kChannel>(strip.pixel10[i]) * strip.weight10[i]);
-    sum = static_cast<float>(sum + ChannelOf<kChannel>(strip.pixel01[i]) * strip.weight01[i]);
-    sum = static_cast<float>(sum + ChannelOf<kChannel>(strip.pixel11[i]) * strip.weight11[i]);
-    out[i] = sum;
+    const std::int32_t pixel = pixels[i];
+    const double weight = weights[i];
+    const double redPart = ChannelOf<0>(pixel) * weight;
+    const double greenPart = ChannelOf<1>(pixel) * weight;
+    const double bluePart = ChannelOf<2>(pixel) * weight;
+    red[i] = static_cast<float>(kFirst ? redPart : red[i] + redPart);
+    green[i] = static_cast<float>(kFirst ? greenPart : green[i] + greenPart);
+    blue[i] = static_cast<float>(kFirst ? bluePart : blue[i] + bluePart);
   }
+}
+
+void SampleFrame(const WarpStrip& strip, int count, int width, float* rgb) {
+  float* const green = rgb + PlaneOffset(1, width);
+  float* const blue = rgb + PlaneOffset(2, width);
+  AddTap<true>(strip.pixel00, strip.weight00, count, rgb, green, blue);
+  AddTap<false>(strip.pixel10, strip.weight10, count, rgb, green, blue);
+  AddTap<false>(strip.pixel01, strip.weight01, count, rgb, green, blue);
+  AddTap<false>(strip.pixel11, strip.weight11, count, rgb, green, blue);
 }
 
 template <int kChannel>
@@ -191,8 +209,8 @@ void WidenChannel(const std::uint8_t* rgba, int count, float* __restrict out) {
 // averaged over it regardless of weight sees a plausible colour instead of black.
 void FallBack(const std::uint8_t* reference, int count, int width, float* rgb, float* weight) {
   WidenChannel<0>(reference, count, rgb);
-  WidenChannel<1>(reference, count, rgb + width);
-  WidenChannel<2>(reference, count, rgb + 2 * width);
+  WidenChannel<1>(reference, count, rgb + PlaneOffset(1, width));
+  WidenChannel<2>(reference, count, rgb + PlaneOffset(2, width));
   std::fill(weight, weight + count, 0.0F);
 }
 
@@ -200,7 +218,7 @@ void FallBackWhereUnusable(const WarpStrip& strip, const std::uint8_t* reference
                            int width, float* rgb, float* weight) {
   for (int i = 0; i < count; ++i) {
     if (strip.usable[i] == 0.0) {
-      FallBack(reference + 4 * i, 1, width, rgb + i, weight + i);
+      FallBack(PixelAt(reference, i), 1, width, rgb + i, weight + i);
     }
   }
 }
@@ -255,15 +273,13 @@ void WarpFrameRow(const FrameWarp& warp, int y, WarpMemory& memory, float* rgb, 
     const int usable = FindUsable(width - 1, warp.height - 1, count, strip);
     FindSourcePixels(width, warp.height, count, strip);
     GatherSourcePixels(warp.frame.rgba, count, strip);
-    SampleChannel<0>(strip, count, rgb + x);
-    SampleChannel<1>(strip, count, rgb + width + x);
-    SampleChannel<2>(strip, count, rgb + 2 * width + x);
+    SampleFrame(strip, count, width, rgb + x);
     if (usable < count) {
-      FallBackWhereUnusable(strip, reference + 4 * x, count, width, rgb + x, weight + x);
+      FallBackWhereUnusable(strip, PixelAt(reference, x), count, width, rgb + x, weight + x);
     }
   }
   const int end = columns.insideEnd;
-  FallBack(reference + 4 * end, width - end, width, rgb + end, weight + end);
+  FallBack(PixelAt(reference, end), width - end, width, rgb + end, weight + end);
 }
 
 }  // namespace ostrel_native

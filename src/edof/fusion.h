@@ -1,6 +1,7 @@
 // Multiband fusion of a focus stack into one image, defined to the bit.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -46,6 +47,12 @@ struct Level {
   FloatBuffer rgb;      ///< `width * height * 3` values, unset at first
   FloatBuffer weight;   ///< `width * height` values, unset at first
 };
+
+/// Where the values of `channel`, 0 to 2, begin in a row of `Level` of `width` pixels.
+/// Thread: any.
+constexpr std::ptrdiff_t PlaneOffset(std::int32_t channel, std::int32_t width) {
+  return std::ptrdiff_t{channel} * width;
+}
 
 /// The number of pixels. Throws `std::runtime_error` ("Native EDOF dimensions are invalid")
 /// unless both numbers are 1 to 16384.

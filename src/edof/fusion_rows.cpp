@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cstring>
 
+#include "edof/total_weight.h"
+
 namespace ostrel_native {
 
 namespace {
-
-constexpr float kVanishingWeight = 1e-8F;
 
 void AddWeights(const float* __restrict weight, int width, float* __restrict weightSum) {
   for (int x = 0; x < width; ++x) {
@@ -49,7 +49,7 @@ void RoundToBytes(const float* __restrict values, int count, std::int32_t* __res
 void AccumulateBandRow(const float* rgb, const float* expansion, const float* __restrict weight,
                        int width, float* rgbSum, float* weightSum) {
   for (int channel = 0; channel < 3; ++channel) {
-    const int offset = channel * width;
+    const std::ptrdiff_t offset = PlaneOffset(channel, width);
     const float* __restrict fine = rgb + offset;
     const float* __restrict coarse = expansion + offset;
     float* __restrict sum = rgbSum + offset;
@@ -63,8 +63,8 @@ void AccumulateBandRow(const float* rgb, const float* expansion, const float* __
 void AccumulateTopRow(const float* rgb, const float* __restrict weight, int width, float* rgbSum,
                       float* weightSum) {
   for (int channel = 0; channel < 3; ++channel) {
-    const float* __restrict colour = rgb + channel * width;
-    float* __restrict sum = rgbSum + channel * width;
+    const float* __restrict colour = rgb + PlaneOffset(channel, width);
+    float* __restrict sum = rgbSum + PlaneOffset(channel, width);
     for (int x = 0; x < width; ++x) {
       sum[x] += colour[x] * weight[x];
     }
@@ -90,7 +90,7 @@ void AccumulateTop(const Level& level, Level& sums, int firstRow, int lastRow) {
 
 void NormalizeLevelRow(const float* __restrict weightSum, int width, float* rgbSum) {
   for (int channel = 0; channel < 3; ++channel) {
-    float* __restrict sum = rgbSum + channel * width;
+    float* __restrict sum = rgbSum + PlaneOffset(channel, width);
     for (int x = 0; x < width; ++x) {
       const float weight = weightSum[x];
       // Dividing by 1 is keeping; a NaN is not at most 1e-8 and so divides.
@@ -108,8 +108,8 @@ void PackRgbaRow(const float* rgb, int width, std::uint8_t* rgba) {
   for (int x = 0; x < width; x += kPackStrip) {
     const int count = std::min(kPackStrip, width - x);
     RoundToBytes(rgb + x, count, red);
-    RoundToBytes(rgb + width + x, count, green);
-    RoundToBytes(rgb + 2 * width + x, count, blue);
+    RoundToBytes(rgb + PlaneOffset(1, width) + x, count, green);
+    RoundToBytes(rgb + PlaneOffset(2, width) + x, count, blue);
     for (int i = 0; i < count; ++i) {
       // R is the lowest byte of a little-endian word.
       pixels[i] = 0xff000000U | static_cast<std::uint32_t>(blue[i]) << 16 |

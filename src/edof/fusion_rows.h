@@ -31,9 +31,9 @@ void AccumulateBand(const Level& level, const Level& coarser, const ExpansionCol
 /// Thread: fusion.
 void AccumulateTop(const Level& level, Level& sums, int firstRow, int lastRow);
 
-/// Turns the sums of one row into weighted means. A pixel whose weight is not above 1e-8 keeps its
-/// sums: in a detail band they are near zero, and the coarser bands give the colour.
-/// Thread: fusion.
+/// Turns the sums of one row into weighted means. A pixel whose weight is not above
+/// `kVanishingWeight` keeps its sums: in a detail band they are near zero, and the coarser bands
+/// give the colour. Thread: fusion.
 void NormalizeLevelRow(const float* weightSum, int width, float* rgbSum);
 
 /// Rounds one row of `Level` to `width` pixels R, G, B, 255: to nearest, halves away from zero,

@@ -8,6 +8,9 @@
 
 namespace ostrel_native {
 
+/// A sum of weights that is not above this counts as none: nothing is divided by it.
+inline constexpr float kVanishingWeight = 1e-8F;
+
 /// The weight that a frame has at the pixels of one row: `top * (1 - fraction) + bottom *
 /// fraction` of two lines of its weight map, `count` values, in 64-bit float, rounded once.
 /// Inline, since both users want it within their own loops. Thread: any.

@@ -50,6 +50,8 @@ const functions = [
   'cameraVideoProcAmpSet',
 ];
 
+const fusionFunctions = ['edofMultibandFuse'];
+
 const constants = [
   ['VIDEOPROCAMP_BRIGHTNESS', 0],
   ['VIDEOPROCAMP_CONTRAST', 1],
@@ -78,12 +80,12 @@ function toolOutput(command, args) {
 describe('the exports object', () => {
   const addon = loadAddon();
 
-  it('holds the functions and then the constants, in their order', () => {
-    assert.deepEqual(Reflect.ownKeys(addon), [...functions, ...constants.map(([name]) => name)]);
+  it('holds the functions of the frame and the cameras, their constants, and the fusion, in their order', () => {
+    assert.deepEqual(Reflect.ownKeys(addon), [...functions, ...constants.map(([name]) => name), ...fusionFunctions]);
   });
 
   it('holds functions without a name of their own', () => {
-    for (const name of functions) {
+    for (const name of [...functions, ...fusionFunctions]) {
       assert.equal(typeof addon[name], 'function', name);
       assert.equal(addon[name].name, '', name);
     }

@@ -1,5 +1,8 @@
 // Requests of a fusion for script tests: small ones that are good, and seeded ones of every kind.
 
+import assert from 'node:assert/strict';
+
+import { loadAddon } from './environment.js';
 import { makeRandom } from './odd-values.js';
 
 /** A good request: three frames of 4 by 4 pixels with maps of 2 by 2 cells, all different. */
@@ -65,4 +68,14 @@ export function makeRandomRequest(seed, sizes) {
     weights.push(new Float32Array(mapWidth * mapHeight).map(weight));
   }
   return { width, height, referenceIndex: random(count), frames, fields, weights };
+}
+
+/** Asserts that `request` is refused by a plain Error with exactly this text. */
+export function assertRefused(request, message) {
+  assert.throws(() => loadAddon().edofMultibandFuse(request), (error) => {
+    assert.equal(error.message, message);
+    assert.equal(Object.getPrototypeOf(error), Error.prototype);
+    assert.equal(error.code, undefined);
+    return true;
+  });
 }

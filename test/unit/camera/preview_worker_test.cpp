@@ -75,6 +75,10 @@ class PreviewWorkerTest : public testing::Test {
   }
 
   ScriptedCamera& camera = TheCamera();
+  // What scripted grabs share with their test: the worker may grab until the fixture is torn down.
+  std::atomic<int> grabResult{0};
+  std::atomic<int> toldCapacity{0};
+  std::atomic<int> stillAttempts{0};
 };
 
 TEST_F(PreviewWorkerTest, WaitsForAFirstFrameWithoutCountingAnything) {
@@ -238,18 +242,17 @@ TEST_F(PreviewWorkerTest, ReadsTheGeometryAgainAfterThreeResultsAndNoOther) {
   Start();
   NextFrame();
   int queries = camera.widthQueries;
-  std::atomic<int> result{0};
-  camera.grab = [&result](std::uint8_t*, int) { return result.load(); };
+  camera.grab = [this](std::uint8_t*, int) { return grabResult.load(); };
   int dropped = 0;
   for (const int code : {-8, -1, 5, -9, -13}) {
-    result = code;
+    grabResult = code;
     ASSERT_TRUE(camera.Step());
     EXPECT_EQ(g_cameraPreview.droppedFrames, ++dropped) << code;
     EXPECT_EQ(g_cameraPreview.lastResult, code);
     EXPECT_EQ(camera.widthQueries, queries) << code;
   }
   for (const int code : {-7, -10, -11}) {
-    result = code;
+    grabResult = code;
     ASSERT_TRUE(camera.Step());
     EXPECT_EQ(g_cameraPreview.droppedFrames, ++dropped) << code;
     EXPECT_EQ(g_cameraPreview.lastResult, code);
@@ -291,16 +294,15 @@ TEST_F(PreviewWorkerTest, ReadsNothingBehindAFrameThatIsSmallerThanItsRows) {
   camera.pixelFormat = 0;
   camera.SetSize(64, 32, 200);
   camera.dataSize = 500;  // rows alone need 31 * 200 + 192
-  int capacity = 0;
-  camera.grab = [&capacity](std::uint8_t* buffer, int bytes) {
-    capacity = bytes;
+  camera.grab = [this](std::uint8_t* buffer, int bytes) {
+    toldCapacity = bytes;
     std::fill(buffer, buffer + bytes, std::uint8_t{9});
     return 0;
   };
   Start();
   std::vector<std::uint8_t> bytes;
   NextFrame(&bytes);
-  EXPECT_EQ(capacity, 500);
+  EXPECT_EQ(toldCapacity, 500);
   EXPECT_EQ(bytes[0], 9);
   EXPECT_EQ(bytes[bytes.size() - 2], 0);  // what the camera did not deliver is black
 }
@@ -379,10 +381,9 @@ TEST_F(PreviewWorkerTest, TriesTheStillAgainWithTheNextFrameWhenItsGrabFails) {
   InstallAvfCamera();
   camera.pixelFormat = 3;
   camera.SetSize(4, 2, 8);
-  std::atomic<int> attempts{0};
-  camera.grabRgb = [&attempts](std::uint8_t* buffer, int capacity) {
-    std::fill(buffer, buffer + capacity, std::uint8_t{5});
-    return ++attempts < 3 ? -1 : 0;
+  camera.grabRgb = [this](std::uint8_t* buffer, int bytes) {
+    std::fill(buffer, buffer + bytes, std::uint8_t{5});
+    return ++stillAttempts < 3 ? -1 : 0;
   };
   Start();
   NextFrame();
@@ -391,9 +392,9 @@ TEST_F(PreviewWorkerTest, TriesTheStillAgainWithTheNextFrameWhenItsGrabFails) {
   NextFrame();
   NextFrame();
   EXPECT_TRUE(g_cameraPreview.LatestQualityFrame(kScriptedDevice, 0).isNew);
-  EXPECT_EQ(attempts, 3);
+  EXPECT_EQ(stillAttempts, 3);
   NextFrame();
-  EXPECT_EQ(attempts, 3);  // half a second has not passed
+  EXPECT_EQ(stillAttempts, 3);  // half a second has not passed
 }
 
 TEST_F(PreviewWorkerTest, AnswersAvfGrabsByTheEntriesThatExist) {
