@@ -55,18 +55,23 @@ void RgbChromaRow(const std::uint8_t* __restrict top, const std::uint8_t* __rest
   }
 }
 
+template <void (*kLumaRow)(const std::uint8_t*, std::uint8_t*, std::int32_t),
+          void (*kChromaRow)(const std::uint8_t*, const std::uint8_t*, std::uint8_t*, std::int32_t)>
+void RowPair(const std::uint8_t* top, const std::uint8_t* bottom, const Nv12RowPairTarget& target,
+             std::int32_t width) {
+  kLumaRow(top, target.yTop, width);
+  kLumaRow(bottom, target.yBottom, width);
+  kChromaRow(top, bottom, target.uv, width);
+}
+
 }  // namespace
 
 const Nv12Rows kNv12RowsPlain = {
     .minWidth = 2,
-    .yuy2Luma = PairLumaRow<0>,
-    .yuy2Chroma = PairChromaRow<1>,
-    .uyvyLuma = PairLumaRow<1>,
-    .uyvyChroma = PairChromaRow<0>,
-    .bgraLuma = RgbLumaRow<2, 0>,
-    .bgraChroma = RgbChromaRow<2, 0>,
-    .rgbaLuma = RgbLumaRow<0, 2>,
-    .rgbaChroma = RgbChromaRow<0, 2>,
+    .yuy2 = RowPair<PairLumaRow<0>, PairChromaRow<1>>,
+    .uyvy = RowPair<PairLumaRow<1>, PairChromaRow<0>>,
+    .bgra = RowPair<RgbLumaRow<2, 0>, RgbChromaRow<2, 0>>,
+    .rgba = RowPair<RgbLumaRow<0, 2>, RgbChromaRow<0, 2>>,
 };
 
 }  // namespace ostrel_native

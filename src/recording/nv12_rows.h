@@ -7,33 +7,33 @@
 
 namespace ostrel_native {
 
-/// One luma row: `width` pixels of `source` to `width` bytes of `y`.
-using Nv12LumaRow = void (*)(const std::uint8_t* source, std::uint8_t* y, std::int32_t width);
+/// Where two rows of a picture go.
+struct Nv12RowPairTarget {
+  std::uint8_t* yTop;     ///< `width` bytes
+  std::uint8_t* yBottom;  ///< `width` bytes
+  std::uint8_t* uv;       ///< `width` bytes of U, V pairs
+};
 
-/// One chroma row: `width` pixels of each of two rows to `width` bytes of U, V pairs.
-using Nv12ChromaRow = void (*)(const std::uint8_t* top, const std::uint8_t* bottom,
-                               std::uint8_t* uv, std::int32_t width);
+/// Converts `width` pixels of two neighbouring rows.
+using Nv12RowPair = void (*)(const std::uint8_t* top, const std::uint8_t* bottom,
+                             const Nv12RowPairTarget& target, std::int32_t width);
 
 /// A set of row functions. They read and write exactly the bytes of `width` pixels; `width` is
-/// even and at least `minWidth`; targets overlap no source.
+/// even and at least `minWidth`; targets overlap neither a source nor each other.
 /// Thread: any.
 struct Nv12Rows {
   std::int32_t minWidth;  ///< pixels
-  Nv12LumaRow yuy2Luma;
-  Nv12ChromaRow yuy2Chroma;
-  Nv12LumaRow uyvyLuma;
-  Nv12ChromaRow uyvyChroma;
-  Nv12LumaRow bgraLuma;
-  Nv12ChromaRow bgraChroma;
-  Nv12LumaRow rgbaLuma;
-  Nv12ChromaRow rgbaChroma;
+  Nv12RowPair yuy2;
+  Nv12RowPair uyvy;
+  Nv12RowPair bgra;
+  Nv12RowPair rgba;
 };
 
 /// For every x86-64 processor.
 extern const Nv12Rows kNv12RowsPlain;
 
-/// For processors with AVX2 only.
-extern const Nv12Rows kNv12RowsAvx2;
+/// For processors with SSSE3 only.
+extern const Nv12Rows kNv12RowsSsse3;
 
 /// `ConvertFrameToNv12Planar` with the row functions given; rows below their `minWidth` take the
 /// plain form.

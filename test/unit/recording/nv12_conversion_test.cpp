@@ -314,9 +314,9 @@ bool ConvertPlain(const Frame& frame, unsigned char* y, int yStride, unsigned ch
   return ConvertFrameToNv12PlanarWith(kNv12RowsPlain, frame, y, yStride, uv, uvStride);
 }
 
-bool ConvertAvx2(const Frame& frame, unsigned char* y, int yStride, unsigned char* uv,
-                 int uvStride) {
-  return ConvertFrameToNv12PlanarWith(kNv12RowsAvx2, frame, y, yStride, uv, uvStride);
+bool ConvertSsse3(const Frame& frame, unsigned char* y, int yStride, unsigned char* uv,
+                  int uvStride) {
+  return ConvertFrameToNv12PlanarWith(kNv12RowsSsse3, frame, y, yStride, uv, uvStride);
 }
 
 struct Form {
@@ -326,8 +326,8 @@ struct Form {
 
 struct Nv12ConversionOf : testing::TestWithParam<Form> {
   void SetUp() override {
-    if (GetParam().convert == ConvertAvx2 && !__builtin_cpu_supports("avx2")) {
-      GTEST_SKIP() << "this processor has no AVX2";
+    if (GetParam().convert == ConvertSsse3 && !__builtin_cpu_supports("ssse3")) {
+      GTEST_SKIP() << "this processor has no SSSE3";
     }
   }
 
@@ -422,7 +422,7 @@ TEST_P(Nv12ConversionOf, FramesWithOneWrongNumberAreJudgedAsByTheReference) {
 
 INSTANTIATE_TEST_SUITE_P(Forms, Nv12ConversionOf,
                          testing::Values(Form{"Chosen", ConvertFrameToNv12Planar},
-                                         Form{"Plain", ConvertPlain}, Form{"Avx2", ConvertAvx2}),
+                                         Form{"Plain", ConvertPlain}, Form{"Ssse3", ConvertSsse3}),
                          [](const auto& form) { return std::string(form.param.name); });
 
 }  // namespace

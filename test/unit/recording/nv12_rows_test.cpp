@@ -26,29 +26,28 @@ struct PackedLayout {
   const char* name;
   CameraPixelFormat format;
   std::int32_t bytesPerPixel;
-  Nv12LumaRow Nv12Rows::*luma;
-  Nv12ChromaRow Nv12Rows::*chroma;
+  Nv12RowPair Nv12Rows::*convert;
 };
 
 constexpr PackedLayout kLayouts[] = {
-    {"Yuy2", CameraPixelFormat::Yuy2, 2, &Nv12Rows::yuy2Luma, &Nv12Rows::yuy2Chroma},
-    {"Uyvy", CameraPixelFormat::Uyvy, 2, &Nv12Rows::uyvyLuma, &Nv12Rows::uyvyChroma},
-    {"Bgra", CameraPixelFormat::Bgra, 4, &Nv12Rows::bgraLuma, &Nv12Rows::bgraChroma},
-    {"Rgba", CameraPixelFormat::Rgba, 4, &Nv12Rows::rgbaLuma, &Nv12Rows::rgbaChroma},
+    {"Yuy2", CameraPixelFormat::Yuy2, 2, &Nv12Rows::yuy2},
+    {"Uyvy", CameraPixelFormat::Uyvy, 2, &Nv12Rows::uyvy},
+    {"Bgra", CameraPixelFormat::Bgra, 4, &Nv12Rows::bgra},
+    {"Rgba", CameraPixelFormat::Rgba, 4, &Nv12Rows::rgba},
 };
 
 struct Form {
   const char* name;
   const Nv12Rows* rows;
-  bool needsAvx2;
+  bool needsSsse3;
 };
 
-constexpr Form kForms[] = {{"Plain", &kNv12RowsPlain, false}, {"Avx2", &kNv12RowsAvx2, true}};
+constexpr Form kForms[] = {{"Plain", &kNv12RowsPlain, false}, {"Ssse3", &kNv12RowsSsse3, true}};
 
 struct Nv12RowsOf : testing::TestWithParam<Form> {
   void SetUp() override {
-    if (GetParam().needsAvx2 && !__builtin_cpu_supports("avx2")) {
-      GTEST_SKIP() << "this processor has no AVX2";
+    if (GetParam().needsSsse3 && !__builtin_cpu_supports("ssse3")) {
+      GTEST_SKIP() << "this processor has no SSSE3";
     }
   }
 
@@ -109,16 +108,20 @@ void ExpectRowsOfReference(const Nv12Rows& rows, const PackedLayout& layout, std
   ASSERT_TRUE(expected.converted);
 
   constexpr std::size_t kBefore = 40;
-  GuardedBuffer y(kBefore + targetBytes + rowCase.targetGap, kPoison);
+  GuardedBuffer yTop(kBefore + targetBytes + rowCase.targetGap, kPoison);
+  GuardedBuffer yBottom(kBefore + targetBytes + rowCase.targetGap, kPoison);
   GuardedBuffer uv(kBefore + targetBytes + rowCase.targetGap, kPoison);
-  (rows.*layout.luma)(top.data(), y.data() + kBefore, width);
-  (rows.*layout.chroma)(top.data(), bottom.data(), uv.data() + kBefore, width);
-  EXPECT_EQ(std::memcmp(y.data() + kBefore, expected.y.data(), targetBytes), 0) << "luma";
-  EXPECT_EQ(std::memcmp(uv.data() + kBefore, expected.uv.data(), targetBytes), 0) << "chroma";
-  for (GuardedBuffer* target : {&y, &uv}) {
-    ExpectPoison(target->begin(), target->begin() + kBefore);
-    ExpectPoison(target->begin() + kBefore + targetBytes, target->end());
-  }
+  (rows.*layout.convert)(top.data(), bottom.data(),
+                         {yTop.data() + kBefore, yBottom.data() + kBefore, uv.data() + kBefore},
+                         width);
+  const auto expectBytes = [&](GuardedBuffer& target, const std::uint8_t* bytes, const char* name) {
+    EXPECT_EQ(std::memcmp(target.data() + kBefore, bytes, targetBytes), 0) << name;
+    ExpectPoison(target.begin(), target.begin() + kBefore);
+    ExpectPoison(target.begin() + kBefore + targetBytes, target.end());
+  };
+  expectBytes(yTop, expected.y.data(), "luma of the top row");
+  expectBytes(yBottom, expected.y.data() + targetBytes, "luma of the bottom row");
+  expectBytes(uv, expected.uv.data(), "chroma");
 }
 
 TEST_P(Nv12RowsOf, EveryWidthAndPositionGivesTheBytesOfTheReference) {
@@ -172,12 +175,13 @@ struct BlueRamps {
 TEST_P(Nv12RowsOf, ColoursFromAllOverTheCubeGiveTheValuesOfTheMatrix) {
   constexpr auto kWidth = static_cast<std::int32_t>(BlueRamps::kWidth);
   std::vector<std::uint8_t> y(kWidth);
+  std::vector<std::uint8_t> yBottom(kWidth);
   std::vector<std::uint8_t> uv(kWidth);
   for (int red = 0; red < 256; red += 5) {
     for (int green = 0; green < 256; ++green) {
       const BlueRamps ramps(red, green);
-      rows.bgraLuma(ramps.bgra.data(), y.data(), kWidth);
-      rows.bgraChroma(ramps.bgra.data(), ramps.bgra.data(), uv.data(), kWidth);
+      rows.bgra(ramps.bgra.data(), ramps.bgra.data(), {y.data(), yBottom.data(), uv.data()},
+                kWidth);
       int wrong = 0;
       for (int blue = 0; blue < 256; ++blue) {
         const std::size_t at = 2 * static_cast<std::size_t>(blue);
@@ -191,11 +195,14 @@ TEST_P(Nv12RowsOf, ColoursFromAllOverTheCubeGiveTheValuesOfTheMatrix) {
       }
       ASSERT_EQ(wrong, 0) << "red " << red << " green " << green;
 
-      std::vector<std::uint8_t> swapped(kWidth);
-      rows.rgbaLuma(ramps.rgba.data(), swapped.data(), kWidth);
-      ASSERT_EQ(swapped, y) << "red " << red << " green " << green;
-      rows.rgbaChroma(ramps.rgba.data(), ramps.rgba.data(), swapped.data(), kWidth);
-      ASSERT_EQ(swapped, uv) << "red " << red << " green " << green;
+      ASSERT_EQ(yBottom, y) << "red " << red << " green " << green;
+
+      std::vector<std::uint8_t> swappedY(kWidth);
+      std::vector<std::uint8_t> swappedUv(kWidth);
+      rows.rgba(ramps.rgba.data(), ramps.rgba.data(),
+                {swappedY.data(), yBottom.data(), swappedUv.data()}, kWidth);
+      ASSERT_EQ(swappedY, y) << "red " << red << " green " << green;
+      ASSERT_EQ(swappedUv, uv) << "red " << red << " green " << green;
     }
   }
 }
@@ -213,7 +220,9 @@ TEST_P(Nv12RowsOf, BlockMeansRoundHalvesUp) {
       bottom[4 * x + 1] = static_cast<std::uint8_t>(lower);
     }
     std::vector<std::uint8_t> uv(kWidth);
-    rows.bgraChroma(top.data(), bottom.data(), uv.data(), std::int32_t{kWidth});
+    std::vector<std::uint8_t> y(2 * kWidth);
+    rows.bgra(top.data(), bottom.data(), {y.data(), y.data() + kWidth, uv.data()},
+              std::int32_t{kWidth});
     const int mean = (sum + 2) / 4;
     ASSERT_EQ(uv[0], (-87 * mean + 128 + 65536) / 256 - 256 + 128) << "sum " << sum;
     ASSERT_EQ(uv[1], (-102 * mean + 128 + 65536) / 256 - 256 + 128) << "sum " << sum;

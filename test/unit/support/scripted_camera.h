@@ -34,7 +34,7 @@ struct ScriptedCamera {
 
   std::atomic<int> firstFrameQueries{0};
   std::atomic<int> widthQueries{0};
-  std::atomic<int> grabs{0};  ///< entered
+  std::atomic<int> grabs{0};          ///< entered
   std::atomic<int> finishedGrabs{0};  ///< past their permit
   std::counting_semaphore<> permits{0};
   std::atomic<bool> needsPermits{true};
