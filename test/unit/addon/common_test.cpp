@@ -104,7 +104,9 @@ TEST(Utf16PtrToUtf8, NeverLooksBehindUnit4095) {
   auto* const units = reinterpret_cast<std::uint16_t*>(buffer.data());
   std::fill(units, units + 4095, std::uint16_t{'x'});
   units[4095] = 0xD83D;
-  EXPECT_EQ(Utf16PtrToUtf8(units), std::string(4095, 'x') + kReplacement);
+  std::string expected(4095, 'x');
+  expected += kReplacement;
+  EXPECT_EQ(Utf16PtrToUtf8(units), expected);
 }
 
 TEST(WCharPtrToUtf8, EncodesEachLengthInItsShortestForm) {
