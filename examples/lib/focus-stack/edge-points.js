@@ -45,7 +45,7 @@ function medianMagnitude(values) {
       magnitudes.push(Math.abs(values[k]));
     }
   }
-  return magnitudes.sort((a, b) => a - b)[magnitudes.length >> 1] ?? 0;
+  return Float32Array.from(magnitudes).sort()[magnitudes.length >> 1] ?? 0;
 }
 
 /**
@@ -54,8 +54,10 @@ function medianMagnitude(values) {
  */
 export function robustWeights(residuals) {
   const spread = 2.5 * medianMagnitude(residuals) + 1e-3;
-  return residuals.map((residual) =>
-    (Number.isNaN(residual) ? 0 : 1 / (1 + (residual / spread) ** 2) ** 2));
+  return residuals.map((residual) => {
+    const square = (residual / spread) * (residual / spread);
+    return Number.isNaN(square) ? 0 : 1 / ((1 + square) * (1 + square));
+  });
 }
 
 /**

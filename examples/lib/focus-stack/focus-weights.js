@@ -6,7 +6,7 @@ import { makePlane, smooth } from './planes.js';
 // noise and glints decide, larger ones bring halos. The power makes the sharpest frame win, but
 // lets equally sharp ones mix.
 const regionSigma = 4;
-const power = 5;
+const sharpen = (ratio) => ratio * ratio * ratio * ratio * ratio;
 
 /**
  * Sharpness in regions: `sharpness` lies on the cells of the result; NaN where the frame does not
@@ -54,7 +54,7 @@ export function focusWeights(regions) {
     let sum = 0;
     for (let i = 0; i < regions.length; ++i) {
       const value = regions[i].data[cell];
-      const weight = Number.isNaN(value) ? 0 : best > 0 ? (value / best) ** power : 1;
+      const weight = Number.isNaN(value) ? 0 : best > 0 ? sharpen(value / best) : 1;
       weights[i].data[cell] = weight;
       sum += weight;
     }
