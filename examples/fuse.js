@@ -100,8 +100,8 @@ const meanOf = (values) => values.reduce((sum, value) => sum + value, 0) / value
 async function main() {
   const { folder, output } = readArguments();
   const { listPictures, readPicture, writePng, writeContactSheet } = await loadPackages();
-  const addon = loadAddon();
   const files = await thinOut(await listPictures(folder), readPicture);
+  const addon = loadAddon();
 
   const reading = new Step('measuring');
   let measuringMs = 0;

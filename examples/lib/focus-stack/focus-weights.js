@@ -2,10 +2,10 @@
 
 import { makePlane, smooth } from './planes.js';
 
-// Both chosen on real stacks. A region of about this many cells decides together: smaller ones let
-// noise and glints decide, larger ones bring halos. The power makes the sharpest frame win, but
-// lets equally sharp ones mix.
-const regionSigma = 4;
+// Both chosen on real stacks. Cells up to about this far away decide together: smaller regions let
+// noise and glints decide, larger ones bring halos. The fifth power makes the sharpest frame win,
+// but lets equally sharp ones mix.
+const regionRadius = 4;
 const sharpen = (ratio) => ratio * ratio * ratio * ratio * ratio;
 
 /**
@@ -13,7 +13,7 @@ const sharpen = (ratio) => ratio * ratio * ratio * ratio * ratio;
  * reach. `noise` is taken off, so that flat regions decide nothing.
  */
 export function regionSharpness({ width, height, data }, noise) {
-  const regions = smooth(makePlane(width, height, data.map((value) => (value > noise ? value - noise : 0))), regionSigma);
+  const regions = smooth(makePlane(width, height, data.map((value) => (value > noise ? value - noise : 0))), regionRadius);
   for (let cell = 0; cell < data.length; ++cell) {
     regions.data[cell] = Number.isNaN(data[cell]) ? NaN : Math.max(regions.data[cell], 0);
   }

@@ -88,11 +88,9 @@ export function boxBlur({ width, height, data }, radius) {
   return blurred;
 }
 
-/** Nearly a Gaussian of this standard deviation in pixels, as three box filters. */
-export function smooth(plane, sigma) {
-  // Three boxes of width w have the variance (w * w - 1) / 4.
-  const radius = Math.round((Math.sqrt(4 * sigma * sigma + 1) - 1) / 2);
-  return radius < 1 ? plane : boxBlur(boxBlur(boxBlur(plane, radius), radius), radius);
+/** Three box filters: nearly a Gaussian with the variance radius * (radius + 1). */
+export function smooth(plane, radius) {
+  return boxBlur(boxBlur(boxBlur(plane, radius), radius), radius);
 }
 
 /** A plane of the same size with `combine(value, otherValue)`. */

@@ -14,18 +14,17 @@ import { compose, identity, invert } from './similarity.js';
 // than they tell about the place.
 const largestSide = 640;
 const smallestSide = 30;
-// Both in pixels of each level: against noise, and against slow changes of light.
-const noiseSigma = 0.8;
-const backgroundSigma = 6;
+// In pixels of each level; slower changes of brightness are light, not detail.
+const backgroundRadius = 6;
 // Whole pixels of the coarsest level that frames may lie apart, beside what least squares find.
 const searchReach = 4;
 const maxIterations = 30;
 // Movement of an iteration, in pixels of the level, that counts as standing still.
 const standstill = 0.003;
 
-/** Brightness without noise and without slow changes: edges and texture alone. */
-function bandPass(plane) {
-  return combine(smooth(plane, noiseSigma), smooth(plane, backgroundSigma), (fine, background) => fine - background);
+/** Brightness without its slow changes: edges and texture alone. */
+function detailOf(plane) {
+  return combine(plane, smooth(plane, backgroundRadius), (value, background) => value - background);
 }
 
 /**
@@ -42,7 +41,7 @@ export function prepareFrame(luma) {
   return pyramidOf(plane, smallestSide).map((level, i) => {
     const size = pixelSize * 2 ** i;
     const prepared = {
-      ...bandPass(level),
+      ...detailOf(level),
       pixelSize: size,
       centreX: luma.width / 2 / size - 0.5,
       centreY: luma.height / 2 / size - 0.5,
@@ -125,13 +124,14 @@ function registerLevel(fixed, moving, transform) {
   return { transform: current, score: compareLight(fixed.points, samples).correlation };
 }
 
-/** The shift of whole pixels that matches best. */
+/** The shift of whole pixels that matches best; none if all match alike. */
 function searchShift(fixed, moving) {
-  let best = { transform: identity, score: -Infinity };
+  const scoreOf = (transform) => compareLight(fixed.points, sampleAt(moving, fixed.points, transform)).correlation;
+  let best = { transform: identity, score: scoreOf(identity) };
   for (let ty = -searchReach; ty <= searchReach; ++ty) {
     for (let tx = -searchReach; tx <= searchReach; ++tx) {
       const transform = { ...identity, tx, ty };
-      const score = compareLight(fixed.points, sampleAt(moving, fixed.points, transform)).correlation;
+      const score = scoreOf(transform);
       if (score > best.score) {
         best = { transform, score };
       }
