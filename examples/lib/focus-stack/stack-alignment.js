@@ -14,15 +14,18 @@ const leastScore = 0.35;
 const sampledDetail = 0.9;
 
 /** All pairs of frames, registered coarsely: scores[i][j], and transforms[i][j] from i to j. */
-function registerPairs(frames, onPair) {
+function registerPairs(frames, details, onPair) {
+  const amounts = details.map(({ data }) => data.reduce((sum, value) => sum + value, 0));
   const scores = frames.map(() => frames.map(() => 0));
   const transforms = frames.map(() => frames.map(() => identity));
   for (let i = 0; i < frames.length; ++i) {
     for (let j = i + 1; j < frames.length; ++j) {
-      const { transform, score } = register(frames[i], frames[j], { finestLevel: pairLevel });
+      // Never the order of the files decides which of two frames is registered against which.
+      const [fixed, moving] = amounts[i] >= amounts[j] ? [i, j] : [j, i];
+      const { transform, score } = register(frames[fixed], frames[moving], { finestLevel: pairLevel });
       scores[i][j] = scores[j][i] = score;
-      transforms[i][j] = transform;
-      transforms[j][i] = invert(transform);
+      transforms[fixed][moving] = transform;
+      transforms[moving][fixed] = invert(transform);
       onPair();
     }
   }
@@ -116,7 +119,7 @@ export function alignFrames(levels, details, size, onProgress = () => {}) {
   const steps = levels.length * (levels.length + 1) / 2 - 1;
   let done = 0;
   const count = () => onProgress(++done / steps);
-  const { scores, transforms } = registerPairs(levels, count);
+  const { scores, transforms } = registerPairs(levels, details, count);
   const { neighbours, trees } = joinNeighbours(scores);
   const members = largestTree(trees, scores);
   const reference = chooseReference(members, neighbours, transforms, details, size);
