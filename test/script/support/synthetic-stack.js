@@ -53,14 +53,14 @@ export function makeStack({ seed = 1, width = 320, height = 200, count = 3, tran
   const random = makeRandom(seed + 1);
   return Array.from({ length: count }, (_, index) => {
     const sharp = renderScene(scene, { width, height }, transforms[index]);
-    const blurred = Array.from({ length: count }, (__, distance) => (distance === 0 ? sharp : smooth(sharp, 2 * distance)));
+    const blurred = Array.from({ length: count + 1 }, (__, distance) => (distance === 0 ? sharp : smooth(sharp, 2 * distance)));
     const back = invert(transforms[index] ?? identity);
     const data = sharp.data.map((___, i) => {
       const u = (i % width) - (width - 1) / 2;
       const v = Math.trunc(i / width) - (height - 1) / 2;
       // In strips from the middle of this one; half a strip is sharp, then the blur grows evenly.
       const away = Math.abs(((back.a * u - back.b * v + back.tx) / width + 0.5) * count - 0.5 - index);
-      const blur = Math.min(Math.max(away - 0.5, 0), count - 1.001);
+      const blur = Math.min(Math.max(away - 0.5, 0), count - 0.001);
       const less = Math.trunc(blur);
       const value = blurred[less].data[i] + (blurred[less + 1].data[i] - blurred[less].data[i]) * (blur - less);
       return value + noise * (random(3) - 1);
