@@ -47,7 +47,8 @@ std::vector<int> PlanAutoFocus(const LayeredSpecimen& specimen, const Optics& op
   for (const Sweep& sweep : kSweeps) {
     const int first = std::max(0, best - sweep.reach);
     const int last = std::min(kFocusPositions - 1, best + sweep.reach);
-    for (int position = first - first % sweep.spacing; position <= last; position += sweep.spacing) {
+    for (int position = first - first % sweep.spacing; position <= last;
+         position += sweep.spacing) {
       tried.focus = position;
       stops.push_back(position);
       const std::int64_t contrast = CentreContrast(specimen, tried, point);

@@ -80,10 +80,10 @@ BlurLayer Blur(const BlurLayer& sharp, int reach) {
       }
     } else {
       for (std::ptrdiff_t i = 0; i < rowBytes; ++i) {
-        target[i] = static_cast<std::uint8_t>(
-            (row[i - 2 * kChannels] + 4 * (row[i - kChannels] + row[i + kChannels]) + 6 * row[i] +
-             row[i + 2 * kChannels] + 128) /
-            256);
+        target[i] = static_cast<std::uint8_t>((row[i - 2 * kChannels] +
+                                               4 * (row[i - kChannels] + row[i + kChannels]) +
+                                               6 * row[i] + row[i + 2 * kChannels] + 128) /
+                                              256);
       }
     }
   }

@@ -13,26 +13,27 @@ namespace ostrel_simulator {
 /// How much a layer is blurred, and at which reduction of the specimen it is kept.
 struct LayerShape {
   int shift;        ///< one pixel of the layer is 2^shift texels
-  int variance256;  ///< of its blur, in 1/256 of a squared texel
+  int variance256;  ///< of its blur as a view samples it, in 1/256 of a squared texel
 };
 
 // Layers get smaller as they get softer: reduced so that a pixel of the layer is about the
 // standard deviation of its blur, nothing is lost, and all of them together stay small.
-// Each variance is the one before, a quarter of a squared pixel for a reduction by two, and half
-// of a squared pixel or a whole one for a pass with binomial weights, (1 2 1) or (1 4 6 4 1).
-inline constexpr std::array<LayerShape, 13> kLayers = {{{0, 0},
-                                                        {0, 128},
-                                                        {0, 384},
-                                                        {1, 960},
-                                                        {1, 1984},
-                                                        {2, 4288},
-                                                        {2, 8384},
-                                                        {3, 17600},
-                                                        {3, 33984},
-                                                        {4, 70848},
-                                                        {4, 136384},
-                                                        {5, 283840},
-                                                        {5, 545984}}};
+// Each has the variance of the one before, a quarter of a squared pixel more for a reduction by
+// two, and half of a squared pixel or a whole one for a pass with the binomial weights (1 2 1) or
+// (1 4 6 4 1). Sampling between the pixels adds a sixth of a squared pixel at the mean.
+inline constexpr std::array<LayerShape, 13> kLayers = {{{0, 43},
+                                                        {0, 171},
+                                                        {0, 427},
+                                                        {1, 1131},
+                                                        {1, 2155},
+                                                        {2, 4971},
+                                                        {2, 9067},
+                                                        {3, 20331},
+                                                        {3, 36715},
+                                                        {4, 81771},
+                                                        {4, 147307},
+                                                        {5, 327531},
+                                                        {5, 589675}}};
 
 /// One layer: 4 bytes a pixel, RGB and one that says nothing, rows tight.
 struct BlurLayer {

@@ -64,8 +64,7 @@ bool SendLine(int client, std::string line) {
 
 // Runs the whole lines at the head of `pending` and takes them out of it.
 bool AnswerLines(int client, Instrument& instrument, std::string* pending) {
-  for (std::size_t end = pending->find('\n'); end != std::string::npos;
-       end = pending->find('\n')) {
+  for (std::size_t end = pending->find('\n'); end != std::string::npos; end = pending->find('\n')) {
     const std::string answer = RunControlCommand(instrument, pending->substr(0, end));
     pending->erase(0, end + 1);
     if (!SendLine(client, answer)) {

@@ -25,10 +25,10 @@ struct FocusDrive {
   /// Sets off on a scan over `positions`, not empty, which ends at the last of them.
   void Scan(std::vector<int> positions, std::int64_t nowMs);
 
-  int start;                ///< of the last move
-  int target;               ///< of the last move
-  std::int64_t startMs = 0; ///< of the last move or scan
-  std::vector<int> stops;   ///< of the scan; empty where the last order was a move
+  int start;                 ///< of the last move
+  int target;                ///< of the last move
+  std::int64_t startMs = 0;  ///< of the last move or scan
+  std::vector<int> stops;    ///< of the scan; empty where the last order was a move
 };
 
 }  // namespace ostrel_simulator

@@ -11,8 +11,7 @@ namespace {
 
 Instrument* MakeInstrument() {
   Settings settings = ReadSettings([](const char* name) { return std::getenv(name); });
-  const int listener =
-      settings.controlPath.empty() ? -1 : OpenControlSocket(settings.controlPath);
+  const int listener = settings.controlPath.empty() ? -1 : OpenControlSocket(settings.controlPath);
   settings.valid = settings.valid && (settings.controlPath.empty() || listener >= 0);
   auto* const instrument = new Instrument(settings);
   if (listener >= 0) {

@@ -67,8 +67,7 @@ bool Microscope::StepFocus(int steps) {
 void Microscope::StartAutoFocus() {
   const std::shared_ptr<const LayeredSpecimen> seen = SharedSpecimen();
   const Scene now = SceneNow();
-  std::vector<int> stops =
-      PlanAutoFocus(*seen, now.optics, StageAt(now.stage, lastFrame));
+  std::vector<int> stops = PlanAutoFocus(*seen, now.optics, StageAt(now.stage, lastFrame));
   const std::lock_guard lock(mutex);
   drive.Scan(std::move(stops), clock.NowMs());
 }

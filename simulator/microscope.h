@@ -27,9 +27,9 @@ struct FrameSize {
   int height;
 };
 
-/// Its frames come from a camera that looks at `SharedSpecimen` by `SceneNow`; nothing here waits for
-/// it. Unplugging is only a mark: whoever shows the microscope looks at it.
-/// Thread: any, for all members.
+/// Its frames come from a camera that looks at `SharedSpecimen` by `SceneNow`; nothing here waits
+/// for it. Unplugging is only a mark: whoever shows the microscope looks at it. Thread: any, for
+/// all members.
 struct Microscope {
   /// `microscopeClock` must outlive the microscope.
   Microscope(const Settings& settings, int microscopeIndex, SimulatedClock& microscopeClock);
@@ -89,7 +89,7 @@ struct Microscope {
 
   std::mutex mutex;  ///< guards the rest
   FocusDrive drive;
-  Scene scene;       ///< without its focus and its light
+  Scene scene;  ///< without its focus and its light
   int lightLevel;
   bool isLit;
   int presses = 0;

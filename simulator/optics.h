@@ -29,7 +29,7 @@ struct Optics {
 double MicronsPerPixel(int magnification);
 
 /// The distance on the specimen between two pixels, in 1/65536 texel. The focus breathes: each
-/// position nearer makes the picture larger by 1/16384.
+/// position farther makes the picture larger by 1/16384.
 std::int64_t PixelStep(const Optics& optics);
 
 /// The variance of the blur of a point, in 1/256 of a squared texel. `distance` is between the

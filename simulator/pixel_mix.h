@@ -58,25 +58,24 @@ inline __m128i SampleBoth(const SampledLine& sharp, const SampledLine& soft, int
   const __m128i pairs = _mm_unpacklo_epi32(Load8(sharp.pixels + std::size_t{sharpPoint.index} * 4),
                                            Load8(soft.pixels + std::size_t{softPoint.index} * 4));
   const __m128i zero = _mm_setzero_si128();
-  const __m128i weights = _mm_unpacklo_epi64(Load8(&kWeights[sharpPoint.weight]),
-                                             Load8(&kWeights[softPoint.weight]));
+  const __m128i weights =
+      _mm_unpacklo_epi64(Load8(&kWeights[sharpPoint.weight]), Load8(&kWeights[softPoint.weight]));
   return Mix(_mm_unpacklo_epi8(pairs, zero), _mm_unpackhi_epi8(pairs, zero), weights);
 }
 
-inline __m128i PaintTwoPixels(const SampledLine& sharp, const SampledLine& soft, int i, __m128i weight,
-                       __m128i gain) {
+inline __m128i PaintTwoPixels(const SampledLine& sharp, const SampledLine& soft, int i,
+                              __m128i weight, __m128i gain) {
   const __m128i first = SampleBoth(sharp, soft, i);
   const __m128i second = SampleBoth(sharp, soft, i + 1);
   const __m128i seen =
       Mix(_mm_unpacklo_epi64(first, second), _mm_unpackhi_epi64(first, second), weight);
-  return _mm_add_epi16(_mm_srli_epi16(_mm_mullo_epi16(seen, gain), 8),
-                       _mm_set1_epi16(kBlackLevel));
+  return _mm_add_epi16(_mm_srli_epi16(_mm_mullo_epi16(seen, gain), 8), _mm_set1_epi16(kBlackLevel));
 }
 
 /// Mixes `count` pixels of 4 bytes of `above` and `below`: the weight, below kMixOne, is that of
 /// `below`. The target holds the pixels exactly.
-inline void MixPixels(const std::uint8_t* above, const std::uint8_t* below, int count, unsigned weight,
-               std::uint8_t* target) {
+inline void MixPixels(const std::uint8_t* above, const std::uint8_t* below, int count,
+                      unsigned weight, std::uint8_t* target) {
   const std::size_t bytes = static_cast<std::size_t>(count) * 4;
   if (weight == 0) {
     std::memcpy(target, above, bytes);
@@ -94,8 +93,8 @@ inline void MixPixels(const std::uint8_t* above, const std::uint8_t* below, int 
   }
   for (; i < bytes; ++i) {
     const int change = (below[i] - above[i]) * static_cast<int>(weight);
-    target[i] =
-        static_cast<std::uint8_t>(above[i] + ((change + static_cast<int>(kMixOne) / 2) >> kMixBits));
+    target[i] = static_cast<std::uint8_t>(above[i] +
+                                          ((change + static_cast<int>(kMixOne) / 2) >> kMixBits));
   }
 }
 
@@ -103,15 +102,14 @@ inline void MixPixels(const std::uint8_t* above, const std::uint8_t* below, int 
 /// `soft`. The light makes `value * gain / 256 + kBlackLevel` of each brightness; `gain` is up to
 /// 256. The target gets 12 bytes.
 inline void PaintFourPixels(const SampledLine& sharp, const SampledLine& soft, unsigned weight,
-                     unsigned gain, std::uint8_t* target) {
+                            unsigned gain, std::uint8_t* target) {
   const __m128i weights = _mm_set1_epi16(static_cast<std::int16_t>(weight));
   const __m128i gains = _mm_set1_epi16(static_cast<std::int16_t>(gain));
   const __m128i pixels = _mm_packus_epi16(PaintTwoPixels(sharp, soft, 0, weights, gains),
                                           PaintTwoPixels(sharp, soft, 2, weights, gains));
   // Four pixels of 4 bytes to 3 each: first within each half, then the halves to one another.
   const __m128i even = _mm_and_si128(pixels, _mm_set1_epi64x(0x0000000000FFFFFF));
-  const __m128i odd =
-      _mm_and_si128(_mm_srli_epi64(pixels, 8), _mm_set1_epi64x(0x0000FFFFFF000000));
+  const __m128i odd = _mm_and_si128(_mm_srli_epi64(pixels, 8), _mm_set1_epi64x(0x0000FFFFFF000000));
   const __m128i sixes = _mm_or_si128(even, odd);
   const __m128i upper = _mm_srli_si128(sixes, 8);
   const __m128i eight = _mm_or_si128(sixes, _mm_slli_epi64(upper, 48));

@@ -70,8 +70,7 @@ bool ParseStage(const char* text, Stage* stage) {
   const char* const colon = std::strchr(text, ':');
   Stage still{false, 0, 0};
   if (colon == nullptr || !ReadNumber(text, colon, -kFarthestStage, kFarthestStage, &still.x) ||
-      !ReadNumber(colon + 1, text + std::strlen(text), -kFarthestStage, kFarthestStage,
-                  &still.y)) {
+      !ReadNumber(colon + 1, text + std::strlen(text), -kFarthestStage, kFarthestStage, &still.y)) {
     return false;
   }
   *stage = still;

@@ -38,7 +38,7 @@ struct Direction {
 // Noise of eight octaves; most of the range of -1000 to 1000 is used.
 TorusField MakeTone(Random& random) {
   return MakeSmoothNoise(kSpecimenWidth, kSpecimenHeight,
-                         {900, 520, 330, 240, 170, 110, 70, 34, 12}, random);
+                         {900, 520, 330, 240, 170, 110, 80, 56, 36}, random);
 }
 
 // Hills some 500 pixels wide, spread over the whole range of heights.
@@ -52,8 +52,7 @@ HeightField MakeHeights(Random& random) {
   heights.sixteenths.reserve(relief.values.size());
   for (const std::int16_t value : relief.values) {
     const int scaled = (value - low) * (kHighestPoint - kLowestPoint) * kHeightUnit / range;
-    heights.sixteenths.push_back(
-        static_cast<std::int16_t>(kLowestPoint * kHeightUnit + scaled));
+    heights.sixteenths.push_back(static_cast<std::int16_t>(kLowestPoint * kHeightUnit + scaled));
   }
   return heights;
 }

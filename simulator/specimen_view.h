@@ -20,15 +20,15 @@ struct SpecimenView {
   /// Paints the part of `width` by `height` RGB pixels whose first pixel is (left, top), rows
   /// `bytesPerRow` apart. A pixel has the same bytes in whichever part it is painted.
   /// Thread: any.
-  void Paint(std::int64_t left, std::int64_t top, int width, int height,
-             std::ptrdiff_t bytesPerRow, std::uint8_t* target) const;
+  void Paint(std::int64_t left, std::int64_t top, int width, int height, std::ptrdiff_t bytesPerRow,
+             std::uint8_t* target) const;
 
   /// The pixel that lies closest to a point of the stage, a coordinate in 1/65536 texel.
   std::int64_t PixelAt(std::int64_t stage) const;
 
   const LayeredSpecimen& specimen;
   const Optics optics;
-  const std::int64_t step;  ///< PixelStep
+  const std::int64_t step;                  ///< PixelStep
   const std::vector<std::uint16_t> lookup;  ///< MakeLayerLookup
 };
 
