@@ -19,6 +19,7 @@ Microscope::Microscope(const Settings& settings, int microscopeIndex,
       isLit(settings.light > 0) {
   scene.optics.magnification = settings.magnification;
   scene.stage = settings.stage;
+  scene.showsNumber = settings.showsNumbers == 1;
 }
 
 Scene Microscope::SceneNow() {

@@ -96,6 +96,7 @@ Settings ReadSettings(const std::function<const char*(const char*)>& get) {
   reader.Read("OSTREL_SIMULATOR_MAGNIFICATION", kLeastMagnification, kMostMagnification,
               &settings.magnification);
   reader.ReadStage("OSTREL_SIMULATOR_STAGE", &settings.stage);
+  reader.Read("OSTREL_SIMULATOR_NUMBERS", 0, 1, &settings.showsNumbers);
   reader.Read("OSTREL_SIMULATOR_NOISE", 0, 100, &settings.noiseTenths);
   if (const char* const path = get("OSTREL_SIMULATOR_CONTROL"); path != nullptr) {
     settings.controlPath = path;

@@ -27,6 +27,7 @@ struct Settings {
   int light = 100;                ///< OSTREL_SIMULATOR_LIGHT, percent at the start, 0 to 100
   int magnification = 50;         ///< OSTREL_SIMULATOR_MAGNIFICATION at the start, 20 to 220
   Stage stage;                    ///< OSTREL_SIMULATOR_STAGE: "moving", or "X:Y"
+  int showsNumbers = 1;           ///< OSTREL_SIMULATOR_NUMBERS, 0 or 1
   int noiseTenths = 12;           ///< OSTREL_SIMULATOR_NOISE, 0 to 100
   std::string controlPath;        ///< OSTREL_SIMULATOR_CONTROL; empty: no socket
   bool valid = true;              ///< whether every variable that is set could be read

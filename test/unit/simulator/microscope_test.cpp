@@ -37,11 +37,12 @@ TEST(Microscope, BeginsAsTheSettingsSay) {
   settings.light = 40;
   settings.magnification = 90;
   settings.stage = {false, 5, 6};
+  settings.showsNumbers = 0;
   StoppedMicroscope one(settings);
   const Scene scene = one.microscope.SceneNow();
   EXPECT_EQ(scene.optics, (Optics{33, 90, 40}));
   EXPECT_EQ(scene.stage, (Stage{false, 5, 6}));
-  EXPECT_TRUE(scene.showsNumber);
+  EXPECT_FALSE(scene.showsNumber);
   EXPECT_TRUE(one.microscope.IsLightOn());
 }
 

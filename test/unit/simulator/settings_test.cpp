@@ -27,6 +27,7 @@ TEST(Settings, AreOneSteadyCameraWithoutVariables) {
   EXPECT_EQ(settings.light, 100);
   EXPECT_EQ(settings.magnification, 50);
   EXPECT_EQ(settings.stage, Stage{});
+  EXPECT_EQ(settings.showsNumbers, 1);
   EXPECT_EQ(settings.noiseTenths, 12);
   EXPECT_EQ(settings.controlPath, "");
   EXPECT_TRUE(settings.valid);
@@ -42,6 +43,7 @@ TEST(Settings, ComeFromTheVariables) {
                                   {"OSTREL_SIMULATOR_LIGHT", "0"},
                                   {"OSTREL_SIMULATOR_MAGNIFICATION", "220"},
                                   {"OSTREL_SIMULATOR_STAGE", "-30:1000000"},
+                                  {"OSTREL_SIMULATOR_NUMBERS", "0"},
                                   {"OSTREL_SIMULATOR_NOISE", "100"},
                                   {"OSTREL_SIMULATOR_CONTROL", "/tmp/x"}});
   EXPECT_EQ(settings.seed, 18446744073709551615U);
@@ -54,6 +56,7 @@ TEST(Settings, ComeFromTheVariables) {
   EXPECT_EQ(settings.light, 0);
   EXPECT_EQ(settings.magnification, 220);
   EXPECT_EQ(settings.stage, (Stage{false, -30, 1000000}));
+  EXPECT_EQ(settings.showsNumbers, 0);
   EXPECT_EQ(settings.noiseTenths, 100);
   EXPECT_EQ(settings.controlPath, "/tmp/x");
   EXPECT_TRUE(settings.valid);
@@ -83,6 +86,7 @@ TEST(Settings, StayAtTheirDefaultsWhereAVariableCannotBeRead) {
       {"OSTREL_SIMULATOR_STAGE", "1"},
       {"OSTREL_SIMULATOR_STAGE", ":1"},
       {"OSTREL_SIMULATOR_STAGE", "1000001:0"},
+      {"OSTREL_SIMULATOR_NUMBERS", "2"},
       {"OSTREL_SIMULATOR_NOISE", "101"},
   };
   for (const auto& [name, value] : refused) {
@@ -98,6 +102,7 @@ TEST(Settings, StayAtTheirDefaultsWhereAVariableCannotBeRead) {
     EXPECT_EQ(settings.light, 100);
     EXPECT_EQ(settings.magnification, 50);
     EXPECT_EQ(settings.stage, Stage{});
+    EXPECT_EQ(settings.showsNumbers, 1);
     EXPECT_EQ(settings.noiseTenths, 12);
   }
 }
