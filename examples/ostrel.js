@@ -72,7 +72,7 @@ function describe(addon) {
   row('protocol', protocol ? version(protocol.majorVersion, protocol.minorVersion, protocol.patchVersion) : 'unknown');
   row('lens', lens.ok ? `driver ${lens.lensDriver}, group ${lens.lensGroup}` : 'unknown');
   row('pixel size', pixel.ok
-    ? `${pixel.micronsPerPixel.toFixed(3)} micrometres, in pictures of ${pixel.width} x ${pixel.height}` : 'unknown');
+    ? `${pixel.micronsPerPixel.toFixed(3)} um, in pictures of ${pixel.width} x ${pixel.height}` : 'unknown');
 }
 
 /** Polls as a window would, many times a second, and shows what it sees; no call of it waits. */
@@ -90,12 +90,13 @@ class Telemetry {
     const started = performance.now();
     const status = this.addon.ostrelGetScopeStatus();
     const size = this.addon.ostrelGetPixelSizeMicrons();
+    const { lensGroup } = this.addon.ostrelGetLensGroupInfo();
     this.focus = this.addon.ostrelGetFocusPosition();
     this.presses += this.addon.ostrelIsCapturePressed() ? 1 : 0;
     this.slowestMs = Math.max(this.slowestMs, performance.now() - started);
     ++this.polls;
     this.line.update(`  ${'live'.padEnd(20)}  status ${status}   focus ${String(this.focus).padStart(3)}   ` +
-      `pixel ${size.toFixed(3)} um   button presses ${this.presses}`);
+      `pixel ${size.toFixed(3)} um   lens group ${lensGroup}   button presses ${this.presses}`);
   }
 
   /** Waits until the focus has come to rest, or the time is over. */
