@@ -15,8 +15,8 @@ import { setupLog } from './lib/paths.js';
 // The oldest that sharp and the test runner's reporters work with.
 const oldestNode = [18, 17];
 
-/** What it takes to run the addon and the simulated camera, without tests and benchmarks. */
-export const addonTargets = ['ostrel_native', 'simulated_cnokhwa'];
+/** What it takes to run the addon and the virtual microscope, without tests and benchmarks. */
+export const addonTargets = ['ostrel_native', 'simulated_cnokhwa', 'simulated_ostrel'];
 
 function checkNode(step) {
   const [major, minor] = process.versions.node.split('.').map(Number);

@@ -76,7 +76,7 @@ int cnokhwa_has_videocapture_auth() {
 void cnokhwa_ask_videocapture_auth() {}
 
 int cnokhwa_devices_count() {
-  return static_cast<int>(TheInstrument().cameras.size());
+  return TheInstrument().CameraCount();
 }
 
 int cnokhwa_device_unique_id(int device, void* buffer, int capacity) {
@@ -128,8 +128,8 @@ int cnokhwa_start_capture(int device, int width, int height) {
 // A negative device stops all of them.
 int cnokhwa_stop_capture(int device) {
   if (device < 0) {
-    for (const auto& camera : TheInstrument().cameras) {
-      camera->Stop();
+    for (const auto& each : TheInstrument().devices) {
+      each->camera.Stop();
     }
     return kOk;
   }

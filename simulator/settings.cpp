@@ -4,6 +4,8 @@
 #include <cstring>
 #include <limits>
 
+#include "simulator/optics.h"
+
 namespace ostrel_simulator {
 
 namespace {
@@ -49,9 +51,35 @@ struct Reader {
     *every = first;
     *pauseMs = second;
   }
+
+  void ReadStage(const char* name, Stage* stage) {
+    const char* const text = get(name);
+    if (text != nullptr && !ParseStage(text, stage)) {
+      valid = false;
+    }
+  }
 };
 
 }  // namespace
+
+bool ParseStage(const char* text, Stage* stage) {
+  if (std::strcmp(text, "moving") == 0) {
+    *stage = Stage{};
+    return true;
+  }
+  const char* const colon = std::strchr(text, ':');
+  Stage still{false, 0, 0};
+  if (colon == nullptr || !ReadNumber(text, colon, -kFarthestStage, kFarthestStage, &still.x) ||
+      !ReadNumber(colon + 1, text + std::strlen(text), -kFarthestStage, kFarthestStage, &still.y)) {
+    return false;
+  }
+  *stage = still;
+  return true;
+}
+
+bool ParseNumber(const char* text, int least, int most, int* number) {
+  return ReadNumber(text, text + std::strlen(text), least, most, number);
+}
 
 Settings ReadSettings(const std::function<const char*(const char*)>& get) {
   Settings settings;
@@ -63,6 +91,16 @@ Settings ReadSettings(const std::function<const char*(const char*)>& get) {
   reader.Read<std::int64_t>("OSTREL_SIMULATOR_FRAMES", 1, std::numeric_limits<std::int32_t>::max(),
                             &settings.frameLimit);
   reader.ReadStutter("OSTREL_SIMULATOR_STUTTER", &settings.stutterEvery, &settings.stutterMs);
+  reader.Read("OSTREL_SIMULATOR_FOCUS", 0, kFocusPositions - 1, &settings.focus);
+  reader.Read("OSTREL_SIMULATOR_LIGHT", 0, 100, &settings.light);
+  reader.Read("OSTREL_SIMULATOR_MAGNIFICATION", kLeastMagnification, kMostMagnification,
+              &settings.magnification);
+  reader.ReadStage("OSTREL_SIMULATOR_STAGE", &settings.stage);
+  reader.Read("OSTREL_SIMULATOR_NUMBERS", 0, 1, &settings.showsNumbers);
+  reader.Read("OSTREL_SIMULATOR_NOISE", 0, 100, &settings.noiseTenths);
+  if (const char* const path = get("OSTREL_SIMULATOR_CONTROL"); path != nullptr) {
+    settings.controlPath = path;
+  }
   settings.valid = reader.valid;
   return settings;
 }

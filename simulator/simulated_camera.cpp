@@ -11,7 +11,7 @@
 #include <thread>
 #include <utility>
 
-#include "simulator/frame_code.h"
+#include "simulator/frame_painter.h"
 #include "simulator/frame_schedule.h"
 
 namespace ostrel_simulator {
@@ -44,12 +44,15 @@ struct Slot {
 
 struct Capture {
   Capture(const Settings& settings, const CaptureFormat& captureFormat,
-          std::shared_ptr<const Specimen> captureSpecimen)
+          Microscope& captureMicroscope)
       : format(captureFormat),
         bytesPerRow(captureFormat.width * 3 + settings.rowPadding),
         frameLimit(settings.frameLimit),
         schedule(ScheduleOf(settings, captureFormat.frameRate)),
-        specimen(std::move(captureSpecimen)) {}
+        microscope(captureMicroscope),
+        painter(captureMicroscope.SharedSpecimen(),
+                SensorNoise(captureMicroscope.seed, settings.noiseTenths), captureFormat.width,
+                captureFormat.height) {}
 
   std::size_t FrameBytes() const {
     return static_cast<std::size_t>(bytesPerRow) * static_cast<std::size_t>(format.height);
@@ -65,7 +68,8 @@ struct Capture {
   const int bytesPerRow;
   const std::int64_t frameLimit;
   const FrameSchedule schedule;
-  const std::shared_ptr<const Specimen> specimen;
+  Microscope& microscope;
+  FramePainter painter;  ///< the thread's own
   std::thread thread;
 
   std::mutex mutex;                 ///< guards the rest, but for the pixels of a slot
@@ -137,8 +141,8 @@ void Capture::MakeFrames() {
       continue;
     }
     const auto frame = static_cast<std::uint32_t>(number);
-    CopyView(*specimen, frame, format.width, format.height, bytesPerRow, slot->pixels.data());
-    PaintFrameCode(slot->pixels.data(), format.width, format.height, bytesPerRow, frame);
+    painter.Paint(microscope.SceneNow(), frame, bytesPerRow, slot->pixels.data());
+    microscope.NoteFrame(frame);
     {
       const std::lock_guard lock(mutex);
       slot->number = number;
@@ -181,8 +185,8 @@ int BestFormat(int width, int height) {
   return static_cast<int>(best - formats.begin());
 }
 
-SimulatedCamera::SimulatedCamera(const Settings& cameraSettings, int deviceIndex)
-    : settings(cameraSettings), index(deviceIndex) {}
+SimulatedCamera::SimulatedCamera(const Settings& cameraSettings, Microscope& cameraMicroscope)
+    : settings(cameraSettings), microscope(cameraMicroscope) {}
 
 std::shared_ptr<Capture> SimulatedCamera::Current() {
   const std::lock_guard lock(mutex);
@@ -207,14 +211,13 @@ int SimulatedCamera::Start(int format) {
   }
   const std::lock_guard control(controlMutex);
   EndCapture();
+  if (!microscope.isPlugged) {
+    return kNoDevice;
+  }
   try {
-    if (specimen == nullptr) {
-      // Cameras side by side look at different specimens.
-      const std::uint64_t seed = settings.seed + static_cast<std::uint64_t>(index);
-      specimen = std::make_shared<const Specimen>(MakeSpecimen(seed));
-    }
-    const auto started =
-        std::make_shared<Capture>(settings, formats[static_cast<std::size_t>(format)], specimen);
+    const CaptureFormat& chosen = formats[static_cast<std::size_t>(format)];
+    const auto started = std::make_shared<Capture>(settings, chosen, microscope);
+    microscope.NoteFrameSize({chosen.width, chosen.height});
     started->thread = std::thread([started] { started->Run(); });
     const std::lock_guard lock(mutex);
     capture = started;

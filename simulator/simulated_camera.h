@@ -6,8 +6,8 @@
 #include <mutex>
 #include <vector>
 
+#include "simulator/microscope.h"
 #include "simulator/settings.h"
-#include "simulator/specimen.h"
 
 namespace ostrel_simulator {
 
@@ -40,9 +40,11 @@ struct Capture;
 /// only hold a lock for a moment.
 /// Thread: any, for all members.
 struct SimulatedCamera {
-  SimulatedCamera(const Settings& cameraSettings, int deviceIndex);
+  /// Looks through `cameraMicroscope`, which must outlive the camera.
+  SimulatedCamera(const Settings& cameraSettings, Microscope& cameraMicroscope);
 
-  /// Starts the format, after ending a capture that runs. 0, -1 no such format, -4.
+  /// Starts the format, after ending a capture that runs. 0, -1 no such format or the microscope
+  /// is unplugged, -4.
   int Start(int format);
 
   /// Ends the capture; 0 also without one.
@@ -65,11 +67,10 @@ struct SimulatedCamera {
   void EndCapture();  ///< with `controlMutex` held
 
   const Settings settings;
-  const int index;
-  std::mutex controlMutex;                   ///< one start or stop at a time; guards `specimen`
-  std::shared_ptr<const Specimen> specimen;  ///< made at the first start
-  std::mutex mutex;                          ///< guards `capture`
-  std::shared_ptr<Capture> capture;          ///< null while idle
+  Microscope& microscope;
+  std::mutex controlMutex;           ///< one start or stop at a time
+  std::mutex mutex;                  ///< guards `capture`
+  std::shared_ptr<Capture> capture;  ///< null while idle
 };
 
 }  // namespace ostrel_simulator

@@ -5,30 +5,14 @@
 #include <cmath>
 #include <cstddef>
 
+#include "simulator/random.h"
+#include "simulator/torus_field.h"
+
 namespace ostrel_simulator {
 
 namespace {
 
 using Color = std::array<std::uint8_t, 3>;
-
-// SplitMix64; the same everywhere, unlike the distributions of the standard library.
-struct Random {
-  std::uint64_t state;
-
-  std::uint64_t Next() {
-    state += 0x9E3779B97F4A7C15;
-    std::uint64_t value = state;
-    value = (value ^ (value >> 30)) * 0xBF58476D1CE4E5B9;
-    value = (value ^ (value >> 27)) * 0x94D049BB133111EB;
-    return value ^ (value >> 31);
-  }
-
-  // In [low, high).
-  double Uniform(double low, double high) {
-    constexpr double kTwoTo53 = 9007199254740992.0;
-    return low + (high - low) * (static_cast<double>(Next() >> 11) / kTwoTo53);
-  }
-};
 
 // A direction by square root alone: sine and cosine differ between libraries.
 struct Direction {
@@ -51,68 +35,26 @@ struct Direction {
   }
 };
 
-// A torus of brightness values.
-struct Field {
-  int width;
-  int height;
-  std::vector<std::int16_t> values;
-
-  std::int16_t* Row(int y) { return values.data() + std::ptrdiff_t{(y + height) % height} * width; }
-};
-
-// Twice the size, by the weights 3 and 1 of Chaikin's corner cutting: smooth after a few rounds.
-Field Enlarge(Field& small) {
-  Field large{small.width * 2, small.height * 2, {}};
-  large.values.resize(static_cast<std::size_t>(large.width) *
-                      static_cast<std::size_t>(large.height));
-  std::vector<std::int16_t> mixed(static_cast<std::size_t>(small.width) + 2);
-  for (int y = 0; y < large.height; ++y) {
-    const std::int16_t* const near = small.Row(y / 2);
-    const std::int16_t* const far = small.Row(y / 2 + (y % 2 == 0 ? -1 : 1));
-    for (int x = 0; x < small.width; ++x) {
-      mixed[static_cast<std::size_t>(x) + 1] =
-          static_cast<std::int16_t>((3 * near[x] + far[x]) / 4);
-    }
-    mixed.front() = mixed[mixed.size() - 2];
-    mixed.back() = mixed[1];
-    std::int16_t* target = large.Row(y);
-    const std::int16_t* const source = mixed.data() + 1;
-    for (int x = 0; x < small.width; ++x) {
-      *target++ = static_cast<std::int16_t>((3 * source[x] + source[x - 1]) / 4);
-      *target++ = static_cast<std::int16_t>((3 * source[x] + source[x + 1]) / 4);
-    }
-  }
-  return large;
-}
-
-void AddNoise(Field& field, int amplitude, Random& random) {
-  std::uint64_t bits = 0;
-  std::size_t left = 0;
-  for (std::int16_t& value : field.values) {
-    if (left == 0) {
-      bits = random.Next();
-      left = 8;
-    }
-    value =
-        static_cast<std::int16_t>(value + (static_cast<int>(bits & 255) - 128) * amplitude / 128);
-    bits >>= 8;
-    --left;
-  }
-}
-
 // Noise of eight octaves; most of the range of -1000 to 1000 is used.
-Field MakeTone(Random& random) {
-  constexpr std::array<int, 9> kAmplitudes = {900, 520, 330, 240, 170, 110, 70, 34, 12};
-  constexpr int kDoublings = 8;
-  Field field{kSpecimenWidth >> kDoublings, kSpecimenHeight >> kDoublings, {}};
-  field.values.resize(static_cast<std::size_t>(field.width) *
-                      static_cast<std::size_t>(field.height));
-  AddNoise(field, kAmplitudes[0], random);
-  for (std::size_t level = 1; level <= kDoublings; ++level) {
-    field = Enlarge(field);
-    AddNoise(field, kAmplitudes[level], random);
+TorusField MakeTone(Random& random) {
+  return MakeSmoothNoise(kSpecimenWidth, kSpecimenHeight,
+                         {900, 520, 330, 240, 170, 110, 80, 56, 36}, random);
+}
+
+// Hills some 500 pixels wide, spread over the whole range of heights.
+HeightField MakeHeights(Random& random) {
+  const TorusField relief =
+      MakeSmoothNoise(kHeightColumns, kHeightRows, {1000, 420, 120, 0, 0, 0}, random);
+  const auto [least, most] = std::minmax_element(relief.values.begin(), relief.values.end());
+  const int low = *least;
+  const int range = *most - low;
+  HeightField heights;
+  heights.sixteenths.reserve(relief.values.size());
+  for (const std::int16_t value : relief.values) {
+    const int scaled = (value - low) * (kHighestPoint - kLowestPoint) * kHeightUnit / range;
+    heights.sixteenths.push_back(static_cast<std::int16_t>(kLowestPoint * kHeightUnit + scaled));
   }
-  return field;
+  return heights;
 }
 
 struct ColorStop {
@@ -150,7 +92,7 @@ std::array<Color, 1024> MakePalette() {
 
 struct Painter {
   Specimen& specimen;
-  Field& tone;
+  TorusField& tone;
 
   // Mixes `weight` / 256 of a colour into a pixel, wherever on the torus it lies.
   void Blend(int x, int y, const Color& color, int weight) {
@@ -240,7 +182,7 @@ struct Painter {
 
 Specimen MakeSpecimen(std::uint64_t seed) {
   Random random{seed};
-  Field tone = MakeTone(random);
+  TorusField tone = MakeTone(random);
   const std::array<Color, 1024> palette = MakePalette();
   Specimen specimen;
   specimen.pixels.resize(tone.values.size() * 3);
@@ -261,6 +203,7 @@ Specimen MakeSpecimen(std::uint64_t seed) {
   for (int i = 0; i < kCells; ++i) {
     painter.PaintCell(random);
   }
+  specimen.heights = MakeHeights(random);
   return specimen;
 }
 

@@ -23,6 +23,13 @@ TEST(Settings, AreOneSteadyCameraWithoutVariables) {
   EXPECT_EQ(settings.frameLimit, 0);
   EXPECT_EQ(settings.stutterEvery, 0);
   EXPECT_EQ(settings.stutterMs, 0);
+  EXPECT_EQ(settings.focus, 128);
+  EXPECT_EQ(settings.light, 100);
+  EXPECT_EQ(settings.magnification, 50);
+  EXPECT_EQ(settings.stage, Stage{});
+  EXPECT_EQ(settings.showsNumbers, 1);
+  EXPECT_EQ(settings.noiseTenths, 12);
+  EXPECT_EQ(settings.controlPath, "");
   EXPECT_TRUE(settings.valid);
 }
 
@@ -31,13 +38,27 @@ TEST(Settings, ComeFromTheVariables) {
                                   {"OSTREL_SIMULATOR_DEVICES", "0"},
                                   {"OSTREL_SIMULATOR_ROW_PADDING", "4096"},
                                   {"OSTREL_SIMULATOR_FRAMES", "5"},
-                                  {"OSTREL_SIMULATOR_STUTTER", "30:500"}});
+                                  {"OSTREL_SIMULATOR_STUTTER", "30:500"},
+                                  {"OSTREL_SIMULATOR_FOCUS", "255"},
+                                  {"OSTREL_SIMULATOR_LIGHT", "0"},
+                                  {"OSTREL_SIMULATOR_MAGNIFICATION", "220"},
+                                  {"OSTREL_SIMULATOR_STAGE", "-30:1000000"},
+                                  {"OSTREL_SIMULATOR_NUMBERS", "0"},
+                                  {"OSTREL_SIMULATOR_NOISE", "100"},
+                                  {"OSTREL_SIMULATOR_CONTROL", "/tmp/x"}});
   EXPECT_EQ(settings.seed, 18446744073709551615U);
   EXPECT_EQ(settings.devices, 0);
   EXPECT_EQ(settings.rowPadding, 4096);
   EXPECT_EQ(settings.frameLimit, 5);
   EXPECT_EQ(settings.stutterEvery, 30);
   EXPECT_EQ(settings.stutterMs, 500);
+  EXPECT_EQ(settings.focus, 255);
+  EXPECT_EQ(settings.light, 0);
+  EXPECT_EQ(settings.magnification, 220);
+  EXPECT_EQ(settings.stage, (Stage{false, -30, 1000000}));
+  EXPECT_EQ(settings.showsNumbers, 0);
+  EXPECT_EQ(settings.noiseTenths, 100);
+  EXPECT_EQ(settings.controlPath, "/tmp/x");
   EXPECT_TRUE(settings.valid);
 }
 
@@ -57,6 +78,16 @@ TEST(Settings, StayAtTheirDefaultsWhereAVariableCannotBeRead) {
       {"OSTREL_SIMULATOR_STUTTER", ":5"},
       {"OSTREL_SIMULATOR_STUTTER", "0:5"},
       {"OSTREL_SIMULATOR_STUTTER", "30:60001"},
+      {"OSTREL_SIMULATOR_FOCUS", "256"},
+      {"OSTREL_SIMULATOR_LIGHT", "101"},
+      {"OSTREL_SIMULATOR_MAGNIFICATION", "19"},
+      {"OSTREL_SIMULATOR_MAGNIFICATION", "221"},
+      {"OSTREL_SIMULATOR_STAGE", "still"},
+      {"OSTREL_SIMULATOR_STAGE", "1"},
+      {"OSTREL_SIMULATOR_STAGE", ":1"},
+      {"OSTREL_SIMULATOR_STAGE", "1000001:0"},
+      {"OSTREL_SIMULATOR_NUMBERS", "2"},
+      {"OSTREL_SIMULATOR_NOISE", "101"},
   };
   for (const auto& [name, value] : refused) {
     const Settings settings = Read({{name, value}});
@@ -67,6 +98,12 @@ TEST(Settings, StayAtTheirDefaultsWhereAVariableCannotBeRead) {
     EXPECT_EQ(settings.frameLimit, 0);
     EXPECT_EQ(settings.stutterEvery, 0);
     EXPECT_EQ(settings.stutterMs, 0);
+    EXPECT_EQ(settings.focus, 128);
+    EXPECT_EQ(settings.light, 100);
+    EXPECT_EQ(settings.magnification, 50);
+    EXPECT_EQ(settings.stage, Stage{});
+    EXPECT_EQ(settings.showsNumbers, 1);
+    EXPECT_EQ(settings.noiseTenths, 12);
   }
 }
 

@@ -14,7 +14,8 @@ namespace ostrel_simulator {
 namespace {
 
 struct SmallCamera {
-  explicit SmallCamera(const Settings& settings = {}) : camera(settings, 0) {}
+  explicit SmallCamera(const Settings& settings = {})
+      : microscope(settings, 0, clock), camera(settings, microscope) {}
   ~SmallCamera() { camera.Stop(); }
 
   void AwaitFirstFrame() {
@@ -42,12 +43,14 @@ struct SmallCamera {
   std::vector<std::uint8_t> Expected(std::uint32_t number) {
     const int row = camera.FrameBytesPerRow();
     std::vector<std::uint8_t> frame(static_cast<std::size_t>(row * camera.FrameHeight()));
-    CopyView(*camera.specimen, number, camera.FrameWidth(), camera.FrameHeight(), row,
-             frame.data());
-    PaintFrameCode(frame.data(), camera.FrameWidth(), camera.FrameHeight(), row, number);
+    FramePainter painter(microscope.SharedSpecimen(), SensorNoise(1, 12), camera.FrameWidth(),
+                         camera.FrameHeight());
+    painter.Paint(microscope.SceneNow(), number, row, frame.data());
     return frame;
   }
 
+  SimulatedClock clock;
+  Microscope microscope;
   SimulatedCamera camera;
 };
 
@@ -98,6 +101,25 @@ TEST(SimulatedCamera, HandsOutEachFrameOnceToAThread) {
     ASSERT_TRUE(frame == small.Expected(number)) << number;
     last = number;
   }
+}
+
+TEST(SimulatedCamera, SeesWhatTheMicroscopeIsSetTo) {
+  SmallCamera small;
+  ASSERT_EQ(small.camera.Start(0), kOk);
+  small.AwaitFirstFrame();
+  for (const int focus : {60, 200}) {
+    small.microscope.PlaceFocus(focus);
+    small.microscope.SetLight(focus / 4);
+    // The frame that was under way may still be one of before.
+    small.Grab();
+    small.Grab();
+    const std::vector<std::uint8_t> frame = small.Grab();
+    const std::uint32_t number = small.NumberOf(frame);
+    ASSERT_TRUE(frame == small.Expected(number)) << focus;
+    EXPECT_GE(small.microscope.lastFrame, number);
+  }
+  EXPECT_EQ(small.microscope.LastFrameSize().width, 640);
+  EXPECT_EQ(small.microscope.LastFrameSize().height, 480);
 }
 
 TEST(SimulatedCamera, SaysNotYetBeforeTheFirstFrame) {

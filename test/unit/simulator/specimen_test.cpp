@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -13,22 +14,6 @@ namespace {
 
 const std::uint8_t* PixelAt(const Specimen& specimen, int x, int y) {
   return &specimen.pixels[static_cast<std::size_t>((y * kSpecimenWidth + x) * 3)];
-}
-
-// A specimen whose pixels tell where they are.
-Specimen NumberedSpecimen() {
-  Specimen specimen;
-  specimen.pixels.resize(std::size_t{kSpecimenWidth} * kSpecimenHeight * 3);
-  for (int y = 0; y < kSpecimenHeight; ++y) {
-    for (int x = 0; x < kSpecimenWidth; ++x) {
-      std::uint8_t* const pixel =
-          &specimen.pixels[static_cast<std::size_t>((y * kSpecimenWidth + x) * 3)];
-      pixel[0] = static_cast<std::uint8_t>(x);
-      pixel[1] = static_cast<std::uint8_t>(y);
-      pixel[2] = static_cast<std::uint8_t>((x >> 8) * 16 + (y >> 8));
-    }
-  }
-  return specimen;
 }
 
 TEST(Specimen, IsTheSameForTheSameSeedAndAnotherForAnother) {
@@ -71,37 +56,46 @@ TEST(Specimen, HasNoSeamWhereItRepeats) {
   EXPECT_LT(steps, (kSpecimenWidth + kSpecimenHeight) / 50);
 }
 
-TEST(CopyView, MovesWithTheFrameNumberAndWrapsAtTheEdges) {
-  const Specimen specimen = NumberedSpecimen();
-  for (const std::uint32_t number : {0U, 1U, 2040U, 2047U, 2048U, 2303U, 4000000000U}) {
-    constexpr int kWidth = 40;
-    constexpr int kHeight = 3;
-    std::vector<std::uint8_t> view(kWidth * kHeight * 3);
-    CopyView(specimen, number, kWidth, kHeight, kWidth * 3, view.data());
-    for (int y = 0; y < kHeight; ++y) {
-      for (int x = 0; x < kWidth; ++x) {
-        const int sourceX = static_cast<int>(
-            (std::uint64_t{number} * 2 + static_cast<unsigned>(x)) % kSpecimenWidth);
-        const int sourceY =
-            static_cast<int>((std::uint64_t{number} + static_cast<unsigned>(y)) % kSpecimenHeight);
-        const std::uint8_t* const expected = PixelAt(specimen, sourceX, sourceY);
-        const std::uint8_t* const seen = &view[static_cast<std::size_t>((y * kWidth + x) * 3)];
-        ASSERT_TRUE(seen[0] == expected[0] && seen[1] == expected[1] && seen[2] == expected[2])
-            << "frame " << number << " at " << x << "," << y;
-      }
+TEST(Specimen, LiesWithinTheTravelOfTheFocusAndUsesItsRange) {
+  for (const std::uint64_t seed : {1U, 2U}) {
+    const std::vector<std::int16_t> heights = MakeSpecimen(seed).heights.sixteenths;
+    ASSERT_EQ(heights.size(), std::size_t{kHeightColumns} * kHeightRows);
+    EXPECT_EQ(*std::min_element(heights.begin(), heights.end()), kLowestPoint * kHeightUnit);
+    EXPECT_EQ(*std::max_element(heights.begin(), heights.end()), kHighestPoint * kHeightUnit);
+  }
+}
+
+// So that no blur begins or ends abruptly.
+TEST(Specimen, HasSlopesAndNoSteps) {
+  const HeightField heights = MakeSpecimen(1).heights;
+  for (int y = 0; y < kHeightRows; ++y) {
+    for (int x = 0; x < kHeightColumns; ++x) {
+      const auto at = [&](int column, int row) {
+        return heights.sixteenths[static_cast<std::size_t>(row % kHeightRows * kHeightColumns +
+                                                           column % kHeightColumns)];
+      };
+      ASSERT_LT(std::abs(at(x + 1, y) - at(x, y)), 10 * kHeightUnit) << x << "," << y;
+      ASSERT_LT(std::abs(at(x, y + 1) - at(x, y)), 10 * kHeightUnit) << x << "," << y;
     }
   }
 }
 
-TEST(CopyView, LeavesTheRestOfARowAlone) {
-  const Specimen specimen = NumberedSpecimen();
-  std::vector<std::uint8_t> view(2 * 11, 200);
-  CopyView(specimen, 0, 3, 2, 11, view.data());
-  EXPECT_EQ(view[9], 200);
-  EXPECT_EQ(view[10], 200);
-  EXPECT_EQ(view[20], 200);
-  EXPECT_EQ(view[21], 200);
-  EXPECT_EQ(view[12], 1);
+TEST(HeightField, LiesOnLinesBetweenItsValues) {
+  HeightField heights;
+  heights.sixteenths.resize(std::size_t{kHeightColumns} * kHeightRows);
+  heights.sixteenths[0] = 800;
+  heights.sixteenths[1] = 1600;
+  heights.sixteenths[kHeightColumns - 1] = 2400;
+  heights.sixteenths[std::size_t{kHeightColumns} * (kHeightRows - 1)] = 400;
+  const auto at = [&](double x, double y) {
+    return heights.At(static_cast<std::uint32_t>(x * 65536), static_cast<std::uint32_t>(y * 65536));
+  };
+  EXPECT_EQ(at(0, 0), 800);
+  EXPECT_EQ(at(8, 0), 1600);
+  EXPECT_EQ(at(2, 0), 1000);
+  EXPECT_EQ(at(4, 4), 600);
+  EXPECT_EQ(at(4092, 0), 1600);
+  EXPECT_EQ(at(0, 2300), 600);
 }
 
 }  // namespace
