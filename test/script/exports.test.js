@@ -8,6 +8,8 @@ import { addonPath, loadAddon, skipUnderSanitizer, toolEnvironment } from './sup
 
 const functions = [
   'getLastError',
+  'lockFile',
+  'unlockFile',
   'loadCameraBackend',
   'loadTurboJpeg',
   'turboJpegAvailable',
@@ -52,6 +54,37 @@ const functions = [
 
 const fusionFunctions = ['edofMultibandFuse'];
 
+const ostrelFunctions = [
+  'loadOstrel',
+  'ostrelInit',
+  'ostrelLastError',
+  'ostrelInitAsync',
+  'ostrelDeviceCount',
+  'ostrelDevicesAsync',
+  'ostrelDeviceUniqueId',
+  'ostrelDeviceFriendlyName',
+  'ostrelSelectDevice',
+  'ostrelSelectDeviceAsync',
+  'ostrelGetSelectedDevice',
+  'ostrelGetScopeStatus',
+  'ostrelGetPixelSizeMicrons',
+  'ostrelGetPixelSizeInfo',
+  'ostrelGetLensGroupInfo',
+  'ostrelCapabilities',
+  'ostrelGetFocusPosition',
+  'ostrelGetLedState',
+  'ostrelTriggerAutoFocusAsync',
+  'ostrelSetFocusPositionAsync',
+  'ostrelFocusNearAsync',
+  'ostrelFocusFarAsync',
+  'ostrelSetLedStateAsync',
+  'ostrelIsCapturePressed',
+  'ostrelVersionInfo',
+  'ostrelProtocolVersionInfo',
+  'ostrelDispose',
+  'ostrelDisposeAsync',
+];
+
 const constants = [
   ['VIDEOPROCAMP_BRIGHTNESS', 0],
   ['VIDEOPROCAMP_CONTRAST', 1],
@@ -80,12 +113,13 @@ function toolOutput(command, args) {
 describe('the exports object', () => {
   const addon = loadAddon();
 
-  it('holds the functions of the frame and the cameras, their constants, and the fusion, in their order', () => {
-    assert.deepEqual(Reflect.ownKeys(addon), [...functions, ...constants.map(([name]) => name), ...fusionFunctions]);
+  it('holds the functions of the frame and the cameras, their constants, the fusion, and the microscopes, in order', () => {
+    assert.deepEqual(Reflect.ownKeys(addon),
+      [...functions, ...constants.map(([name]) => name), ...fusionFunctions, ...ostrelFunctions]);
   });
 
   it('holds functions without a name of their own', () => {
-    for (const name of [...functions, ...fusionFunctions]) {
+    for (const name of [...functions, ...fusionFunctions, ...ostrelFunctions]) {
       assert.equal(typeof addon[name], 'function', name);
       assert.equal(addon[name].name, '', name);
     }
