@@ -44,25 +44,10 @@ const onTheScriptThread = {
 // Waiting for one owner thread must be all that a call does; a slow machine adds to it.
 const slackMs = 4000;
 
-/** Loads both libraries and keeps a preview running; runs in the children, as all below. */
-const prepare = `async ({ addon, openFakeCamera, openFakeOstrel, fakePath, nextFrame }, file, start) => {
-  const camera = fakePath('libcnokhwa.so');
-  openFakeCamera(camera).send('frame 16 9');
-  addon.loadCameraBackend(camera);
-  addon.cameraPreviewStart(0, 16, 9, 5);
-  await nextFrame(addon);
-  const fake = openFakeOstrel(file);
-  addon.loadOstrel(file);
-  if (start) {
-    addon.ostrelSelectDevice(1);
-    fake.send('clear_log');
-  }
-  return fake;
-}`;
-
-async function hangOnTheOwnerThread(context, prepareText, symbol, { library: file, poll, call, gives, ms, unstarted }) {
-  const { addon, pollAll, unknownTelemetry, nextFrame } = context;
-  const fake = await (0, eval)(prepareText)(context, file, !unstarted);
+/** Runs in a child, as the two below. */
+async function hangOnTheOwnerThread({ addon, startInstrument, pollAll, nextFrame }, symbol, row) {
+  const { library: file, poll, call, ms, unstarted } = row;
+  const fake = await startInstrument(addon, file, { select: !unstarted });
   const errors = () => [addon.getLastError(), addon.ostrelLastError()];
   fake.send(`block ${symbol}`);
   if (poll) {
@@ -111,16 +96,15 @@ async function hangOnTheOwnerThread(context, prepareText, symbol, { library: fil
   }
 }
 
-async function hangOnTheScriptThread(context, prepareText, symbol, call, file) {
-  const { addon, addonPath, pollAll, nextFrame } = context;
+async function hangOnTheScriptThread({ addon, addonPath, startInstrument, pollAll, nextFrame, until }, symbol, call, file) {
   const { Worker } = await import('node:worker_threads');
-  const fake = await (0, eval)(prepareText)(context, file, true);
+  const fake = await startInstrument(addon, file, { select: true });
   fake.send(`block ${symbol}`);
   new Worker(`
     const { workerData: { addonPath, call } } = require('node:worker_threads');
     require(addonPath)[call]();
   `, { eval: true, execArgv: [], workerData: { addonPath, call } });
-  await context.until('the call', () => fake.entered(symbol) === 1);
+  await until('the call', () => fake.entered(symbol) === 1);
   const { sequence } = await nextFrame(addon);
   const given = [addon.ostrelDeviceCount(), addon.ostrelSelectDevice(0), addon.ostrelGetSelectedDevice(),
     await addon.ostrelFocusNearAsync(), await addon.ostrelSetLedStateAsync(true), await addon.ostrelDevicesAsync(),
@@ -132,9 +116,8 @@ async function hangOnTheScriptThread(context, prepareText, symbol, call, file) {
 }
 
 /** All promises at once, while the script thread goes on. */
-async function hangAllPromises(context, prepareText, file) {
-  const { addon } = context;
-  const fake = await (0, eval)(prepareText)(context, file, false);
+async function hangAllPromises({ addon, startInstrument }, file) {
+  const fake = await startInstrument(addon, file, { select: false });
   fake.send('block Init');
   let turns = 0;
   const turning = setInterval(() => (turns += 1), 100);
@@ -148,7 +131,7 @@ async function hangAllPromises(context, prepareText, file) {
   return { answers, turns, errors: [addon.getLastError(), addon.ostrelLastError()], inits: fake.entered('Init') };
 }
 
-const options = (args) => ({ args: [prepare, ...args], env: untidyEnvironment });
+const options = (args) => ({ args, env: untidyEnvironment });
 
 function assertWaited(waited, ms) {
   assert.ok(waited !== false && waited < ms + slackMs, `waited ${waited} ms instead of ${ms}`);

@@ -1,7 +1,9 @@
 // The script tests' side of the fake microscope library.
 
 import { fakePath } from './environment.js';
+import { openFakeCamera } from './fake-camera.js';
 import { openFake } from './fake-library.js';
+import { nextFrame } from './waiting.js';
 
 /** The fake microscope library at `path`, which the addon is to load too. */
 export const openFakeOstrel = (path = fakePath('libostrel.so')) => openFake(path);
@@ -27,3 +29,22 @@ export const unknownTelemetry = {
 /** What all polling getters give now, by name. */
 export const pollAll = (addon) =>
   Object.fromEntries(Object.keys(unknownTelemetry).map((name) => [name, addon[name]()]));
+
+/**
+ * Loads the fake microscope at `path`, selecting a device if `select` is true, beside a fake camera
+ * with a slow preview. Gives the fake microscope.
+ */
+export async function startInstrument(addon, path, { select }) {
+  const camera = openFakeCamera();
+  camera.send('frame 16 9');
+  addon.loadCameraBackend(camera.path);
+  addon.cameraPreviewStart(0, 16, 9, 5);
+  await nextFrame(addon);
+  const fake = openFakeOstrel(path);
+  addon.loadOstrel(path);
+  if (select) {
+    addon.ostrelSelectDevice(1);
+    fake.send('clear_log');
+  }
+  return fake;
+}
