@@ -90,8 +90,8 @@ Napi::Value RunBooleanAsync(Napi::Env env, const std::string& name, std::functio
 }
 
 Napi::Value RunIntegerAsync(Napi::Env env, const std::string& name, std::function<int()> work) {
-  return Start(std::make_unique<IntegerAsyncWorker>(env, name, std::move(work), -1,
-                                                    kUnknownOperationError));
+  return Start(
+      std::make_unique<IntegerAsyncWorker>(env, name, std::move(work), -1, kUnknownOperationError));
 }
 
 Napi::Value RunVendorDeviceListAsync(Napi::Env env, const std::string& name,

@@ -14,14 +14,14 @@ namespace ostrel_native {
 
 // The cache: written by the owner thread, read by the script thread, reset by both and by pool
 // threads. Each cell stands for itself; a reader may see cells of two passes.
-extern std::atomic<std::int32_t> g_ostrelCachedStatus;       ///< -1: could not be read
-extern std::atomic<float> g_ostrelCachedPixelSize;           ///< micrometres a pixel; or -1
-extern std::atomic<std::int32_t> g_ostrelCachedPixelWidth;   ///< pixels
-extern std::atomic<std::int32_t> g_ostrelCachedPixelHeight;  ///< pixels
-extern std::atomic<bool> g_ostrelCachedPixelInfoOk;          ///< the three above are valid
+extern std::atomic<std::int32_t> g_ostrelCachedStatus;         ///< -1: could not be read
+extern std::atomic<float> g_ostrelCachedPixelSize;             ///< micrometres a pixel; or -1
+extern std::atomic<std::int32_t> g_ostrelCachedPixelWidth;     ///< pixels
+extern std::atomic<std::int32_t> g_ostrelCachedPixelHeight;    ///< pixels
+extern std::atomic<bool> g_ostrelCachedPixelInfoOk;            ///< the three above are valid
 extern std::atomic<std::uint32_t> g_ostrelCachedLensGroupRaw;  ///< driver << 16 | group
 extern std::atomic<bool> g_ostrelCachedLensGroupOk;
-extern std::atomic<bool> g_ostrelCachedCapturePressed;        ///< seen and not yet reported
+extern std::atomic<bool> g_ostrelCachedCapturePressed;         ///< seen and not yet reported
 extern std::atomic<std::int64_t> g_ostrelCachedTelemetryAtMs;  ///< of the last pass; 0: none
 extern std::atomic<std::int32_t> g_ostrelCachedFocusPosition;  ///< or -1
 extern std::atomic<std::int64_t> g_ostrelCachedFocusAtMs;      ///< of the last good read; 0: none
@@ -43,9 +43,9 @@ struct OstrelProtocolVersion {
   std::uint8_t patchVersion = 0;
 };
 
-extern std::mutex g_ostrelVersionMutex;                 ///< a leaf: held for the copies only
-extern OstrelVersion g_ostrelCachedVersion;             // guarded by g_ostrelVersionMutex
-extern OstrelProtocolVersion g_ostrelCachedProtocol;    // guarded by g_ostrelVersionMutex
+extern std::mutex g_ostrelVersionMutex;               ///< a leaf: held for the copies only
+extern OstrelVersion g_ostrelCachedVersion;           // guarded by g_ostrelVersionMutex
+extern OstrelProtocolVersion g_ostrelCachedProtocol;  // guarded by g_ostrelVersionMutex
 
 /// Asks for a pass, unless one is queued or running.
 /// Thread: any; never waits.

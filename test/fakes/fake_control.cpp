@@ -128,8 +128,8 @@ bool PassGate(FakeData& data, const std::vector<std::string>& keys) {
 wchar_t* MapWideTexts() {
   const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   const std::size_t bytes = kMostWideUnits * sizeof(wchar_t);
-  void* const memory = mmap(nullptr, bytes + page, PROT_READ | PROT_WRITE,
-                            MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  void* const memory =
+      mmap(nullptr, bytes + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (memory == MAP_FAILED) {
     throw std::bad_alloc();
   }

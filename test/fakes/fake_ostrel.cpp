@@ -98,7 +98,6 @@ int GetLensGroupInfo(std::uint16_t* lensDriver, std::uint8_t* lensGroup) {
   return call.Result();
 }
 
-
 int IsCapturePressed() {
   return FakeCall(__func__, {}).Result();
 }
@@ -106,9 +105,9 @@ int IsCapturePressed() {
 int GetVersionInfo(std::uint16_t* productId, std::uint8_t* hardwareMajor,
                    std::uint8_t* hardwareMinor, std::uint16_t* softwareMajor,
                    std::uint8_t* softwareMinor, std::uint8_t* softwarePatch) {
-  const FakeCall call(__func__, {productId, hardwareMajor, hardwareMinor, softwareMajor,
-                                 softwareMinor, softwarePatch},
-                      1);
+  const FakeCall call(
+      __func__,
+      {productId, hardwareMajor, hardwareMinor, softwareMajor, softwareMinor, softwarePatch}, 1);
   WriteField(call, "product_id", productId);
   WriteField(call, "hardware_major", hardwareMajor);
   WriteField(call, "hardware_minor", hardwareMinor);

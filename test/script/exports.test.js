@@ -170,6 +170,20 @@ describe('the built file', () => {
     assert.deepEqual([...dynamicSection('RPATH'), ...dynamicSection('RUNPATH')], []);
   });
 
+  it('constructs the globals of its units in order', () => {
+    // Addresses of the initialisers, in the order in which the loader calls them.
+    const [, start, size] = /\.init_array +INIT_ARRAY +(\w+) +\w+ (\w+)/.exec(toolOutput('readelf', ['-S', '-W', addonPath]));
+    const [first, end] = [parseInt(start, 16), parseInt(start, 16) + parseInt(size, 16)];
+    const called = [...toolOutput('readelf', ['-r', '-W', addonPath]).matchAll(/^(\w+) +\w+ R_X86_64_RELATIVE +(\w+)$/gm)]
+      .map(([, place, address]) => [parseInt(place, 16), parseInt(address, 16)])
+      .filter(([place]) => place >= first && place < end)
+      .sort(([a], [b]) => a - b);
+    const names = new Map([...toolOutput('nm', [addonPath]).matchAll(/^(\w+) t _GLOBAL__sub_I\.\d+_([a-z]\w*)\.cpp$/gm)]
+      .map(([, address, name]) => [parseInt(address, 16), name]));
+    assert.deepEqual(called.map(([, address]) => names.get(address)).filter(Boolean),
+      ['common', 'camera_globals', 'ostrel_globals']);
+  });
+
   it('stays loaded until the process ends', () => {
     assert.match(dynamicSection('FLAGS_1').join(' '), /\bNODELETE\b/);
   });

@@ -36,12 +36,9 @@ struct KnownGlobal {
 
 // In the order of construction.
 const std::array kGlobals = {
-    KnownGlobal{&g_lastError, "g_lastError"},
-    KnownGlobal{&g_turboJpeg, "g_turboJpeg"},
-    KnownGlobal{&g_videoRecorder, "g_videoRecorder"},
-    KnownGlobal{&g_camera, "g_camera"},
-    KnownGlobal{&g_cameraPreview, "g_cameraPreview"},
-    KnownGlobal{&g_ostrel, "g_ostrel"},
+    KnownGlobal{&g_lastError, "g_lastError"},           KnownGlobal{&g_turboJpeg, "g_turboJpeg"},
+    KnownGlobal{&g_videoRecorder, "g_videoRecorder"},   KnownGlobal{&g_camera, "g_camera"},
+    KnownGlobal{&g_cameraPreview, "g_cameraPreview"},   KnownGlobal{&g_ostrel, "g_ostrel"},
     KnownGlobal{&g_ostrelExecutor, "g_ostrelExecutor"},
 };
 

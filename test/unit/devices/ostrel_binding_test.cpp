@@ -99,10 +99,10 @@ TEST_F(OstrelTest, KeepsTheFirstLibraryAndTheTextsAtALaterLoad) {
 }
 
 TEST_F(OstrelTest, RefusesALibraryThatLacksARequiredEntryAndClosesIt) {
-  ASSERT_EQ(kRequired, (std::vector<std::string>{
-                           "Init", "Destroy", "GetDevicesCount", "GetDeviceUniqueId",
-                           "GetDeviceFriendlyName", "SelectDeviceNumber", "GetScopeStatus",
-                           "GetPixelSizeMicrons", "IsCapturePressed"}));
+  ASSERT_EQ(kRequired, (std::vector<std::string>{"Init", "Destroy", "GetDevicesCount",
+                                                 "GetDeviceUniqueId", "GetDeviceFriendlyName",
+                                                 "SelectDeviceNumber", "GetScopeStatus",
+                                                 "GetPixelSizeMicrons", "IsCapturePressed"}));
   for (const std::string& missing : kRequired) {
     const std::string path = FakePath("without_" + missing + "/libostrel.so");
     SetErrors("");

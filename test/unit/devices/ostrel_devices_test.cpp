@@ -20,9 +20,9 @@ constexpr char kTimedOut[] = "Ostrel SDK call timed out";
 constexpr milliseconds kShort{5};
 
 // What a prime reads, behind a selection.
-const Calls kSelectionCalls = {"GetDevicesCount", "SelectDeviceNumber", "GetVersionInfo",
-                               "GetProtocolVersionInfo", "GetScopeStatus", "GetPixelSizeInfo",
-                               "GetLensGroupInfo", "GetFocusPosition"};
+const Calls kSelectionCalls = {"GetDevicesCount",        "SelectDeviceNumber", "GetVersionInfo",
+                               "GetProtocolVersionInfo", "GetScopeStatus",     "GetPixelSizeInfo",
+                               "GetLensGroupInfo",       "GetFocusPosition"};
 
 TEST_F(OstrelTest, HasNothingToTellOfWhatIsNotLoaded) {
   SetErrors(kEarlierError);

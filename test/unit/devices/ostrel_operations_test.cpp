@@ -123,8 +123,7 @@ TEST_F(OstrelTest, MovesTheFocusWithinTheMicroscopesScaleOnly) {
   fake.Send("default SetFocusPosition 0");  // no waiting for a move
   for (const int position : {0, 1, 255}) {
     EXPECT_FALSE(MoveOstrelFocus(position));
-    EXPECT_EQ(fake.Calls("SetFocusPosition").back().arguments,
-              Calls{std::to_string(position)});
+    EXPECT_EQ(fake.Calls("SetFocusPosition").back().arguments, Calls{std::to_string(position)});
   }
   fake.Send("clear_log\nblock Init");
   SetErrors(kEarlierError);

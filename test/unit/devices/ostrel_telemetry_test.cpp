@@ -260,7 +260,8 @@ TEST_F(OstrelTelemetryTest, ReportsAPressOnceHoweverOldAndTwoAsOne) {
 TEST_F(OstrelTelemetryTest, ForgetsEverythingButTheVersions) {
   Start();
   fake.Send(
-      "default GetScopeStatus 3\ndefault IsCapturePressed 1\ndefault GetLensGroupInfo.lens_group 1\n"
+      "default GetScopeStatus 3\ndefault IsCapturePressed 1\ndefault GetLensGroupInfo.lens_group "
+      "1\n"
       "default GetPixelSizeInfo.width 5\ndefault GetPixelSizeInfo.height 5");
   RunOstrelTelemetryPassOnOwnerThread();
   UpdateOstrelVersionSnapshotsOnOwnerThread();

@@ -45,7 +45,9 @@ struct Gate {
 };
 
 struct VendorSdkExecutorTest : testing::Test {
-  void Barrier() { ASSERT_TRUE(executor.InvokeVoid([] {}, kLong)); }
+  void Barrier() {
+    ASSERT_TRUE(executor.InvokeVoid([] {}, kLong));
+  }
 
   VendorSdkExecutor executor{"Test", milliseconds(10)};
 };
@@ -169,7 +171,8 @@ TEST_F(VendorSdkExecutorTest, LaterCallsBehindAHungTaskTimeOutInTheirTurnAndRunO
 // What a late task owns must outlive the caller's frame, and die with the task.
 TEST_F(VendorSdkExecutorTest, ALateTaskOwnsItsCapturesWhichDieOnTheOwnerThread) {
   struct Witness {
-    explicit Witness(std::shared_ptr<std::vector<std::thread::id>> where) : deaths(std::move(where)) {}
+    explicit Witness(std::shared_ptr<std::vector<std::thread::id>> where)
+        : deaths(std::move(where)) {}
     ~Witness() { deaths->push_back(std::this_thread::get_id()); }
     Witness(const Witness&) = delete;
     Witness& operator=(const Witness&) = delete;
