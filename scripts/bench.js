@@ -1,4 +1,5 @@
-// npm run bench: builds and runs every benchmark, one after the other.
+// npm run bench: builds and runs every benchmark, one after the other; with the name of a group those
+// whose names begin with it.
 
 import { spawnSync } from 'node:child_process';
 import fs from 'node:fs';
@@ -9,15 +10,19 @@ import { addonDirectory, binaryDirectory, root, shown } from './lib/paths.js';
 import { setUp } from './setup.js';
 
 const preset = 'bench';
+const [group] = process.argv.slice(2);
+const isWanted = (name) => group === undefined || name.startsWith(`${group}_`);
 
-function filesIn(directory, isWanted) {
-  return fs.readdirSync(directory).filter(isWanted).sort().map((name) => path.join(directory, name));
+function filesIn(directory, ending) {
+  return fs.readdirSync(directory).filter((name) => name.endsWith(ending) && isWanted(name)).sort()
+    .map((name) => path.join(directory, name));
 }
 
 await runCommand(async () => {
-  await setUp({ presets: [preset], groups: ['bench'] });
-  const programs = filesIn(path.join(binaryDirectory(preset), 'bench'), (name) => name.endsWith('_bench'));
-  const scripts = filesIn(path.join(root, 'bench'), (name) => name.endsWith('.bench.js'));
+  const targets = group === undefined ? [] : ['ostrel_native', `${group}_benchmarks`];
+  await setUp({ presets: [preset], groups: ['bench'], targets });
+  const programs = filesIn(path.join(binaryDirectory(preset), 'bench'), '_bench');
+  const scripts = filesIn(path.join(root, 'bench'), '.bench.js');
   const commands = [...programs.map((file) => [file]), ...scripts.map((file) => [process.execPath, file])];
   const env = {
     ...process.env,

@@ -21,6 +21,10 @@ double ReadDoubleArg(const Napi::CallbackInfo& info, std::size_t index, double f
                                             : fallback;
 }
 
+bool ReadBoolArg(const Napi::CallbackInfo& info, std::size_t index, bool fallback) {
+  return IsOfType(info, index, napi_boolean) ? info[index].As<Napi::Boolean>().Value() : fallback;
+}
+
 std::string ReadStringArg(const Napi::CallbackInfo& info, std::size_t index) {
   return IsOfType(info, index, napi_string) ? info[index].As<Napi::String>().Utf8Value()
                                             : std::string();

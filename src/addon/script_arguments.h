@@ -19,6 +19,10 @@ std::int32_t ReadIntArg(const Napi::CallbackInfo& info, std::size_t index, std::
 /// Throws `Napi::Error` if Node-API fails. Thread: script.
 double ReadDoubleArg(const Napi::CallbackInfo& info, std::size_t index, double fallback);
 
+/// The boolean at `index`.
+/// Throws `Napi::Error` if Node-API fails. Thread: script.
+bool ReadBoolArg(const Napi::CallbackInfo& info, std::size_t index, bool fallback);
+
 /// The string at `index` as UTF-8, zero characters included; empty if there is none.
 /// Throws `Napi::Error` if Node-API fails. Thread: script.
 std::string ReadStringArg(const Napi::CallbackInfo& info, std::size_t index);

@@ -7,3 +7,4 @@
 
 #define OSTREL_INIT_COMMON __attribute__((init_priority(210)))
 #define OSTREL_INIT_CAMERA __attribute__((init_priority(220)))
+#define OSTREL_INIT_OSTREL __attribute__((init_priority(240)))

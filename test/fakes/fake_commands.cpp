@@ -79,6 +79,14 @@ struct Words {
     throw CommandError("no such symbol: " + symbol);
   }
 
+  std::size_t WideCount() {
+    const std::int64_t count = Number();
+    if (count < 1 || count > std::int64_t{kMostWideUnits}) {
+      throw CommandError("not a length: " + std::to_string(count));
+    }
+    return static_cast<std::size_t>(count);
+  }
+
   FakeFrameSize FrameSize() {
     FakeFrameSize size;
     size.width = Int();
@@ -185,6 +193,18 @@ void Release(FakeData& data, Words& words) {
   }
 }
 
+std::vector<wchar_t> WideText(Words& words) {
+  std::vector<wchar_t> units;
+  while (!words.AtEnd()) {
+    units.push_back(static_cast<wchar_t>(words.Number()));
+  }
+  units.push_back(L'\0');
+  if (units.size() > kMostWideUnits) {
+    throw CommandError("text too long");
+  }
+  return units;
+}
+
 // Commands about the answers; false for another name.
 bool RunScriptCommand(FakeData& data, const std::string& name, Words& words) {
   if (name == "default") {
@@ -201,6 +221,13 @@ bool RunScriptCommand(FakeData& data, const std::string& name, Words& words) {
   } else if (name == "unterminated") {
     FakeScript& script = data.scripts[words.Key()];
     script.text = {std::string(1, static_cast<char>(words.Byte())), false};
+  } else if (name == "wide") {
+    FakeScript& script = data.scripts[words.Key()];
+    script.wideText = WideText(words);
+  } else if (name == "wide_unterminated") {
+    FakeScript& script = data.scripts[words.Key()];
+    const auto unit = static_cast<wchar_t>(words.Number());
+    script.wideText = std::vector<wchar_t>(words.WideCount(), unit);
   } else if (name == "delay") {
     FakeScript& script = data.scripts[words.Key()];
     script.delayMs = words.Int();

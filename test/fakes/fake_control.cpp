@@ -1,9 +1,11 @@
 #include "fakes/fake_control.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstring>
 #include <new>
@@ -121,6 +123,20 @@ bool PassGate(FakeData& data, const std::vector<std::string>& keys) {
   return true;
 }
 
+// The end of the memory for wide texts: a page behind it that nothing may touch shows who reads
+// too far.
+wchar_t* MapWideTexts() {
+  const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  const std::size_t bytes = kMostWideUnits * sizeof(wchar_t);
+  void* const memory =
+      mmap(nullptr, bytes + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) {
+    throw std::bad_alloc();
+  }
+  mprotect(static_cast<std::byte*>(memory) + bytes, page, PROT_NONE);
+  return static_cast<wchar_t*>(memory) + kMostWideUnits;
+}
+
 }  // namespace
 
 FakeState& TheFakeState() {
@@ -200,6 +216,34 @@ void FakeCall::WriteText(void* buffer, int capacity) const {
   const std::size_t length = std::min(script->text->bytes.size(), room - 1);
   std::memcpy(buffer, script->text->bytes.data(), length);
   static_cast<char*>(buffer)[length] = '\0';
+}
+
+const char* FakeCall::LibraryText() const {
+  static std::array<char, 4096> memory;
+  FakeState& state = TheFakeState();
+  const std::lock_guard lock(state.mutex);
+  const FakeScript* const script = FindScript(
+      state.data, keys, [](const FakeScript& candidate) { return candidate.text.has_value(); });
+  if (script == nullptr || state.destroyed) {
+    return nullptr;
+  }
+  memory.fill('?');
+  memory.at(script->text->bytes.copy(memory.data(), memory.size() - 1)) = '\0';
+  return memory.data();
+}
+
+const wchar_t* FakeCall::LibraryWideText() const {
+  static wchar_t* const end = MapWideTexts();
+  FakeState& state = TheFakeState();
+  const std::lock_guard lock(state.mutex);
+  const FakeScript* const script = FindScript(
+      state.data, keys, [](const FakeScript& candidate) { return candidate.wideText.has_value(); });
+  if (script == nullptr || state.destroyed) {
+    return nullptr;
+  }
+  const std::vector<wchar_t>& units = *script->wideText;
+  std::fill(end - kMostWideUnits, end, L'?');
+  return std::copy(units.begin(), units.end(), end - units.size()) - units.size();
 }
 
 void FakeCall::WriteFrame(void* buffer, int capacity) const {

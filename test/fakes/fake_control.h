@@ -20,6 +20,8 @@
 //   answer KEY N...            queue answers, one for each call
 //   text KEY TEXT              text answer, cut to the capacity and terminated; \xHH is a byte
 //   unterminated KEY BYTE      text answer: the whole capacity is BYTE, with no terminator
+//   wide KEY N...              text answer of these 32-bit characters, terminated
+//   wide_unterminated KEY N M  text answer: M times the character N, then memory that is not there
 //   delay KEY MS               each call sleeps before it answers
 //   block KEY [until KEY2]     hold calls as they enter, until a release or a call of KEY2
 //   release KEY [N]            let N held or later calls pass; without N, open for good
@@ -85,6 +87,11 @@ struct FakeCall {
 
   /// Writes the scripted text, never beyond `capacity` bytes; null is allowed.
   void WriteText(void* buffer, int capacity) const;
+
+  /// The scripted text in memory of the library, which its next text of that kind reuses; null
+  /// where none was scripted.
+  const char* LibraryText() const;
+  const wchar_t* LibraryWideText() const;
 
   /// Counts a delivered frame and writes its content, never beyond `capacity` bytes.
   void WriteFrame(void* buffer, int capacity) const;

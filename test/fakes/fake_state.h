@@ -20,11 +20,14 @@ struct FakeText {
   bool terminated = false;
 };
 
+inline constexpr int kMostWideUnits = 8192;
+
 /// What a test scripted for one key.
 struct FakeScript {
   std::vector<std::int64_t> queue;  ///< next answer first
   std::optional<std::int64_t> fixed;
   std::optional<FakeText> text;
+  std::optional<std::vector<wchar_t>> wideText;  ///< with its terminator, if it has one
   std::optional<int> delayMs;
   bool held = false;
   int passes = 0;                  ///< calls that may pass while held

@@ -9,19 +9,17 @@ import { valueFromChild } from './support/child.js';
 import { fakePath, skipUnderSanitizer } from './support/environment.js';
 import { makeTemporaryDirectory } from './support/temporary.js';
 
-const fake = fakePath('libcnokhwa.so');
+const libraries = { camera: fakePath('libcnokhwa.so'), ostrel: fakePath('libostrel.so') };
 const seed = Number(process.env.OSTREL_TEST_SEED ?? Date.now() % 2 ** 32);
 // Recordings go to where they are asked to go.
 const cwd = makeTemporaryDirectory();
 
 /** Every value in every position of every function; runs in a child. */
-function everyValueEverywhere({ addon, openFakeCamera, makeOddValues }, library) {
-  if (library) {
-    openFakeCamera(library).send('frame 16 9\nlog_limit 0');
-    addon.loadCameraBackend(library);
-  }
+async function everyValueEverywhere({ addon, loadFakes, calledFunctions, makeOddValues }, libraries) {
+  loadFakes(addon, libraries);
   let touches = 0;
   let calls = 0;
+  const promises = [];
   const values = makeOddValues(() => (touches += 1));
   const plain = {
     // A negative device starts nothing, so that the other arguments are read and no time passes.
@@ -29,13 +27,11 @@ function everyValueEverywhere({ addon, openFakeCamera, makeOddValues }, library)
     cameraRecordingStart: ['a.mp4', 64, 48, 30, 1_000_000],
     loadCameraBackend: ['/nowhere'],
     loadTurboJpeg: ['/nowhere'],
+    loadOstrel: ['/nowhere'],
+    lockFile: ['/nowhere/app.lock'],
     cameraVideoProcAmpSet: [0, 0, 0, 0],
   };
-  for (const [name, call] of Object.entries(addon)) {
-    // The fusion looks into the object that it is given.
-    if (typeof call !== 'function' || name === 'edofMultibandFuse') {
-      continue;
-    }
+  for (const [name, call] of calledFunctions(addon)) {
     for (let position = 0; position < 6; position += 1) {
       for (const value of values) {
         const args = [...(plain[name] ?? [0, 0, 0]), 0, 0, 0].slice(0, 6);
@@ -45,7 +41,10 @@ function everyValueEverywhere({ addon, openFakeCamera, makeOddValues }, library)
         }
         calls += 1;
         try {
-          call(...args);
+          const answer = call(...args);
+          if (answer instanceof Promise) {
+            promises.push(answer);
+          }
         } catch (error) {
           if (!(error instanceof Error) || error.message === 'touched') {
             throw new Error(`${name}, argument ${position}: ${error}`);
@@ -55,21 +54,22 @@ function everyValueEverywhere({ addon, openFakeCamera, makeOddValues }, library)
       addon.cameraPreviewStop();
     }
   }
-  return { touches, calls: calls > 20_000 };
+  const settled = await Promise.all(promises);
+  return {
+    touches,
+    calls: calls > 20_000,
+    promises: promises.length > 5_000 && settled.every((value) => typeof value === 'boolean' || Array.isArray(value)),
+  };
 }
 
 /** Random arguments to random functions, while a preview runs; runs in a child. */
-async function randomCalls({ addon, openFakeCamera, makeOddValues, makeRandom, sleep }, library, start, count) {
+async function randomCalls({ addon, loadFakes, calledFunctions, makeOddValues, makeRandom, sleep }, libraries, start, count) {
   const random = makeRandom(start);
   const pick = (list) => list[random(list.length)];
   let touches = 0;
   const values = makeOddValues(() => (touches += 1));
-  const functions = Object.entries(addon)
-    .filter(([name, value]) => typeof value === 'function' && name !== 'edofMultibandFuse');
-  if (library) {
-    openFakeCamera(library).send('frame 16 9\nlog_limit 0');
-    addon.loadCameraBackend(library);
-  }
+  const functions = calledFunctions(addon);
+  loadFakes(addon, libraries);
   // Slow previews and giant ones are for other cases.
   const toInt = (value, missing) => (typeof value === 'number' ? value | 0 : missing);
   const isTame = (name, [device, width, height, rate]) => name !== 'cameraPreviewStart' || toInt(device, -1) < 0 ||
@@ -134,20 +134,21 @@ async function nonsense({ addon, openFakeCamera, makeRandom, sleep }, library, s
 }
 
 describe('arguments of every type', { concurrency: 2 }, () => {
-  for (const [what, library] of [['without a camera library', null], ['with a camera library', fake]]) {
+  for (const [what, loaded] of [['without libraries', null], ['with libraries', libraries]]) {
     it(`in every position of every function, ${what}, are neither converted nor fatal`, async () => {
-      assert.deepEqual(await valueFromChild(everyValueEverywhere, { args: [library], cwd }), { touches: 0, calls: true });
+      assert.deepEqual(await valueFromChild(everyValueEverywhere, { args: [loaded], cwd }),
+        { touches: 0, calls: true, promises: true });
     });
 
     it(`in random calls, ${what}, are neither converted nor fatal (seed ${seed})`, async () => {
-      assert.equal(await valueFromChild(randomCalls, { args: [library, seed, 5000], cwd }), 0);
+      assert.equal(await valueFromChild(randomCalls, { args: [loaded, seed, 5000], cwd }), 0);
     });
   }
 });
 
 describe('a camera library that answers nonsense', () => {
   it(`is survived by every call and by the preview (seed ${seed})`, async () => {
-    assert.equal(await valueFromChild(nonsense, { args: [fake, seed, 20], cwd }), 20);
+    assert.equal(await valueFromChild(nonsense, { args: [libraries.camera, seed, 20], cwd }), 20);
   });
 });
 
@@ -181,6 +182,6 @@ describe('sizes that no memory can hold', () => {
       const answers = [2147483647, 2147483646, 1 << 30, 5_000_000].flatMap((device) =>
         [addon.cameraStartCapture(device, 640, 480), addon.cameraStopCapture(device)]);
       return [answers, process.memoryUsage().rss - started < 2 ** 26];
-    }, { args: [fake] }), [Array(8).fill(0), true]);
+    }, { args: [libraries.camera] }), [Array(8).fill(0), true]);
   });
 });

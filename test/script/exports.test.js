@@ -8,6 +8,8 @@ import { addonPath, loadAddon, skipUnderSanitizer, toolEnvironment } from './sup
 
 const functions = [
   'getLastError',
+  'lockFile',
+  'unlockFile',
   'loadCameraBackend',
   'loadTurboJpeg',
   'turboJpegAvailable',
@@ -52,6 +54,37 @@ const functions = [
 
 const fusionFunctions = ['edofMultibandFuse'];
 
+const ostrelFunctions = [
+  'loadOstrel',
+  'ostrelInit',
+  'ostrelLastError',
+  'ostrelInitAsync',
+  'ostrelDeviceCount',
+  'ostrelDevicesAsync',
+  'ostrelDeviceUniqueId',
+  'ostrelDeviceFriendlyName',
+  'ostrelSelectDevice',
+  'ostrelSelectDeviceAsync',
+  'ostrelGetSelectedDevice',
+  'ostrelGetScopeStatus',
+  'ostrelGetPixelSizeMicrons',
+  'ostrelGetPixelSizeInfo',
+  'ostrelGetLensGroupInfo',
+  'ostrelCapabilities',
+  'ostrelGetFocusPosition',
+  'ostrelGetLedState',
+  'ostrelTriggerAutoFocusAsync',
+  'ostrelSetFocusPositionAsync',
+  'ostrelFocusNearAsync',
+  'ostrelFocusFarAsync',
+  'ostrelSetLedStateAsync',
+  'ostrelIsCapturePressed',
+  'ostrelVersionInfo',
+  'ostrelProtocolVersionInfo',
+  'ostrelDispose',
+  'ostrelDisposeAsync',
+];
+
 const constants = [
   ['VIDEOPROCAMP_BRIGHTNESS', 0],
   ['VIDEOPROCAMP_CONTRAST', 1],
@@ -80,12 +113,13 @@ function toolOutput(command, args) {
 describe('the exports object', () => {
   const addon = loadAddon();
 
-  it('holds the functions of the frame and the cameras, their constants, and the fusion, in their order', () => {
-    assert.deepEqual(Reflect.ownKeys(addon), [...functions, ...constants.map(([name]) => name), ...fusionFunctions]);
+  it('holds the functions of the frame and the cameras, their constants, the fusion, and the microscopes, in order', () => {
+    assert.deepEqual(Reflect.ownKeys(addon),
+      [...functions, ...constants.map(([name]) => name), ...fusionFunctions, ...ostrelFunctions]);
   });
 
   it('holds functions without a name of their own', () => {
-    for (const name of [...functions, ...fusionFunctions]) {
+    for (const name of [...functions, ...fusionFunctions, ...ostrelFunctions]) {
       assert.equal(typeof addon[name], 'function', name);
       assert.equal(addon[name].name, '', name);
     }
@@ -134,6 +168,20 @@ describe('the built file', () => {
 
   it('adds no search place for the libraries that it loads at run time', () => {
     assert.deepEqual([...dynamicSection('RPATH'), ...dynamicSection('RUNPATH')], []);
+  });
+
+  it('constructs the globals of its units in order', () => {
+    // Addresses of the initialisers, in the order in which the loader calls them.
+    const [, start, size] = /\.init_array +INIT_ARRAY +(\w+) +\w+ (\w+)/.exec(toolOutput('readelf', ['-S', '-W', addonPath]));
+    const [first, end] = [parseInt(start, 16), parseInt(start, 16) + parseInt(size, 16)];
+    const called = [...toolOutput('readelf', ['-r', '-W', addonPath]).matchAll(/^(\w+) +\w+ R_X86_64_RELATIVE +(\w+)$/gm)]
+      .map(([, place, address]) => [parseInt(place, 16), parseInt(address, 16)])
+      .filter(([place]) => place >= first && place < end)
+      .sort(([a], [b]) => a - b);
+    const names = new Map([...toolOutput('nm', [addonPath]).matchAll(/^(\w+) t _GLOBAL__sub_I\.\d+_([a-z]\w*)\.cpp$/gm)]
+      .map(([, address, name]) => [parseInt(address, 16), name]));
+    assert.deepEqual(called.map(([, address]) => names.get(address)).filter(Boolean),
+      ['common', 'camera_globals', 'ostrel_globals']);
   });
 
   it('stays loaded until the process ends', () => {

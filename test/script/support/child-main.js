@@ -5,7 +5,9 @@ import v8 from 'node:v8';
 
 import * as camera from './fake-camera.js';
 import * as environment from './environment.js';
+import * as everyFunction from './every-function.js';
 import * as oddValues from './odd-values.js';
+import * as ostrel from './fake-ostrel.js';
 import * as waiting from './waiting.js';
 
 const argumentsFd = 3;
@@ -15,7 +17,9 @@ const resultFd = 4;
 const context = {
   ...camera,
   ...environment,
+  ...everyFunction,
   ...oddValues,
+  ...ostrel,
   ...waiting,
   get addon() {
     return environment.loadAddon();
@@ -26,4 +30,5 @@ export async function run(body) {
   const args = v8.deserialize(fs.readFileSync(argumentsFd));
   const value = await body(context, ...args);
   fs.writeSync(resultFd, v8.serialize(value));
+  fs.closeSync(resultFd);
 }

@@ -13,9 +13,10 @@ const longestMs = 120_000;
  * Runs `body(context, ...args)` in a new process. The function goes there as text, so it sees
  * nothing of its surroundings but `context` (see child-main.js) and `args`, which are copied.
  * `env` is added to the environment, `cwd` the directory, `wrapper` a command to run Node.js by.
+ * With `kill` the process is killed as soon as `body` has returned, for one that could not end.
  * Gives { value, stdout, stderr, code, signal }; `value` is a copy of what `body` returned.
  */
-export function runInChild(body, { args = [], env = {}, cwd, wrapper = [] } = {}) {
+export function runInChild(body, { args = [], env = {}, cwd, wrapper = [], kill = false } = {}) {
   const script = `import { run } from ${JSON.stringify(mainUrl)};\nawait run(${body});\n`;
   const command = [...wrapper, process.execPath, '--expose-gc', '--input-type=module', '--eval', script];
   const child = spawn(command[0], command.slice(1), {
@@ -33,6 +34,9 @@ export function runInChild(body, { args = [], env = {}, cwd, wrapper = [] } = {}
     return () => Buffer.concat(chunks);
   };
   const [stdout, stderr, result] = [child.stdout, child.stderr, child.stdio[4]].map(read);
+  if (kill) {
+    child.stdio[4].on('end', () => child.kill('SIGKILL'));
+  }
   return new Promise((resolve, reject) => {
     child.on('error', reject);
     child.on('close', (code, signal) => {
@@ -46,5 +50,12 @@ export function runInChild(body, { args = [], env = {}, cwd, wrapper = [] } = {}
 export async function valueFromChild(body, options) {
   const { value, ...end } = await runInChild(body, options);
   assert.deepEqual(end, { stdout: '', stderr: '', code: 0, signal: null });
+  return value;
+}
+
+/** The same for a process with a thread that hangs for ever, which would not end by itself. */
+export async function valueFromHungChild(body, options) {
+  const { value, ...end } = await runInChild(body, { ...options, kill: true });
+  assert.deepEqual(end, { stdout: '', stderr: '', code: null, signal: 'SIGKILL' });
   return value;
 }

@@ -1,32 +1,18 @@
 // The script tests' side of the fake camera library.
 
-import { createRequire } from 'node:module';
-
 import { fakePath } from './environment.js';
+import { openFake } from './fake-library.js';
 
 const paddingByte = 0xee;
 const rampPeriod = 251;
 
-function parseCall(line) {
-  const fields = Object.fromEntries(line.split(' ').map((field) => field.split(/=(.*)/s).slice(0, 2)));
-  return { symbol: fields.symbol, args: fields.args, thread: Number(fields.thread) };
-}
-
-/**
- * The fake at `path`, which the addon is to load too. `send(commands)` runs the commands of
- * fake_control.h.
- */
+/** The fake camera library at `path`, which the addon is to load too. */
 export function openFakeCamera(path = fakePath('libcnokhwa.so')) {
-  const { send } = createRequire(import.meta.url)(fakePath('fake_control.node')).open(path);
+  const fake = openFake(path);
   return {
-    path,
-    send,
-    /** The logged calls of one symbol or of all, oldest first: { symbol, args, thread }. */
-    calls: (key = '') => send(`log ${key}`).split('\n').slice(1).map(parseCall),
-    /** How many calls have entered so far. */
-    entered: (key) => Number(/entered=(\d+)/.exec(send(`stats ${key}`))[1]),
+    ...fake,
     /** How many frames were delivered so far. */
-    frames: () => Number(send('frames').split(' ')[1]),
+    frames: () => Number(fake.send('frames').split(' ')[1]),
   };
 }
 

@@ -1,0 +1,69 @@
+// The microscope library in use: its table of entry points, and whether it is loaded and started.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+#include "vendor/vendor_sdk_executor.h"
+
+namespace ostrel_native {
+
+/// The library's entry points; an absent optional one is null. They have a structure of their own
+/// because the library's `Init` is not the binding's.
+struct OstrelApi {
+#define REQUIRED(name, result, parameters) result(*name) parameters = nullptr;
+#define OPTIONAL(name, result, parameters) result(*name) parameters = nullptr;
+#include "devices/ostrel_symbols.h"
+};
+
+/// The library is never closed: it stays loaded until the process ends, and only script code shuts
+/// it down.
+///
+/// The owner thread writes. Three script functions call the library on the script thread, though,
+/// so what those read is atomic; the table is written before `loaded` and never again after it.
+struct OstrelBinding {
+  void* handle = nullptr;  ///< open library, or null; owner thread only
+  /// All required entries are there. Stored with release order, so that whoever sees it by
+  /// acquire also sees the table.
+  std::atomic<bool> loaded{false};
+  std::atomic<bool> initialized{false};  ///< the library's `Init` succeeded, no `Destroy` since
+  std::string path;                      ///< the candidate that loaded; owner thread only
+  std::atomic<std::int32_t> selectedDevice{-1};  ///< -1: none
+  OstrelApi api;
+  mutable std::mutex errorMutex;  ///< a leaf
+  std::string lastError;          // guarded by errorMutex
+
+  /// Opens the library: `explicitPath` alone if it is not empty, otherwise the default names.
+  /// True if a library is loaded, also by an earlier call, which is then left as it is. A fresh
+  /// success clears both error texts, a failure sets them.
+  /// Thread: owner.
+  bool Load(const std::string& explicitPath);
+
+  /// Starts the library unless it is started; with `force` a started one is shut down first, which
+  /// drops the selection. Starting clears both error texts, a refusal sets them; otherwise, also
+  /// where nothing is loaded, they are left alone.
+  /// Thread: owner; script in `ReadOstrelLedState`.
+  bool Init(bool force);
+
+  /// The table, or null where nothing is loaded.
+  /// Thread: any.
+  const OstrelApi* LoadedApi() const {
+    return loaded.load(std::memory_order_acquire) ? &api : nullptr;
+  }
+
+  /// Sets both error texts, the binding's first.
+  /// Thread: any.
+  void SetBindingError(const std::string& text);
+
+  /// The binding's own error text; where that is empty, the library's.
+  /// Thread: script; this calls the library there.
+  std::string LastErrorText() const;
+};
+
+/// The one microscope binding of the process, and the owner thread of its library.
+extern OstrelBinding g_ostrel;
+extern VendorSdkExecutor g_ostrelExecutor;
+
+}  // namespace ostrel_native

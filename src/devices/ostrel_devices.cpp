@@ -1,0 +1,137 @@
+#include "devices/ostrel_devices.h"
+
+#include "addon/common.h"
+#include "devices/ostrel_binding.h"
+#include "devices/ostrel_telemetry.h"
+
+namespace ostrel_native {
+
+namespace {
+
+// No bus has as many devices; a list of millions of texts would end the process for want of memory.
+constexpr int kMostListedDevices = 4096;
+
+using ReadTextFn = decltype(OstrelApi::GetDeviceUniqueId);
+
+std::string ReadDeviceText(ReadTextFn OstrelApi::*entry, int index) {
+  if (!g_ostrel.Init(false) || g_ostrel.api.*entry == nullptr) {
+    return "";
+  }
+  return WCharPtrToUtf8((g_ostrel.api.*entry)(index));
+}
+
+bool IsAvailable(int index) {
+  return index >= 0 && g_ostrel.Init(false) && g_ostrel.initialized &&
+         index < g_ostrel.api.GetDevicesCount();
+}
+
+}  // namespace
+
+int CountOstrelDevicesOnOwnerThread() {
+  return g_ostrel.Init(false) && g_ostrel.initialized ? g_ostrel.api.GetDevicesCount() : 0;
+}
+
+std::string ReadOstrelDeviceIdentifierOnOwnerThread(int index) {
+  return ReadDeviceText(&OstrelApi::GetDeviceUniqueId, index);
+}
+
+std::string ReadOstrelDeviceNameOnOwnerThread(int index) {
+  return ReadDeviceText(&OstrelApi::GetDeviceFriendlyName, index);
+}
+
+std::vector<VendorDeviceSnapshot> ListOstrelDevicesOnOwnerThread() {
+  std::vector<VendorDeviceSnapshot> devices;
+  const int count = CountOstrelDevicesOnOwnerThread();
+  if (count > kMostListedDevices) {
+    return devices;
+  }
+  for (int index = 0; index < count; ++index) {
+    // Each text is copied before the library is called again: it may reuse its memory. The
+    // identifier is read first, as braces evaluate from left to right.
+    devices.push_back({.index = index,
+                       .uniqueId = ReadOstrelDeviceIdentifierOnOwnerThread(index),
+                       .name = ReadOstrelDeviceNameOnOwnerThread(index)});
+  }
+  return devices;
+}
+
+bool SelectOstrelDeviceOnOwnerThread(int index) {
+  if (!g_ostrel.Init(false) || g_ostrel.api.SelectDeviceNumber == nullptr) {
+    return false;
+  }
+  if (!IsAvailable(index)) {
+    g_ostrel.SetBindingError("Ostrel SDK device selection received an unavailable device index");
+    return false;
+  }
+  if (g_ostrel.api.SelectDeviceNumber(static_cast<unsigned int>(index)) == 0) {
+    g_ostrel.SetBindingError("Ostrel SDK device selection failed");
+    return false;
+  }
+  g_ostrel.selectedDevice = index;
+  g_ostrel.SetBindingError("");
+  UpdateOstrelVersionSnapshotsOnOwnerThread();
+  PrimeOstrelTelemetryOnOwnerThread();
+  return true;
+}
+
+void DisposeOstrelOnOwnerThread() {
+  if (g_ostrel.initialized && g_ostrel.api.Destroy != nullptr) {
+    g_ostrel.api.Destroy();
+    g_ostrel.initialized = false;
+    g_ostrel.selectedDevice = -1;
+  }
+}
+
+OstrelLoadResult LoadOstrelLibrary(const std::string& path, std::chrono::milliseconds timeout) {
+  const auto load = [path] {
+    const bool ok = g_ostrel.Load(path);
+    return OstrelLoadResult{.ok = ok, .path = g_ostrel.path};
+  };
+  return g_ostrelExecutor.Invoke(load, timeout).value_or(OstrelLoadResult{});
+}
+
+bool InitOstrel(bool force, std::chrono::milliseconds timeout) {
+  const bool ok =
+      g_ostrelExecutor.Invoke([force] { return g_ostrel.Init(force); }, timeout).value_or(false);
+  ResetOstrelTelemetry();
+  ClearOstrelVersionSnapshots();
+  return ok;
+}
+
+bool DisposeOstrel(std::chrono::milliseconds timeout) {
+  const bool ran = g_ostrelExecutor.InvokeVoid(DisposeOstrelOnOwnerThread, timeout);
+  ResetOstrelTelemetry();
+  ClearOstrelVersionSnapshots();
+  return ran;
+}
+
+int CountOstrelDevices(std::chrono::milliseconds timeout) {
+  return g_ostrelExecutor.Invoke(CountOstrelDevicesOnOwnerThread, timeout).value_or(0);
+}
+
+std::string OstrelDeviceIdentifier(int index, std::chrono::milliseconds timeout) {
+  const auto read = [index] { return ReadOstrelDeviceIdentifierOnOwnerThread(index); };
+  return g_ostrelExecutor.Invoke(read, timeout).value_or("");
+}
+
+std::string OstrelDeviceName(int index, std::chrono::milliseconds timeout) {
+  const auto read = [index] { return ReadOstrelDeviceNameOnOwnerThread(index); };
+  return g_ostrelExecutor.Invoke(read, timeout).value_or("");
+}
+
+std::vector<VendorDeviceSnapshot> ListOstrelDevices(std::chrono::milliseconds timeout) {
+  return g_ostrelExecutor.Invoke(ListOstrelDevicesOnOwnerThread, timeout)
+      .value_or(std::vector<VendorDeviceSnapshot>());
+}
+
+bool SelectOstrelDevice(int index, std::chrono::milliseconds timeout) {
+  const auto select = [index] { return SelectOstrelDeviceOnOwnerThread(index); };
+  return g_ostrelExecutor.Invoke(select, timeout).value_or(false);
+}
+
+std::int32_t SelectedOstrelDevice(std::chrono::milliseconds timeout) {
+  return g_ostrelExecutor.Invoke([] { return g_ostrel.selectedDevice.load(); }, timeout)
+      .value_or(-1);
+}
+
+}  // namespace ostrel_native

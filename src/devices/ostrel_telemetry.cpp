@@ -1,0 +1,198 @@
+#include "devices/ostrel_telemetry.h"
+
+#include "devices/cache_age.h"
+#include "devices/ostrel_binding.h"
+
+namespace ostrel_native {
+
+namespace {
+
+static_assert(std::atomic<std::int64_t>::is_always_lock_free);
+static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
+static_assert(std::atomic<float>::is_always_lock_free);
+
+bool IsTelemetryFresh() {
+  return IsFresh(g_ostrelCachedTelemetryAtMs, SteadyMs());
+}
+
+void ReadStatus() {
+  g_ostrelCachedStatus = g_ostrel.Init(false) && g_ostrel.api.GetScopeStatus != nullptr
+                             ? g_ostrel.api.GetScopeStatus()
+                             : -1;
+}
+
+// A library without the detailed form gives the bare size, where zero and less is no size.
+bool ReadPixelSizeInto(float& size, std::uint16_t& width, std::uint16_t& height) {
+  const OstrelApi& api = g_ostrel.api;
+  if (!g_ostrel.Init(false)) {
+    return false;
+  }
+  if (api.GetPixelSizeInfo != nullptr) {
+    return api.GetPixelSizeInfo(&size, &width, &height) != 0;
+  }
+  if (api.GetPixelSizeMicrons == nullptr) {
+    return false;
+  }
+  const float read = api.GetPixelSizeMicrons();
+  if (read <= 0.0F) {
+    return false;
+  }
+  size = read;
+  return true;
+}
+
+void ReadPixelSize() {
+  float size = -1.0F;
+  std::uint16_t width = 0;
+  std::uint16_t height = 0;
+  const bool ok = ReadPixelSizeInto(size, width, height);
+  // What a failed call left in them is kept, too.
+  g_ostrelCachedPixelSize = size;
+  g_ostrelCachedPixelWidth = width;
+  g_ostrelCachedPixelHeight = height;
+  g_ostrelCachedPixelInfoOk = ok;
+}
+
+void ReadLensGroup() {
+  std::uint16_t driver = 0;
+  std::uint8_t group = 0;
+  const bool ok = g_ostrel.Init(false) && g_ostrel.api.GetLensGroupInfo != nullptr &&
+                  g_ostrel.api.GetLensGroupInfo(&driver, &group) != 0;
+  g_ostrelCachedLensGroupRaw = std::uint32_t{driver} << 16 | group;
+  g_ostrelCachedLensGroupOk = ok;
+}
+
+// Only ever sets: a press is kept until it is reported.
+void LatchCaptureButton() {
+  if (g_ostrel.Init(false) && g_ostrel.api.IsCapturePressed != nullptr &&
+      g_ostrel.api.IsCapturePressed() != 0) {
+    g_ostrelCachedCapturePressed = true;
+  }
+}
+
+void ReadAllButTheButton() {
+  ReadStatus();
+  ReadPixelSize();
+  ReadLensGroup();
+  RefreshOstrelFocusCacheOnOwnerThread();
+}
+
+}  // namespace
+
+void ScheduleOstrelTelemetry() {
+  g_ostrelExecutor.PostCoalesced("telemetry", RunOstrelTelemetryPassOnOwnerThread);
+}
+
+void RunOstrelTelemetryPassOnOwnerThread() {
+  ReadAllButTheButton();
+  LatchCaptureButton();
+  g_ostrelCachedTelemetryAtMs = SteadyMs();
+}
+
+void PrimeOstrelTelemetryOnOwnerThread() {
+  ReadAllButTheButton();
+  g_ostrelCachedTelemetryAtMs = SteadyMs();
+}
+
+void RefreshOstrelFocusCacheOnOwnerThread() {
+  std::uint16_t position = 0;
+  if (g_ostrel.Init(false) && g_ostrel.api.GetFocusPosition != nullptr &&
+      g_ostrel.api.GetFocusPosition(&position) != 0) {
+    g_ostrelCachedFocusPosition = position;
+    g_ostrelCachedFocusAtMs = SteadyMs();
+  }
+}
+
+void UpdateOstrelVersionSnapshotsOnOwnerThread() {
+  const OstrelApi& api = g_ostrel.api;
+  OstrelVersion version;
+  if (g_ostrel.Init(false) && api.GetVersionInfo != nullptr) {
+    version.ok =
+        api.GetVersionInfo(&version.productId, &version.hardwareMajorVersion,
+                           &version.hardwareMinorVersion, &version.softwareMajorVersion,
+                           &version.softwareMinorVersion, &version.softwarePatchVersion) != 0;
+  }
+  OstrelProtocolVersion protocol;
+  if (g_ostrel.Init(false) && api.GetProtocolVersionInfo != nullptr) {
+    protocol.ok = api.GetProtocolVersionInfo(&protocol.majorVersion, &protocol.minorVersion,
+                                             &protocol.patchVersion) != 0;
+  }
+  const std::lock_guard lock(g_ostrelVersionMutex);
+  g_ostrelCachedVersion = version;
+  g_ostrelCachedProtocol = protocol;
+}
+
+void ResetOstrelTelemetry() {
+  g_ostrelCachedStatus = -1;
+  g_ostrelCachedPixelSize = -1.0F;
+  g_ostrelCachedPixelWidth = 0;
+  g_ostrelCachedPixelHeight = 0;
+  g_ostrelCachedPixelInfoOk = false;
+  g_ostrelCachedLensGroupRaw = 0;
+  g_ostrelCachedLensGroupOk = false;
+  g_ostrelCachedCapturePressed = false;
+  g_ostrelCachedTelemetryAtMs = 0;
+  g_ostrelCachedFocusPosition = -1;
+  g_ostrelCachedFocusAtMs = 0;
+}
+
+void ClearOstrelVersionSnapshots() {
+  const std::lock_guard lock(g_ostrelVersionMutex);
+  g_ostrelCachedVersion = {};
+  g_ostrelCachedProtocol = {};
+}
+
+std::int32_t PollOstrelStatus() {
+  ScheduleOstrelTelemetry();
+  return IsTelemetryFresh() ? g_ostrelCachedStatus.load() : -1;
+}
+
+float PollOstrelPixelSizeMicrons() {
+  ScheduleOstrelTelemetry();
+  return IsTelemetryFresh() ? g_ostrelCachedPixelSize.load() : -1.0F;
+}
+
+OstrelPixelSize PollOstrelPixelSize() {
+  ScheduleOstrelTelemetry();
+  if (!IsTelemetryFresh()) {
+    return {};
+  }
+  return {.ok = g_ostrelCachedPixelInfoOk,
+          .micronsPerPixel = g_ostrelCachedPixelSize,
+          .width = g_ostrelCachedPixelWidth,
+          .height = g_ostrelCachedPixelHeight};
+}
+
+OstrelLensGroup PollOstrelLensGroup() {
+  ScheduleOstrelTelemetry();
+  if (!IsTelemetryFresh()) {
+    return {};
+  }
+  const std::uint32_t raw = g_ostrelCachedLensGroupRaw;
+  return {.ok = g_ostrelCachedLensGroupOk,
+          .lensDriver = static_cast<std::uint16_t>(raw >> 16),
+          .lensGroup = static_cast<std::uint8_t>(raw & 0xFF)};
+}
+
+bool PollOstrelCapturePressed() {
+  ScheduleOstrelTelemetry();
+  return g_ostrelCachedCapturePressed.exchange(false);
+}
+
+std::int32_t CachedOstrelFocusPosition() {
+  return IsFresh(g_ostrelCachedFocusAtMs, SteadyMs()) ? g_ostrelCachedFocusPosition.load() : -1;
+}
+
+std::optional<OstrelVersion> CachedOstrelVersion() {
+  const std::lock_guard lock(g_ostrelVersionMutex);
+  const OstrelVersion& version = g_ostrelCachedVersion;
+  return version.ok && version.softwareMajorVersion != 0 ? std::optional(version) : std::nullopt;
+}
+
+std::optional<OstrelProtocolVersion> CachedOstrelProtocolVersion() {
+  const std::lock_guard lock(g_ostrelVersionMutex);
+  const OstrelProtocolVersion& protocol = g_ostrelCachedProtocol;
+  return protocol.ok && protocol.majorVersion != 0 ? std::optional(protocol) : std::nullopt;
+}
+
+}  // namespace ostrel_native

@@ -1,0 +1,118 @@
+#include "vendor/vendor_sdk_executor.h"
+
+#include "vendor/vendor_timeouts.h"
+
+namespace ostrel_native {
+
+namespace {
+
+// A failing task concerns nobody but who waits for it, and that one has been told.
+void RunQuietly(const std::function<void()>& task) {
+  try {
+    task();
+  } catch (...) {
+  }
+}
+
+}  // namespace
+
+VendorSdkExecutor::VendorSdkExecutor(std::string executorName,
+                                     std::chrono::milliseconds longestSleep)
+    : name(std::move(executorName)), idleInterval(longestSleep) {
+  worker = std::thread(&VendorSdkExecutor::Run, this);
+}
+
+VendorSdkExecutor::~VendorSdkExecutor() {
+  Shutdown({});
+}
+
+void VendorSdkExecutor::Run() {
+  for (;;) {
+    // What a task captured must die with its turn, not when the next one comes.
+    std::function<void()> task;
+    std::function<void()> idle;
+    {
+      std::unique_lock lock(mutex);
+      if (!stopping) {
+        const auto deadline = std::chrono::steady_clock::now() + idleInterval;
+        wake.wait_until(lock, deadline, [this] { return !queue.empty() || stopping; });
+      }
+      if (!queue.empty()) {
+        task = std::move(queue.front());
+        queue.pop_front();
+      } else if (stopping) {
+        return;
+      } else {
+        idle = idleTask;
+      }
+    }
+    if (task) {
+      RunQuietly(task);
+    } else if (idle) {
+      RunQuietly(idle);
+    }
+  }
+}
+
+bool VendorSdkExecutor::Enqueue(std::function<void()> task) {
+  const std::lock_guard lock(mutex);
+  if (stopping) {
+    return false;
+  }
+  queue.push_back(std::move(task));
+  wake.notify_one();
+  return true;
+}
+
+void VendorSdkExecutor::PostCoalesced(const std::string& key, std::function<void()> task) {
+  const std::lock_guard lock(mutex);
+  if (stopping || coalescedKeys.contains(key)) {
+    return;
+  }
+  queue.emplace_back([this, key, task = std::move(task)] {
+    RunQuietly(task);
+    const std::lock_guard keyLock(mutex);
+    coalescedKeys.erase(key);
+  });
+  try {
+    coalescedKeys.insert(key);
+  } catch (...) {
+    queue.pop_back();
+    throw;
+  }
+  wake.notify_one();
+}
+
+void VendorSdkExecutor::SetIdleTask(std::function<void()> task) {
+  const std::lock_guard lock(mutex);
+  idleTask = std::move(task);
+  wake.notify_one();
+}
+
+void VendorSdkExecutor::Shutdown(const std::function<void()>& lastTask) {
+  if (!shutdownStarted.exchange(true)) {
+    if (lastTask) {
+      InvokeVoid(lastTask, kOrdinaryCallTimeout);
+    }
+    {
+      const std::lock_guard lock(mutex);
+      stopping = true;
+    }
+    wake.notify_all();
+    worker.join();
+  }
+}
+
+void VendorSdkExecutor::SetTimedOut(const std::string& owner) {
+  SetLastError(owner + " SDK call timed out");
+}
+
+void VendorSdkExecutor::SetFailed(const std::string& owner, const char* what) {
+  SetLastError(owner + " SDK call failed: " + what);
+}
+
+void VendorSdkExecutor::SetFailedUnknown(const std::string& owner) {
+  SetLastError(owner + " SDK call failed with an unknown error");
+}
+
+}  // namespace ostrel_native

@@ -1,0 +1,134 @@
+// The owner thread of one vendor library: every call into the library runs on it, one at a time.
+//
+// Such a library is closed, not known to be thread-safe, and may take seconds or for ever. So its
+// callers wait with a time-out, and whoever polls posts a refresh and does not wait at all.
+//
+// A time-out cancels nothing: the task still runs, or goes on running, when its caller has long
+// gone. A callable therefore owns all that it touches; its captures are values, never a reference,
+// `this` or a script value, and its result owns its data.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <unordered_set>
+#include <utility>
+
+#include "addon/common.h"
+
+namespace ostrel_native {
+
+/// Guarantees: tasks run in the order of their arrival and never overlap; what was queued before
+/// the destruction begins still runs; what a task captured dies on the owner thread before the
+/// next wait, unless a caller of `Invoke` still holds it. Exceptions of tasks never reach the
+/// thread.
+///
+/// A task must not call `Invoke` on its own executor: it would wait for what is queued behind it.
+struct VendorSdkExecutor {
+  /// Starts the owner thread. `executorName` begins every text that a failure sets.
+  VendorSdkExecutor(std::string executorName, std::chrono::milliseconds longestSleep);
+
+  /// Runs what is queued, then ends the owner thread. A task that never returns blocks it.
+  ~VendorSdkExecutor();
+  VendorSdkExecutor(const VendorSdkExecutor&) = delete;
+  VendorSdkExecutor& operator=(const VendorSdkExecutor&) = delete;
+
+  /// Appends `task`. False, and the task is dropped, once the executor is shutting down.
+  /// Thread: any.
+  bool Enqueue(std::function<void()> task);
+
+  /// Appends `task` unless one with this key is queued or running; then, or once the executor is
+  /// shutting down, it is dropped without a word. Never waits for a task.
+  /// Thread: any.
+  void PostCoalesced(const std::string& key, std::function<void()> task);
+
+  /// Runs `fn` on the owner thread and waits for its result, at most for `timeout`.
+  /// Empty, with the last error set, after a time-out, after an exception of `fn`, and, without
+  /// running it, once the executor is shutting down. Success leaves the last error alone.
+  /// Thread: any but the owner.
+  template <typename F>
+  std::optional<std::invoke_result_t<std::decay_t<F>&>> Invoke(F&& fn,
+                                                               std::chrono::milliseconds timeout);
+
+  /// As `Invoke`, for a callable without a result: true if it ran to its end in time.
+  /// Thread: any but the owner.
+  template <typename F>
+  bool InvokeVoid(F&& fn, std::chrono::milliseconds timeout);
+
+  /// Replaces the task that runs at the end of each interval without work; empty for none.
+  /// Thread: any.
+  void SetIdleTask(std::function<void()> task);
+
+  /// Ends the owner thread once the queue is empty. The first call runs `lastTask`, if there is
+  /// one, before no new work is accepted; if it fails, the last error tells and nothing else.
+  /// Thread: any but the owner.
+  void Shutdown(const std::function<void()>& lastTask);
+
+  /// The owner thread's loop; nobody else calls it.
+  void Run();
+
+  /// The texts that go to the last error; no member is touched, so a caller that wakes late may
+  /// outlive the executor.
+  static void SetTimedOut(const std::string& owner);
+  static void SetFailed(const std::string& owner, const char* what);
+  static void SetFailedUnknown(const std::string& owner);
+
+  std::string name;
+  std::chrono::milliseconds idleInterval;  ///< longest sleep of the owner thread
+  std::mutex mutex;                        ///< a leaf: held for queue operations only
+  std::condition_variable wake;
+  std::deque<std::function<void()>> queue;        // guarded by mutex
+  std::unordered_set<std::string> coalescedKeys;  // guarded by mutex; queued or running
+  std::function<void()> idleTask;                 // guarded by mutex
+  bool stopping = false;                          // guarded by mutex
+  std::atomic<bool> shutdownStarted{false};       ///< makes the shutdown run once
+  std::thread worker;                             ///< last: it uses all of the above
+};
+
+template <typename F>
+std::optional<std::invoke_result_t<std::decay_t<F>&>> VendorSdkExecutor::Invoke(
+    F&& fn, std::chrono::milliseconds timeout) {
+  using Result = std::invoke_result_t<std::decay_t<F>&>;
+  const std::string owner = name;
+  const auto task = std::make_shared<std::packaged_task<Result()>>(std::forward<F>(fn));
+  std::future<Result> future = task->get_future();
+  if (!Enqueue([task] { (*task)(); })) {
+    SetLastError(owner + " SDK worker is shutting down");
+    return std::nullopt;
+  }
+  if (future.wait_for(timeout) != std::future_status::ready) {
+    SetTimedOut(owner);
+    return std::nullopt;
+  }
+  try {
+    return future.get();
+  } catch (const std::exception& error) {
+    SetFailed(owner, error.what());
+  } catch (...) {
+    SetFailedUnknown(owner);
+  }
+  return std::nullopt;
+}
+
+template <typename F>
+bool VendorSdkExecutor::InvokeVoid(F&& fn, std::chrono::milliseconds timeout) {
+  return Invoke(
+             [task = std::forward<F>(fn)]() mutable {
+               task();
+               return true;
+             },
+             timeout)
+      .has_value();
+}
+
+}  // namespace ostrel_native

@@ -1,0 +1,26 @@
+// The script tests' side of a fake library.
+
+import { createRequire } from 'node:module';
+
+import { fakePath } from './environment.js';
+
+function parseCall(line) {
+  const fields = Object.fromEntries(line.split(' ').map((field) => field.split(/=(.*)/s).slice(0, 2)));
+  return { symbol: fields.symbol, args: fields.args, thread: Number(fields.thread) };
+}
+
+/**
+ * The fake at `path`, which the addon is to load too. `send(commands)` runs the commands of
+ * fake_control.h.
+ */
+export function openFake(path) {
+  const { send } = createRequire(import.meta.url)(fakePath('fake_control.node')).open(path);
+  return {
+    path,
+    send,
+    /** The logged calls of one symbol or of all, oldest first: { symbol, args, thread }. */
+    calls: (key = '') => send(`log ${key}`).split('\n').slice(1).map(parseCall),
+    /** How many calls have entered so far. */
+    entered: (key) => Number(/entered=(\d+)/.exec(send(`stats ${key}`))[1]),
+  };
+}
