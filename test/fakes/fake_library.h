@@ -16,7 +16,7 @@ namespace ostrel_native {
 /// The path of a file that the build put among the fakes: `libcnokhwa.so`,
 /// `without_cnokhwa_grab_frame/libcnokhwa.so`, `static_destructor/libcnokhwa.so`.
 inline std::string FakePath(const std::string& name) {
-  return std::string(OSTREL_TEST_FAKES_DIR) + "/" + name;
+  return std::string(OSTREL_TEST_FAKES_DIR "/") + name;
 }
 
 /// One logged call.
