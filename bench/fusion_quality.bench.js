@@ -14,6 +14,7 @@ import os from 'node:os';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 
+import { drawOutBorder } from '../examples/lib/focus-stack/border.js';
 import { analyseFrame, makeRequest, measureStack } from '../examples/lib/focus-stack/measure-stack.js';
 import { lumaOf, makePlane, sampleBilinear } from '../examples/lib/focus-stack/planes.js';
 import { buildDirectory } from '../examples/lib/load-addon.js';
@@ -74,6 +75,7 @@ function fuseWithAddon(addon, frames) {
   const measured = measureStack(frames.map(analyseFrame));
   const measuredAt = performance.now();
   const { data, durationMs } = addon.edofMultibandFuse(makeRequest(frames, measured));
+  drawOutBorder({ ...frames[0], rgba: data }, measured.frames[0].field);
   return { measured, rgba: data, measuringMs: measuredAt - started, durationMs };
 }
 

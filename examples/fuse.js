@@ -11,6 +11,7 @@ import { fileURLToPath } from 'node:url';
 import { parseArgs } from 'node:util';
 
 import { Step } from '../scripts/lib/output.js';
+import { drawOutBorder } from './lib/focus-stack/border.js';
 import { chooseFrames } from './lib/focus-stack/choose-frames.js';
 import { analyseFrame, fewestFrames, makeRequest, measureStack, mostFrames } from './lib/focus-stack/measure-stack.js';
 import { loadAddon } from './lib/load-addon.js';
@@ -124,6 +125,7 @@ async function main() {
   const { data, durationMs, threads, simd } = addon.edofMultibandFuse(makeRequest(frames, measured));
   fusing.done(`${seconds(durationMs)}, at most ${threads} threads, ${simd}`);
   const result = { width: frames[0].width, height: frames[0].height, rgba: data };
+  drawOutBorder(result, measured.frames[0].field);
   const sharpest = Math.max(...analyses.map(({ detail }) => meanOf(detail.data)));
   const gain = meanOf(analyseFrame(result).detail.data) / sharpest;
   row('fine detail', Number.isFinite(gain) ? `${gain.toFixed(2)} times that of the best single frame` : 'none in any frame');

@@ -3,7 +3,9 @@
 //
 //   const analyses = frames.map(analyseFrame);        // { width, height, rgba } each
 //   const measured = measureStack(analyses);
-//   const fused = addon.edofMultibandFuse(makeRequest(frames, measured));
+//   const { data } = addon.edofMultibandFuse(makeRequest(frames, measured));
+//   const fused = { width, height, rgba: data };
+//   drawOutBorder(fused, measured.frames[0].field);
 
 import { coarseDetail } from './choose-frames.js';
 import { measureConfidence } from './confidence.js';
