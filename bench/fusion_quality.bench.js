@@ -22,7 +22,8 @@ import { listPictures, readPicture, writePng } from '../examples/lib/pictures.js
 import { edgeTransfer, keptSharpness, meanGradient } from './lib/fusion-figures.js';
 
 const root = fileURLToPath(new URL('..', import.meta.url));
-const stacks = path.resolve(process.argv[2] ?? process.env.OSTREL_FOCUS_STACKS ?? path.join(root, '../shared/data/focus-stacks'));
+const stacks = path.resolve(
+  process.argv[2] ?? process.env.OSTREL_FOCUS_STACKS ?? path.join(root, '../shared/data/focus-stacks'));
 const addonFile = process.env.OSTREL_TEST_ADDON ?? path.join(buildDirectory, 'ostrel_native.node');
 // What its manual recommends for focus stacks.
 const enfuseOptions = ['--exposure-weight=0', '--saturation-weight=0', '--contrast-weight=1', '--hard-mask'];
@@ -93,7 +94,8 @@ async function compareStack(addon, folder, scratch) {
 
   const brought = frames.map((frame, i) => bringToReference(frame, ours.measured.frames[i]));
   const aligned = brought.map(lumaOf);
-  const single = aligned.map((luma) => ({ luma, kept: keptSharpness(luma, aligned) })).sort((a, b) => b.kept - a.kept)[0];
+  const singles = aligned.map((luma) => ({ luma, kept: keptSharpness(luma, aligned) }));
+  const single = singles.sort((a, b) => b.kept - a.kept)[0];
   printRow('best single frame', single.luma, aligned);
   printRow('this project', lumaOf({ width, height, rgba: ours.rgba }), aligned, ours.measuringMs + ours.durationMs);
 

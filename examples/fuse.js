@@ -59,7 +59,8 @@ async function readStack(step, files, readPicture, analyse) {
         `${first.width} x ${first.height} pixels and ${path.basename(file)} has ${frame.width} x ${frame.height}.`);
     }
     if (Math.max(frame.width, frame.height) > largestSide) {
-      throw new Error(`${path.basename(file)} has ${frame.width} x ${frame.height} pixels; ${largestSide} a side can be fused.`);
+      throw new Error(`${path.basename(file)} has ${frame.width} x ${frame.height} pixels, but at most ` +
+        `${largestSide} a side can be fused.`);
     }
     results.push(analyse(frame));
   }
@@ -69,7 +70,8 @@ async function readStack(step, files, readPicture, analyse) {
 /** At most as many files as can be fused: of a longer stack, those that together show most sharply. */
 async function thinOut(files, readPicture) {
   if (files.length < fewestFrames) {
-    throw new Error(`A focus stack has at least ${fewestFrames} pictures; there ${files.length === 1 ? 'is one' : `are ${files.length}`}.`);
+    const there = files.length === 1 ? 'is one' : `are ${files.length}`;
+    throw new Error(`A focus stack has at least ${fewestFrames} pictures; there ${there}.`);
   }
   if (files.length <= mostFrames) {
     return files;
@@ -112,7 +114,8 @@ async function main() {
     measuringMs += performance.now() - started;
     return result;
   };
-  const stack = await readStack(reading, files, readPicture, (frame) => ({ frame, analysis: timed(() => analyseFrame(frame)) }));
+  const stack = await readStack(reading, files, readPicture,
+    (frame) => ({ frame, analysis: timed(() => analyseFrame(frame)) }));
   const frames = stack.map(({ frame }) => frame);
   const analyses = stack.map(({ analysis }) => analysis);
   const measured = timed(() =>
