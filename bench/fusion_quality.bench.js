@@ -14,6 +14,7 @@ import os from 'node:os';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 
+import { drawOutBorder } from '../examples/lib/focus-stack/border.js';
 import { analyseFrame, makeRequest, measureStack } from '../examples/lib/focus-stack/measure-stack.js';
 import { lumaOf, makePlane, sampleBilinear } from '../examples/lib/focus-stack/planes.js';
 import { buildDirectory } from '../examples/lib/load-addon.js';
@@ -21,7 +22,8 @@ import { listPictures, readPicture, writePng } from '../examples/lib/pictures.js
 import { edgeTransfer, keptSharpness, meanGradient } from './lib/fusion-figures.js';
 
 const root = fileURLToPath(new URL('..', import.meta.url));
-const stacks = path.resolve(process.argv[2] ?? process.env.OSTREL_FOCUS_STACKS ?? path.join(root, '../shared/data/focus-stacks'));
+const stacks = path.resolve(
+  process.argv[2] ?? process.env.OSTREL_FOCUS_STACKS ?? path.join(root, '../shared/data/focus-stacks'));
 const addonFile = process.env.OSTREL_TEST_ADDON ?? path.join(buildDirectory, 'ostrel_native.node');
 // What its manual recommends for focus stacks.
 const enfuseOptions = ['--exposure-weight=0', '--saturation-weight=0', '--contrast-weight=1', '--hard-mask'];
@@ -74,6 +76,7 @@ function fuseWithAddon(addon, frames) {
   const measured = measureStack(frames.map(analyseFrame));
   const measuredAt = performance.now();
   const { data, durationMs } = addon.edofMultibandFuse(makeRequest(frames, measured));
+  drawOutBorder({ ...frames[0], rgba: data }, measured.frames[0].field);
   return { measured, rgba: data, measuringMs: measuredAt - started, durationMs };
 }
 
@@ -91,7 +94,8 @@ async function compareStack(addon, folder, scratch) {
 
   const brought = frames.map((frame, i) => bringToReference(frame, ours.measured.frames[i]));
   const aligned = brought.map(lumaOf);
-  const single = aligned.map((luma) => ({ luma, kept: keptSharpness(luma, aligned) })).sort((a, b) => b.kept - a.kept)[0];
+  const singles = aligned.map((luma) => ({ luma, kept: keptSharpness(luma, aligned) }));
+  const single = singles.sort((a, b) => b.kept - a.kept)[0];
   printRow('best single frame', single.luma, aligned);
   printRow('this project', lumaOf({ width, height, rgba: ours.rgba }), aligned, ours.measuringMs + ours.durationMs);
 

@@ -11,6 +11,7 @@ import { fileURLToPath } from 'node:url';
 import { parseArgs } from 'node:util';
 
 import { Step } from '../scripts/lib/output.js';
+import { drawOutBorder } from './lib/focus-stack/border.js';
 import { chooseFrames } from './lib/focus-stack/choose-frames.js';
 import { analyseFrame, fewestFrames, makeRequest, measureStack, mostFrames } from './lib/focus-stack/measure-stack.js';
 import { loadAddon } from './lib/load-addon.js';
@@ -58,7 +59,8 @@ async function readStack(step, files, readPicture, analyse) {
         `${first.width} x ${first.height} pixels and ${path.basename(file)} has ${frame.width} x ${frame.height}.`);
     }
     if (Math.max(frame.width, frame.height) > largestSide) {
-      throw new Error(`${path.basename(file)} has ${frame.width} x ${frame.height} pixels; ${largestSide} a side can be fused.`);
+      throw new Error(`${path.basename(file)} has ${frame.width} x ${frame.height} pixels, but at most ` +
+        `${largestSide} a side can be fused.`);
     }
     results.push(analyse(frame));
   }
@@ -68,7 +70,8 @@ async function readStack(step, files, readPicture, analyse) {
 /** At most as many files as can be fused: of a longer stack, those that together show most sharply. */
 async function thinOut(files, readPicture) {
   if (files.length < fewestFrames) {
-    throw new Error(`A focus stack has at least ${fewestFrames} pictures; there ${files.length === 1 ? 'is one' : `are ${files.length}`}.`);
+    const there = files.length === 1 ? 'is one' : `are ${files.length}`;
+    throw new Error(`A focus stack has at least ${fewestFrames} pictures; there ${there}.`);
   }
   if (files.length <= mostFrames) {
     return files;
@@ -111,7 +114,8 @@ async function main() {
     measuringMs += performance.now() - started;
     return result;
   };
-  const stack = await readStack(reading, files, readPicture, (frame) => ({ frame, analysis: timed(() => analyseFrame(frame)) }));
+  const stack = await readStack(reading, files, readPicture,
+    (frame) => ({ frame, analysis: timed(() => analyseFrame(frame)) }));
   const frames = stack.map(({ frame }) => frame);
   const analyses = stack.map(({ analysis }) => analysis);
   const measured = timed(() =>
@@ -124,6 +128,7 @@ async function main() {
   const { data, durationMs, threads, simd } = addon.edofMultibandFuse(makeRequest(frames, measured));
   fusing.done(`${seconds(durationMs)}, at most ${threads} threads, ${simd}`);
   const result = { width: frames[0].width, height: frames[0].height, rgba: data };
+  drawOutBorder(result, measured.frames[0].field);
   const sharpest = Math.max(...analyses.map(({ detail }) => meanOf(detail.data)));
   const gain = meanOf(analyseFrame(result).detail.data) / sharpest;
   row('fine detail', Number.isFinite(gain) ? `${gain.toFixed(2)} times that of the best single frame` : 'none in any frame');

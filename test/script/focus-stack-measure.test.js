@@ -3,6 +3,7 @@
 import assert from 'node:assert/strict';
 import { describe, it } from 'node:test';
 
+import { drawOutBorder } from '../../examples/lib/focus-stack/border.js';
 import { chooseFrames, coarseDetail } from '../../examples/lib/focus-stack/choose-frames.js';
 import { measureSharpness, noiseFloor } from '../../examples/lib/focus-stack/focus-measure.js';
 import { focusWeights, regionSharpness, winnerShares } from '../../examples/lib/focus-stack/focus-weights.js';
@@ -188,6 +189,25 @@ describe('a fused stack', () => {
     const still = makeStack({ ...size, seed: 11, count: 4, transforms: transforms.map(() => transforms[reference]) });
     const single = Math.min(...still.map((frame) => errorOf(lumaOf(frame))));
     assert.ok(fused < 0.5 * single, `${fused} against ${single}`);
+  });
+});
+
+describe('the border of a fused picture', () => {
+  const picture = () => ({ width: 4, height: 3, rgba: Uint8Array.from({ length: 48 }, (_, byte) => Math.trunc(byte / 4)) });
+  const drawnOut = (mapSize) => {
+    const drawn = picture();
+    drawOutBorder(drawn, mapSize);
+    return Array.from({ length: 12 }, (_, pixel) => drawn.rgba[4 * pixel]);
+  };
+
+  it('gets the pixels next to it where cells are coarse', () => {
+    assert.deepEqual(drawnOut({ mapWidth: 2, mapHeight: 3 }), [1, 1, 2, 2, 5, 5, 6, 6, 9, 9, 10, 10]);
+    assert.deepEqual(drawnOut({ mapWidth: 4, mapHeight: 1 }), [4, 5, 6, 7, 4, 5, 6, 7, 4, 5, 6, 7]);
+    assert.deepEqual(drawnOut({ mapWidth: 2, mapHeight: 1 }), [5, 5, 6, 6, 5, 5, 6, 6, 5, 5, 6, 6]);
+  });
+
+  it('stays where cells are pixels', () => {
+    assert.deepEqual(drawnOut({ mapWidth: 4, mapHeight: 3 }), [0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11]);
   });
 });
 

@@ -16,7 +16,9 @@ function seenFromReference(level, { a, b, tx, ty }) {
     for (let x = 0; x < width; ++x, ++i) {
       const u = x - centreX;
       const v = y - centreY;
-      const sample = sampleBilinear(level, a * u - b * v + tx / pixelSize + centreX, b * u + a * v + ty / pixelSize + centreY);
+      const sampleX = a * u - b * v + tx / pixelSize + centreX;
+      const sampleY = b * u + a * v + ty / pixelSize + centreY;
+      const sample = sampleBilinear(level, sampleX, sampleY);
       seen.data[i] = Number.isNaN(sample) ? 0 : sample;
     }
   }

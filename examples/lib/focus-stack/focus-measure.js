@@ -24,7 +24,8 @@ export function measureSharpness({ width, height, data }, { mapWidth, mapHeight 
       const left = x > 0 ? -1 : 0;
       const right = x < width - 1 ? 1 : 0;
       const twice = 2 * data[i];
-      const detail = Math.abs(twice - data[i + left] - data[i + right]) + Math.abs(twice - data[i + above] - data[i + below]);
+      const detail = Math.abs(twice - data[i + left] - data[i + right]) +
+        Math.abs(twice - data[i + above] - data[i + below]);
       const cell = rows[y] * mapWidth + columns[x];
       sharpness.data[cell] += detail * detail;
       counts[cell] += 1;

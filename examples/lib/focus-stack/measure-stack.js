@@ -3,7 +3,9 @@
 //
 //   const analyses = frames.map(analyseFrame);        // { width, height, rgba } each
 //   const measured = measureStack(analyses);
-//   const fused = addon.edofMultibandFuse(makeRequest(frames, measured));
+//   const { data } = addon.edofMultibandFuse(makeRequest(frames, measured));
+//   const fused = { width, height, rgba: data };
+//   drawOutBorder(fused, measured.frames[0].field);
 
 import { coarseDetail } from './choose-frames.js';
 import { measureConfidence } from './confidence.js';
@@ -32,10 +34,11 @@ export function analyseFrame(frame) {
 /** A plane of a frame as seen on the cells of the result; NaN where the frame does not reach. */
 function onResult(plane, { x, y }) {
   const seen = makePlane(plane.width, plane.height);
-  const last = { x: plane.width - 1, y: plane.height - 1 };
-  const clampHalfCell = (position, end) => (position >= -0.5 && position <= end + 0.5 ? Math.min(Math.max(position, 0), end) : NaN);
+  // A cell reaches half a cell beyond its centre.
+  const clamp = (position, last) =>
+    (position >= -0.5 && position <= last + 0.5 ? Math.min(Math.max(position, 0), last) : NaN);
   for (let cell = 0; cell < seen.data.length; ++cell) {
-    seen.data[cell] = sampleBilinear(plane, clampHalfCell(x.data[cell], last.x), clampHalfCell(y.data[cell], last.y));
+    seen.data[cell] = sampleBilinear(plane, clamp(x.data[cell], plane.width - 1), clamp(y.data[cell], plane.height - 1));
   }
   return seen;
 }

@@ -27,13 +27,3 @@ export const scaleOf = ({ a, b }) => Math.hypot(a, b);
 
 /** In radians. */
 export const rotationOf = ({ a, b }) => Math.atan2(b, a);
-
-/** How far the similarity moves the corners of a picture, at most, in pixels. */
-export function largestShift(similarity, width, height) {
-  const shiftOf = (u, v) => Math.hypot(
-    (similarity.a - 1) * u - similarity.b * v + similarity.tx,
-    similarity.b * u + (similarity.a - 1) * v + similarity.ty);
-  const u = (width - 1) / 2;
-  const v = (height - 1) / 2;
-  return Math.max(shiftOf(u, v), shiftOf(-u, v), shiftOf(u, -v), shiftOf(-u, -v));
-}
