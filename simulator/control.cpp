@@ -1,7 +1,6 @@
 #include "simulator/control.h"
 
-#include <algorithm>
-#include <array>
+#include <cstddef>
 #include <cstring>
 #include <iterator>
 #include <sstream>
@@ -147,5 +146,6 @@ std::string RunControlCommand(Instrument& instrument, const std::string& command
 char* virtual_microscope_control(const char* command) {
   using ostrel_simulator::RunControlCommand;
   using ostrel_simulator::TheInstrument;
-  return strdup(RunControlCommand(TheInstrument(), command).c_str());
+  const std::string text = command == nullptr ? "" : command;
+  return strdup(RunControlCommand(TheInstrument(), text).c_str());
 }

@@ -16,8 +16,8 @@ std::string RunControlCommand(Instrument& instrument, const std::string& command
 
 extern "C" {
 
-/// Runs one command on the instrument of this process. The caller frees the answer with `free`;
-/// null without memory for it.
+/// Runs one command on the instrument of this process; a null one is empty. The caller frees the
+/// answer with `free`; null without memory for it.
 /// Thread: any.
 __attribute__((visibility("default"))) char* virtual_microscope_control(const char* command);
 }

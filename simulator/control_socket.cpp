@@ -144,14 +144,12 @@ int OpenControlSocket(const std::string& path) {
   return listener;
 }
 
-bool ServeControlSocket(int listener, Instrument& instrument) {
+void ServeControlSocket(int listener, Instrument& instrument) {
   try {
     std::thread(AcceptClients, listener, std::ref(instrument)).detach();
   } catch (const std::system_error&) {
     close(listener);
-    return false;
   }
-  return true;
 }
 
 }  // namespace ostrel_simulator

@@ -12,7 +12,7 @@ namespace ostrel_simulator {
 int OpenControlSocket(const std::string& path);
 
 /// Answers commands on a listening socket until the process ends, each client on a thread of its
-/// own. Both arguments are held for ever. False where no thread can be had.
-bool ServeControlSocket(int listener, Instrument& instrument);
+/// own. Both arguments are held for ever. Where no thread can be had, the socket is closed.
+void ServeControlSocket(int listener, Instrument& instrument);
 
 }  // namespace ostrel_simulator

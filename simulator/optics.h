@@ -11,7 +11,6 @@ namespace ostrel_simulator {
 
 inline constexpr int kFocusPositions = 256;
 inline constexpr int kMiddleFocus = 128;
-inline constexpr double kMicronsPerFocusStep = 2.0;
 inline constexpr int kLeastMagnification = 20;
 inline constexpr int kMostMagnification = 220;
 

@@ -2,9 +2,10 @@
 
 import net from 'node:net';
 import path from 'node:path';
-import { createInterface } from 'node:readline';
 
 import { buildDirectory } from './load-addon.js';
+
+const gone = 'error: the virtual microscope has gone';
 
 /** The simulated library with the name of a real one, such as libostrel.so. */
 export const simulatedLibrary = (name) => path.join(buildDirectory, 'simulator', name);
@@ -22,15 +23,30 @@ export class MicroscopeControl {
   }
 
   constructor(socket) {
-    // The end of the answers says it.
-    this.socket = socket.on('error', () => {});
-    this.answers = createInterface({ input: socket })[Symbol.asyncIterator]();
+    this.socket = socket;
+    this.waiting = [];
+    let rest = '';
+    socket.setEncoding('utf8');
+    socket.on('data', (text) => {
+      const lines = (rest + text).split('\n');
+      rest = lines.pop();
+      lines.forEach((line) => this.waiting.shift()(line));
+    });
+    // The close that follows an error says it.
+    socket.on('error', () => {});
+    socket.on('close', () => this.waiting.splice(0).forEach((answer) => answer(gone)));
   }
 
   /** Runs one command and gives its answer; an answer that tells an error is thrown. */
   async run(command) {
-    this.socket.write(`${command}\n`);
-    const { value: answer = 'error: the virtual microscope has gone' } = await this.answers.next();
+    const answer = await new Promise((resolve) => {
+      if (this.socket.destroyed) {
+        resolve(gone);
+        return;
+      }
+      this.waiting.push(resolve);
+      this.socket.write(`${command}\n`);
+    });
     if (answer.startsWith('error: ')) {
       throw new Error(`${command}: ${answer.slice('error: '.length)}`);
     }

@@ -1,11 +1,8 @@
-// The hand at the virtual microscope, and the examples that use it.
+// The hand at the virtual microscope, as script code has it.
 
 import assert from 'node:assert/strict';
-import { spawnSync } from 'node:child_process';
-import fs from 'node:fs';
 import path from 'node:path';
 import { describe, it } from 'node:test';
-import { fileURLToPath } from 'node:url';
 
 import { valueFromChild } from './support/child.js';
 import { makeTemporaryDirectory } from './support/temporary.js';
@@ -67,13 +64,14 @@ describe('The hand at the virtual microscope', () => {
   });
 
   it('is known to be gone when it hangs up', async () => {
-    const refusal = await valueFromChild(async ({ addon, simulatorPath }, url) => {
+    const refusals = await valueFromChild(async ({ addon, simulatorPath }, url) => {
       const { MicroscopeControl } = await import(url);
       addon.loadCameraBackend(simulatorPath);
       addon.cameraInitialize();
       const control = await MicroscopeControl.connect(process.env.OSTREL_SIMULATOR_CONTROL);
-      return control.run('x'.repeat(5000)).catch((error) => error.message.replace(/x+/, 'x'));
+      const refusalOf = (command) => control.run(command).catch((error) => error.message.replace(/x+/, 'x'));
+      return [await refusalOf('x'.repeat(5000)), await refusalOf('status')];
     }, { args: [controlModule], env: { OSTREL_SIMULATOR_CONTROL: path.join(directory, 'gone') } });
-    assert.equal(refusal, 'x: the virtual microscope has gone');
+    assert.deepEqual(refusals, ['x: the virtual microscope has gone', 'status: the virtual microscope has gone']);
   });
 });

@@ -181,6 +181,15 @@ TEST(SimulatedOstrel, DoesNotStartWhereAVariableCannotBeRead) {
   EXPECT_EQ(table.GetDevicesCount(), 0);
 }
 
+TEST(SimulatedOstrel, IsControlledByTextsAlone) {
+  void* const library = dlopen(OSTREL_TEST_MICROSCOPE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+  const auto control =
+      reinterpret_cast<char* (*)(const char*)>(dlsym(library, "virtual_microscope_control"));
+  const std::unique_ptr<char, decltype(&std::free)> answer(control(nullptr), &std::free);
+  EXPECT_STREQ(answer.get(), "error: there is no command here");
+  EXPECT_EQ(Control("light 20"), "ok");
+}
+
 TEST(SimulatedOstrel, TellsItsVersions) {
   const SelectedTable table;
   std::uint16_t product = 0;
