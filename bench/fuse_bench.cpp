@@ -81,8 +81,8 @@ void PrintTimes(const char* name, const FocusStack& stack, const Times (&times)[
   std::printf("%4d x %4d %7zu  %-8s %8.1f %8.1f %8.1f %8.1f %9.2f %8.1f\n", stack.width,
               stack.height, stack.frames.size(), name, 1e3 * Median(times[0].wall),
               1e3 * Median(times[1].wall), nanoseconds * Median(times[0].processor),
-              nanoseconds * Median(times[1].processor),
-              MedianRatio(times[0].wall, times[1].wall), workingBytes);
+              nanoseconds * Median(times[1].processor), MedianRatio(times[0].wall, times[1].wall),
+              workingBytes);
 }
 
 void Report(int width, int height, int count) {
@@ -98,11 +98,12 @@ void Report(int width, int height, int count) {
   }
   PrintTimes("OpenCV", stack, contest.theirs, theirBytes);
   const bool twoAreFaster = Median(contest.theirs[1].wall) < Median(contest.theirs[0].wall);
-  std::printf("    ours / OpenCV: processor time on 1 thread %.2f; time on 2 threads %.2f of its "
-              "time on %s\n",
-              MedianRatio(contest.ours[0].processor, contest.theirs[0].processor),
-              MedianRatio(contest.ours[1].wall, contest.theirs[twoAreFaster ? 1 : 0].wall),
-              twoAreFaster ? "2" : "1, its faster mode");
+  std::printf(
+      "    ours / OpenCV: processor time on 1 thread %.2f; time on 2 threads %.2f of its "
+      "time on %s\n",
+      MedianRatio(contest.ours[0].processor, contest.theirs[0].processor),
+      MedianRatio(contest.ours[1].wall, contest.theirs[twoAreFaster ? 1 : 0].wall),
+      twoAreFaster ? "2" : "1, its faster mode");
 }
 
 void ReportReference(int width, int height, int count) {
@@ -125,11 +126,13 @@ void ReportReference(int width, int height, int count) {
   const double nanoseconds = 1e9 / stack.PixelsOfAllFrames();
   std::printf("\nThe literal form, %d x %d, %d frames: %.1f ns; ours %.1f ns, %.2f times less\n",
               width, height, count, nanoseconds * Median(literal.processor),
-              nanoseconds * Median(ours.processor),
-              MedianRatio(literal.processor, ours.processor));
+              nanoseconds * Median(ours.processor), MedianRatio(literal.processor, ours.processor));
 }
 
 void Run() {
+  if (!HasPeer()) {
+    std::printf("Built without OpenCV (libopencv-dev): its blender takes no part.\n");
+  }
   std::printf(
       "Fusion; ns = processor time for a pixel of a frame on 1 and on 2 threads; memory\n"
       "beyond the request and the result, in bytes for a pixel of the result\n");

@@ -15,7 +15,10 @@ namespace ostrel_native::bench {
 /// The frames are converted to the blender's layout beforehand.
 using Peer = std::function<void(int threads)>;
 
-/// Empty if the benchmarks were built without OpenCV. `stack` outlives the result.
+/// Whether the benchmarks were built with OpenCV.
+bool HasPeer();
+
+/// Empty without OpenCV. `stack` outlives the result.
 Peer MakePeer(const FocusStack& stack);
 
 }  // namespace ostrel_native::bench

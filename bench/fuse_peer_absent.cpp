@@ -2,6 +2,10 @@
 
 namespace ostrel_native::bench {
 
+bool HasPeer() {
+  return false;
+}
+
 Peer MakePeer(const FocusStack&) {
   return {};
 }

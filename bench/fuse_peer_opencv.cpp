@@ -75,9 +75,15 @@ void Blend(const std::vector<PeerFrame>& frames, cv::Size size, int threads) {
 
 }  // namespace
 
+bool HasPeer() {
+  return true;
+}
+
 Peer MakePeer(const FocusStack& stack) {
   // The comparison is with its code for processors.
   cv::ocl::setUseOpenCL(false);
+  // No threads yet: the memory is measured in a process split off from this one.
+  cv::setNumThreads(1);
   return [frames = Convert(stack), size = cv::Size(stack.width, stack.height)](int threads) {
     Blend(frames, size, threads);
   };

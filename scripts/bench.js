@@ -1,4 +1,5 @@
-// npm run bench: builds and runs every benchmark, one after the other.
+// npm run bench: builds and runs every benchmark, one after the other. With an argument, those whose
+// names begin with it.
 
 import { spawnSync } from 'node:child_process';
 import fs from 'node:fs';
@@ -9,9 +10,11 @@ import { addonDirectory, binaryDirectory, root, shown } from './lib/paths.js';
 import { setUp } from './setup.js';
 
 const preset = 'bench';
+const prefix = process.argv[2] ?? '';
 
 function filesIn(directory, isWanted) {
-  return fs.readdirSync(directory).filter(isWanted).sort().map((name) => path.join(directory, name));
+  const names = fs.readdirSync(directory).filter((name) => name.startsWith(prefix) && isWanted(name));
+  return names.sort().map((name) => path.join(directory, name));
 }
 
 await runCommand(async () => {

@@ -67,7 +67,7 @@ struct Axis {
   double mapSize;
   double centre;
   double scale;
-  double last;  // the last pixel
+  double last;       // the last pixel
   int lastWithNext;  // the last pixel that has a next one, or the only one
 };
 

@@ -40,8 +40,9 @@ struct Taps {
 
 // `value` rounded to the 24 bits that a float has, without becoming one: converting there and back
 // takes longer. Adding a power of two with 29 bits more pushes the bits out that are too many, and
-// half of that power on top keeps the sum within its binade; subtracting both is exact. Values below
-// the normal floats keep more bits than a float would: they are far from making a byte differ.
+// half of that power on top keeps the sum within its binade; subtracting both is exact. Values
+// below the normal floats keep more bits than a float would: they are far from making a byte
+// differ.
 double RoundedToFloat(double value) {
   constexpr std::uint64_t kExponent = 0x7ff0000000000000U;
   constexpr std::uint64_t kTimesThreeHalvesOfTwoToThe29 = 0x01d8000000000000U;
