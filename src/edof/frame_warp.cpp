@@ -19,18 +19,13 @@ constexpr int kStrip = 64;
 constexpr double kMinConfidence = 0.02F;
 
 struct WarpStrip {
-  double confidence[kStrip];
   double usable[kStrip];  // 1 or 0; as wide as what is compared, else the loop isn't vectorised
-  double sourceX[kStrip];
-  double sourceY[kStrip];
-  // The four pixels around the source position: their weights, where they are, what they hold.
+  std::int32_t index[kStrip];  // of the upper left of the four pixels around the source position
+  // The four pixels: their weights, what they hold.
   double weight00[kStrip];
   double weight10[kStrip];
   double weight01[kStrip];
   double weight11[kStrip];
-  std::int32_t index[kStrip];  // of the upper left one
-  std::int32_t right[kStrip];  // pixels from a left one to its right neighbour
-  std::int32_t below[kStrip];  // pixels from an upper one to its lower neighbour
   std::int32_t pixel00[kStrip];
   std::int32_t pixel10[kStrip];
   std::int32_t pixel01[kStrip];
@@ -43,6 +38,42 @@ struct RowOfMap {
   const double* bottom;
   double fraction;
 };
+
+// How positions of one direction, columns or rows, go from a map to the frame.
+struct Axis {
+  Axis(int frameSize, int fieldSize, double frameScale)
+      : size(frameSize),
+        mapSize(fieldSize),
+        centre((size - 1.0) * 0.5),
+        scale(frameScale),
+        last(size - 1.0),
+        lastWithNext(std::max(frameSize - 2, 0)) {}
+
+  // From map coordinates to frame pixels, about the image centre.
+  double ToFrame(double position) const {
+    return ((position + 0.5) * size / mapSize - 0.5 - centre) * scale + centre;
+  }
+
+  // The pixel at or before a position from 0 to `last`. At `last` it is the one before, so that
+  // there is always a next pixel to read: the position then lies at 1 between the two instead of at
+  // 0 beyond the last, and all sums get the same products, in the same order but for zeroes.
+  int PixelBefore(double position) const {
+    // Cutting is flooring: the position is not negative.
+    const int pixel = static_cast<int>(position);
+    return pixel - (pixel > lastWithNext ? 1 : 0);
+  }
+
+  double size;
+  double mapSize;
+  double centre;
+  double scale;
+  double last;       // the last pixel
+  int lastWithNext;  // the last pixel that has a next one, or the only one
+};
+
+double Interpolate(double top, double bottom, double fraction) {
+  return top * (1.0 - fraction) + bottom * fraction;
+}
 
 void NormaliseWeights(const RowOfMap& map, const float* __restrict total,
                       float weightWhereStackVanishes, int count, float* __restrict weight) {
@@ -59,28 +90,10 @@ void NormaliseWeights(const RowOfMap& map, const float* __restrict total,
   }
 }
 
-void Interpolate(const RowOfMap& map, int count, double* __restrict out) {
-  const double* const top = map.top;
-  const double* const bottom = map.bottom;
-  const double fraction = map.fraction;
-  for (int i = 0; i < count; ++i) {
-    out[i] = top[i] * (1.0 - fraction) + bottom[i] * fraction;
-  }
-}
-
-// From map coordinates to frame pixels, about the image centre.
-void ConvertToSource(double size, double mapSize, double scale, int count,
-                     double* __restrict position) {
-  const double centre = (size - 1.0) * 0.5;
-  for (int i = 0; i < count; ++i) {
-    position[i] = ((position[i] + 0.5) * size / mapSize - 0.5 - centre) * scale + centre;
-  }
-}
-
-// Sets which pixels of the strip the frame can deliver, moves the others to a position that can
-// be read, and gives the number of the deliverable ones.
+// Finds for each pixel of the strip where it lies in the frame, and whether the frame can deliver
+// it; one that it can't is moved to a position that can be read. Gives the number of those.
 //
-// These six comparisons also stand for the tests whether each corner of a cell, and what is
+// The six comparisons also stand for the tests whether each corner of a cell, and what is
 // interpolated between them, is finite. Say a to d are the corners: the interpolation is
 // ((b - a) * tx + a) * (1 - ty) + ((d - c) * tx + c) * ty with tx and ty from 0 to below 1.
 // - a or c is not finite: b - a is NaN or the opposite infinity; times 0 that is NaN, and times
@@ -91,76 +104,68 @@ void ConvertToSource(double size, double mapSize, double scale, int count,
 // So the result is NaN or an infinity, which the conversion to frame pixels keeps, as the scale
 // is finite and above 0; both fail the range of the source position. A confidence that is not
 // finite fails the threshold or, if it is the positive infinity, the upper bound.
-int FindUsable(double lastX, double lastY, int count, WarpStrip& strip) {
-  double* __restrict sourceX = strip.sourceX;
-  double* __restrict sourceY = strip.sourceY;
+int FindSources(const RowOfMap& xMap, const RowOfMap& yMap, const RowOfMap& confidenceMap,
+                const Axis& columns, const Axis& rows, int count, WarpStrip& strip) {
+  const double fraction = xMap.fraction;
+  const double* __restrict xTop = xMap.top;
+  const double* __restrict xBottom = xMap.bottom;
+  const double* __restrict yTop = yMap.top;
+  const double* __restrict yBottom = yMap.bottom;
+  const double* __restrict confidenceTop = confidenceMap.top;
+  const double* __restrict confidenceBottom = confidenceMap.bottom;
   double* __restrict usable = strip.usable;
-  const double* __restrict confidence = strip.confidence;
-  for (int i = 0; i < count; ++i) {
-    const double x = sourceX[i];
-    const double y = sourceY[i];
-    const double sure = confidence[i];
-    const bool deliverable = (sure >= kMinConfidence) &
-                             (sure <= std::numeric_limits<double>::max()) & (x >= 0.0) &
-                             (x <= lastX) & (y >= 0.0) & (y <= lastY);
-    usable[i] = deliverable ? 1.0 : 0.0;
-    sourceX[i] = deliverable ? x : 0.0;
-    sourceY[i] = deliverable ? y : 0.0;
-  }
-  int usableCount = 0;
-  for (int i = 0; i < count; ++i) {
-    usableCount += static_cast<int>(usable[i]);
-  }
-  return usableCount;
-}
-
-void FindSourcePixels(int width, int height, int count, WarpStrip& strip) {
-  const double* __restrict sourceX = strip.sourceX;
-  const double* __restrict sourceY = strip.sourceY;
   double* __restrict weight00 = strip.weight00;
   double* __restrict weight10 = strip.weight10;
   double* __restrict weight01 = strip.weight01;
   double* __restrict weight11 = strip.weight11;
   std::int32_t* __restrict index = strip.index;
-  std::int32_t* __restrict right = strip.right;
-  std::int32_t* __restrict below = strip.below;
-  const double rowPixels = width;
+  int unusableCount = 0;
   for (int i = 0; i < count; ++i) {
-    // Cutting is flooring: the positions are not negative.
-    const int x0 = static_cast<int>(sourceX[i]);
-    const int y0 = static_cast<int>(sourceY[i]);
-    const double fx = sourceX[i] - x0;
-    const double fy = sourceY[i] - y0;
+    const double x = columns.ToFrame(Interpolate(xTop[i], xBottom[i], fraction));
+    const double y = rows.ToFrame(Interpolate(yTop[i], yBottom[i], fraction));
+    const double sure = Interpolate(confidenceTop[i], confidenceBottom[i], fraction);
+    const bool deliverable = (sure >= kMinConfidence) &
+                             (sure <= std::numeric_limits<double>::max()) & (x >= 0.0) &
+                             (x <= columns.last) & (y >= 0.0) & (y <= rows.last);
+    usable[i] = deliverable ? 1.0 : 0.0;
+    unusableCount += deliverable ? 0 : 1;
+    const double frameX = deliverable ? x : 0.0;
+    const double frameY = deliverable ? y : 0.0;
+    const int x0 = columns.PixelBefore(frameX);
+    const int y0 = rows.PixelBefore(frameY);
+    const double fx = frameX - x0;
+    const double fy = frameY - y0;
     weight00[i] = (1.0 - fx) * (1.0 - fy);
     weight10[i] = fx * (1.0 - fy);
     weight01[i] = (1.0 - fx) * fy;
     weight11[i] = fx * fy;
     // Below 2^28, so exact in 64-bit float, which has the vector product that int32 lacks.
-    index[i] = static_cast<std::int32_t>(y0 * rowPixels + x0);
-    right[i] = x0 < width - 1 ? 1 : 0;
-    below[i] = y0 < height - 1 ? width : 0;
+    index[i] = static_cast<std::int32_t>(y0 * columns.size + x0);
   }
+  return unusableCount;
 }
 
 const std::uint8_t* PixelAt(const std::uint8_t* row, int x) {
   return row + std::ptrdiff_t{4} * x;
 }
 
-std::int32_t LoadPixel(const std::uint8_t* rgba, std::size_t index) {
+std::int32_t LoadPixel(const std::uint8_t* rgba) {
   std::int32_t pixel;
-  std::memcpy(&pixel, rgba + 4 * index, sizeof pixel);
+  std::memcpy(&pixel, rgba, sizeof pixel);
   return pixel;
 }
 
-void GatherSourcePixels(const std::uint8_t* rgba, int count, WarpStrip& strip) {
+void GatherSourcePixels(const std::uint8_t* rgba, int width, int height, int count,
+                        WarpStrip& strip) {
+  const std::ptrdiff_t right = width > 1 ? 4 : 0;
+  const std::ptrdiff_t below = height > 1 ? std::ptrdiff_t{4} * width : 0;
   for (int i = 0; i < count; ++i) {
-    const auto upper = static_cast<std::size_t>(strip.index[i]);
-    const auto lower = upper + static_cast<std::size_t>(strip.below[i]);
-    const auto right = static_cast<std::size_t>(strip.right[i]);
-    strip.pixel00[i] = LoadPixel(rgba, upper);
-    strip.pixel10[i] = LoadPixel(rgba, upper + right);
-    strip.pixel01[i] = LoadPixel(rgba, lower);
-    strip.pixel11[i] = LoadPixel(rgba, lower + right);
+    const std::uint8_t* const upper = PixelAt(rgba, strip.index[i]);
+    const std::uint8_t* const lower = upper + below;
+    strip.pixel00[i] = LoadPixel(upper);
+    strip.pixel10[i] = LoadPixel(upper + right);
+    strip.pixel01[i] = LoadPixel(lower);
+    strip.pixel11[i] = LoadPixel(lower + right);
   }
 }
 
@@ -258,6 +263,8 @@ void WarpFrameRow(const FrameWarp& warp, int y, WarpMemory& memory, float* rgb, 
   const RowOfMap yRow = rowOf(memory.y, warp.field.y);
   const RowOfMap confidenceRow = rowOf(memory.confidence, warp.field.confidence);
   const double scale = warp.frame.sourcePixelsPerOutputPixel;
+  const Axis xAxis(width, warp.field.mapWidth, scale);
+  const Axis yAxis(warp.height, warp.field.mapHeight, scale);
 
   FallBack(reference, columns.insideBegin, width, rgb, weight);
   WarpStrip strip;
@@ -265,16 +272,11 @@ void WarpFrameRow(const FrameWarp& warp, int y, WarpMemory& memory, float* rgb, 
     const int count = std::min(kStrip, columns.insideEnd - x);
     NormaliseWeights(from(weightRow, x), warp.totalWeight + row + x, warp.weightWhereStackVanishes,
                      count, weight + x);
-    Interpolate(from(xRow, x), count, strip.sourceX);
-    Interpolate(from(yRow, x), count, strip.sourceY);
-    Interpolate(from(confidenceRow, x), count, strip.confidence);
-    ConvertToSource(width, warp.field.mapWidth, scale, count, strip.sourceX);
-    ConvertToSource(warp.height, warp.field.mapHeight, scale, count, strip.sourceY);
-    const int usable = FindUsable(width - 1, warp.height - 1, count, strip);
-    FindSourcePixels(width, warp.height, count, strip);
-    GatherSourcePixels(warp.frame.rgba, count, strip);
+    const int unusable = FindSources(from(xRow, x), from(yRow, x), from(confidenceRow, x), xAxis,
+                                     yAxis, count, strip);
+    GatherSourcePixels(warp.frame.rgba, width, warp.height, count, strip);
     SampleFrame(strip, count, width, rgb + x);
-    if (usable < count) {
+    if (unusable > 0) {
       FallBackWhereUnusable(strip, PixelAt(reference, x), count, width, rgb + x, weight + x);
     }
   }

@@ -1,7 +1,9 @@
 #include "edof/pyramid.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
+#include <cstdint>
 
 #include "edof/parallel_rows.h"
 
@@ -36,51 +38,53 @@ struct Taps {
   double bottomRight;
 };
 
-// Coarse columns that go through all taps together, so that the sums stay in the first-level cache.
-constexpr int kDoubleStrip = 256;
+// `value` rounded to the 24 bits that a float has, without becoming one: converting there and back
+// takes longer. Adding a power of two with 29 bits more pushes the bits out that are too many, and
+// half of that power on top keeps the sum within its binade; subtracting both is exact. Values
+// below the normal floats keep more bits than a float would: they are far from making a byte
+// differ.
+double RoundedToFloat(double value) {
+  constexpr std::uint64_t kExponent = 0x7ff0000000000000U;
+  constexpr std::uint64_t kTimesThreeHalvesOfTwoToThe29 = 0x01d8000000000000U;
+  const std::uint64_t power = std::bit_cast<std::uint64_t>(value) & kExponent;
+  const auto large = std::bit_cast<double>(power + kTimesThreeHalvesOfTwoToThe29);
+  return (value + large) - large;
+}
+
+// Whether a fraction is 0, 1/4, 1/2 or 3/4: its taps are then sixteenths.
+bool IsQuarters(double fraction) {
+  return fraction == 0.0 || fraction == 0.25 || fraction == 0.5 || fraction == 0.75;
+}
 
 // Column x of an exactly doubled width lies at (x + 0.5) / 2 - 0.5, which is exact: columns 2k + 1
 // and 2k + 2 lie a quarter and three quarters of the way from coarse column k to k + 1. The first
 // column lies before the first coarse one and takes its value, as its fraction is clamped to 0;
 // the last has no neighbour but keeps its fraction of a quarter.
-// One tap after the other: four roundings in a row would wait for each other, while the turns of a
-// loop are independent.
+// `fraction` is of quarters, so that the first product is one of floats, rounded once.
 void DoubleRow(const float* __restrict top, const float* __restrict bottom, double fraction,
                int sourceWidth, float* __restrict out) {
-  const Taps quarter(0.25, fraction);
-  const Taps threeQuarters(0.75, fraction);
+  const Taps near(0.25, fraction);
+  const Taps far(0.75, fraction);
   const int last = sourceWidth - 1;
   const int second = std::min(1, last);
   out[0] = Taps(0.0, fraction).Sum(top[0], top[second], bottom[0], bottom[second]);
-  float near[kDoubleStrip];
-  float far[kDoubleStrip];
-  for (int begin = 0; begin < last; begin += kDoubleStrip) {
-    const int count = std::min(kDoubleStrip, last - begin);
-    const float* __restrict upper = top + begin;
-    const float* __restrict lower = bottom + begin;
-    float* __restrict target = out + 1 + std::ptrdiff_t{2} * begin;
-    for (int k = 0; k < count; ++k) {
-      const double value = upper[k];
-      near[k] = static_cast<float>(value * quarter.topLeft);
-      far[k] = static_cast<float>(value * threeQuarters.topLeft);
-    }
-    for (int k = 0; k < count; ++k) {
-      const double value = upper[k + 1];
-      near[k] = static_cast<float>(near[k] + value * quarter.topRight);
-      far[k] = static_cast<float>(far[k] + value * threeQuarters.topRight);
-    }
-    for (int k = 0; k < count; ++k) {
-      const double value = lower[k];
-      near[k] = static_cast<float>(near[k] + value * quarter.bottomLeft);
-      far[k] = static_cast<float>(far[k] + value * threeQuarters.bottomLeft);
-    }
-    for (std::ptrdiff_t k = 0; k < count; ++k) {
-      const double value = lower[k + 1];
-      target[2 * k] = static_cast<float>(near[k] + value * quarter.bottomRight);
-      target[2 * k + 1] = static_cast<float>(far[k] + value * threeQuarters.bottomRight);
-    }
+  const auto nearTopLeft = static_cast<float>(near.topLeft);
+  const auto farTopLeft = static_cast<float>(far.topLeft);
+  float* __restrict target = out + 1;
+  for (std::ptrdiff_t k = 0; k < last; ++k) {
+    const double topRight = top[k + 1];
+    const double bottomLeft = bottom[k];
+    const double bottomRight = bottom[k + 1];
+    double nearSum = top[k] * nearTopLeft;
+    double farSum = top[k] * farTopLeft;
+    nearSum = RoundedToFloat(nearSum + topRight * near.topRight);
+    farSum = RoundedToFloat(farSum + topRight * far.topRight);
+    nearSum = RoundedToFloat(nearSum + bottomLeft * near.bottomLeft);
+    farSum = RoundedToFloat(farSum + bottomLeft * far.bottomLeft);
+    target[2 * k] = static_cast<float>(nearSum + bottomRight * near.bottomRight);
+    target[2 * k + 1] = static_cast<float>(farSum + bottomRight * far.bottomRight);
   }
-  out[2 * last + 1] = quarter.Sum(top[last], top[last], bottom[last], bottom[last]);
+  out[2 * last + 1] = near.Sum(top[last], top[last], bottom[last], bottom[last]);
 }
 
 void ExpandRow(const float* top, const float* bottom, double fraction,
@@ -165,11 +169,9 @@ ExpansionPosition LocateInCoarser(int index, int targetSize, int sourceSize) {
 
 ExpansionColumns::ExpansionColumns(int coarseWidth, int fineWidth)
     : sourceWidth(coarseWidth), targetWidth(fineWidth), doubles(fineWidth == 2 * coarseWidth) {
-  if (!doubles) {
-    table.reserve(static_cast<std::size_t>(fineWidth));
-    for (int x = 0; x < fineWidth; ++x) {
-      table.push_back(LocateInCoarser(x, fineWidth, coarseWidth));
-    }
+  table.reserve(static_cast<std::size_t>(fineWidth));
+  for (int x = 0; x < fineWidth; ++x) {
+    table.push_back(LocateInCoarser(x, fineWidth, coarseWidth));
   }
 }
 
@@ -179,7 +181,7 @@ void UpsampleRgb(const float* top, const float* bottom, double fraction,
     const float* const topPlane = top + PlaneOffset(channel, columns.sourceWidth);
     const float* const bottomPlane = bottom + PlaneOffset(channel, columns.sourceWidth);
     float* const outPlane = out + PlaneOffset(channel, columns.targetWidth);
-    if (columns.doubles) {
+    if (columns.doubles && IsQuarters(fraction)) {
       DoubleRow(topPlane, bottomPlane, fraction, columns.sourceWidth, outPlane);
     } else {
       ExpandRow(topPlane, bottomPlane, fraction, columns, outPlane);

@@ -48,7 +48,7 @@ struct ExpansionColumns {
 
   int sourceWidth;
   int targetWidth;
-  bool doubles;  ///< whether the width doubles exactly, which leaves the table empty
+  bool doubles;  ///< whether the width doubles exactly
   UnsetVector<ExpansionPosition> table;
 };
 

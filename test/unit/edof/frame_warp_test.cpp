@@ -143,6 +143,47 @@ TEST(FrameWarp, ADifferenceThatOverflowsRejectsThePixel) {
   }
 }
 
+// The last row and column have no next one; what is sampled there must be read within the frame.
+TEST(FrameWarp, SamplesTheLastRowAndColumnExactly) {
+  for (const auto& [width, height] :
+       {std::pair{1, 1}, std::pair{1, 5}, std::pair{5, 1}, std::pair{2, 2}, std::pair{6, 4}}) {
+    const std::size_t pixels = static_cast<std::size_t>(width * height);
+    test::GuardedBuffer rgba(4 * pixels);
+    for (std::size_t byte = 0; byte < rgba.size(); ++byte) {
+      rgba.data()[byte] = static_cast<std::uint8_t>(37 * byte + 11);
+    }
+    std::vector<float> x;
+    std::vector<float> y;
+    for (int cell = 0; cell < width * height; ++cell) {
+      x.push_back(static_cast<float>(cell % width));
+      y.push_back(static_cast<float>(cell / width));
+    }
+    const std::vector<float> ones(pixels, 1.0F);
+    const FrameWarp warp{{rgba.data(), 1.0},
+                         {width, height, x.data(), y.data(), ones.data(), true},
+                         ones.data(),
+                         rgba.data(),
+                         ones.data(),
+                         1.0F,
+                         width,
+                         height};
+    WarpMemory memory(width);
+    memory.Begin(warp);
+    Level level(width, height);
+    for (int row = 0; row < height; ++row) {
+      WarpFrameRow(warp, row, memory, level.RgbRow(row), level.WeightRow(row));
+    }
+    const std::vector<float> colours = Interleaved(level);
+    for (std::size_t pixel = 0; pixel < pixels; ++pixel) {
+      for (std::size_t channel = 0; channel < 3; ++channel) {
+        EXPECT_EQ(colours[3 * pixel + channel], rgba.data()[4 * pixel + channel])
+            << "pixel " << pixel << " of " << width << " x " << height;
+      }
+      EXPECT_EQ(level.weight[pixel], 1.0F);
+    }
+  }
+}
+
 TEST(FrameWarp, TheLargestConfidenceIsUsable) {
   SmallWarp warp;
   warp.confidence.assign(4, std::numeric_limits<float>::max());

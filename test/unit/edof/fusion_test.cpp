@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <limits>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -98,6 +99,31 @@ TEST(FuseAgainstReference, FourLevels) {
                        50000, 20);
 }
 
+// All patterns of small stacks, some of large ones; whether any of them is accepted at all
+// included.
+TEST(FuseAgainstReference, EveryReferenceAndPatternOfAcceptedFields) {
+  constexpr unsigned kPatterns = 16;
+  std::set<std::size_t> counts;
+  for (std::uint32_t seed = 60000; counts.size() < 9; ++seed) {
+    RandomStack stack(seed, {{6, 5}});
+    const std::size_t count = stack.frames.size();
+    if (!counts.insert(count).second) {
+      continue;
+    }
+    const unsigned step = std::max(1U, (1U << count) / kPatterns + 1);
+    for (std::size_t reference = 0; reference < count; ++reference) {
+      stack.referenceIndex = static_cast<int>(reference);
+      for (unsigned pattern = 0; pattern < 1U << count; pattern += step) {
+        for (std::size_t i = 0; i < count; ++i) {
+          stack.fields[i].accepted = (pattern >> i & 1U) != 0;
+        }
+        ASSERT_NO_FATAL_FAILURE(
+            ExpectSameBytes(stack, 1, "sse2", ReferenceFuse(stack.ForReference())));
+      }
+    }
+  }
+}
+
 TEST(CheckedPixels, TakesOneTo16384) {
   EXPECT_EQ(CheckedPixels(1, 1), 1U);
   EXPECT_EQ(CheckedPixels(16384, 16384), 268435456U);
@@ -141,7 +167,7 @@ struct PlainStack {
     }
   }
 
-  std::vector<std::uint8_t> Fused(int referenceIndex = 0) const {
+  std::vector<std::uint8_t> Fused(int referenceIndex = 0, unsigned maxThreads = 2) const {
     std::vector<FrameView> frames;
     std::vector<FieldView> fields;
     std::vector<const float*> weights;
@@ -152,7 +178,7 @@ struct PlainStack {
       weights.push_back(weight[i].data());
     }
     const std::vector<std::uint8_t> fused =
-        Fuse(width, height, referenceIndex, frames, fields, weights, 2, "sse2");
+        Fuse(width, height, referenceIndex, frames, fields, weights, maxThreads, "sse2");
     EXPECT_EQ(fused, ReferenceFuse({width, height, referenceIndex, frames, fields, weights}));
     return fused;
   }
@@ -342,6 +368,28 @@ TEST(Fuse, ALimitOfOneStartsNoThread) {
   const int before = test::StartedThreads();
   FuseStack(stack, 1, "sse2");
   EXPECT_EQ(test::StartedThreads(), before);
+}
+
+int ThreadsStartedToFuse(int width, int height, unsigned maxThreads) {
+  const int before = test::StartedThreads();
+  PlainStack(width, height).Fused(0, maxThreads);
+  return test::StartedThreads() - before;
+}
+
+TEST(Fuse, FortySevenRowsStartNoThread) {
+  EXPECT_EQ(ThreadsStartedToFuse(60, 47, 8), 0);
+  EXPECT_EQ(ThreadsStartedToFuse(200, 47, 8), 0);
+}
+
+TEST(Fuse, EveryStageStartsItsThreads) {
+  // Clearing, summing weights, three frames, packing.
+  EXPECT_EQ(ThreadsStartedToFuse(60, 48, 8), 6 * 7);
+  EXPECT_EQ(ThreadsStartedToFuse(60, 48, 3), 6 * 2);
+  // Two levels, of 96 and 48 rows: clearing and collapsing both, and of each frame the finest level
+  // and the coarsest.
+  EXPECT_EQ(ThreadsStartedToFuse(100, 96, 8), (2 + 1 + 3 * 2 + 2) * 7);
+  // The pass over the finest level goes by the rows of the next one: 47 are not split.
+  EXPECT_EQ(ThreadsStartedToFuse(100, 94, 8), (1 + 1 + 1) * 7);
 }
 
 }  // namespace

@@ -71,19 +71,22 @@ void ExpectHalves(const SizeList& sizes, unsigned maxThreads) {
   }
 }
 
-void ExpectExpands(int sourceWidth, int sourceHeight, int targetWidth, int targetHeight) {
-  std::mt19937 engine(kSeed);
-  const Level source = RandomLevel(engine, sourceWidth, sourceHeight);
-  const ExpansionColumns columns(sourceWidth, targetWidth);
+void ExpectExpands(const Level& source, int targetWidth, int targetHeight) {
+  const ExpansionColumns columns(source.width, targetWidth);
   Level target(targetWidth, targetHeight);
   for (int y = 0; y < targetHeight; ++y) {
     UpsampleRgbRow(source, y, targetHeight, columns, target.RgbRow(y));
   }
-  const std::vector<float> expected = ReferenceUpsampleRgb(Interleaved(source), sourceWidth,
-                                                           sourceHeight, targetWidth, targetHeight);
+  const std::vector<float> expected = ReferenceUpsampleRgb(
+      Interleaved(source), source.width, source.height, targetWidth, targetHeight);
   EXPECT_EQ(FirstDifference(Interleaved(target), expected), "")
-      << sourceWidth << " x " << sourceHeight << " to " << targetWidth << " x " << targetHeight
+      << source.width << " x " << source.height << " to " << targetWidth << " x " << targetHeight
       << ", seed " << kSeed;
+}
+
+void ExpectExpands(int sourceWidth, int sourceHeight, int targetWidth, int targetHeight) {
+  std::mt19937 engine(kSeed);
+  ExpectExpands(RandomLevel(engine, sourceWidth, sourceHeight), targetWidth, targetHeight);
 }
 
 TEST(LevelSizes, HalveFourLevelsAtMost) {
@@ -145,6 +148,25 @@ TEST(UpsampleRgb, DoublesEveryWidthAsTheReferenceDoes) {
     ExpectExpands(width, 5, 2 * width, 10);
   }
   ExpectExpands(960, 3, 1920, 6);
+}
+
+// Sums that lie halfway between two floats, or just below a power of two, whatever the exponents.
+TEST(UpsampleRgb, RoundsEverySumAsAFloatDoes) {
+  std::mt19937 engine(kSeed);
+  for (const int spread : {0, 2, 8, 60}) {
+    for (int turn = 0; turn < 20; ++turn) {
+      Level source(300, 2);
+      std::generate(source.rgb.begin(), source.rgb.end(), [&engine, spread] {
+        const auto bits = static_cast<std::uint32_t>(engine());
+        const std::uint32_t mantissas[] = {bits >> 8, 0xffffffU, 0xffffffU - (bits & 7U),
+                                           0x800000U + (bits & 7U)};
+        const int exponent = static_cast<int>(engine() % (static_cast<unsigned>(spread) + 1));
+        const float size = std::ldexp(static_cast<float>(mantissas[bits >> 4 & 3U]), -exponent);
+        return (bits & 1U) != 0 ? size : -size;
+      });
+      ExpectExpands(source, 600, 4);
+    }
+  }
 }
 
 TEST(UpsampleRgb, ExpandsToOddSizesAsTheReferenceDoes) {

@@ -2,7 +2,7 @@
 // and fused by the addon, next to the best single frame and to Enfuse and align_image_stack (the
 // Debian packages enfuse and hugin-tools) where they are installed.
 //
-//   node bench/fusion_quality.bench.js [FOLDER]
+//   node bench/fuse_quality.bench.js [FOLDER]
 //
 // FOLDER holds one folder a stack; without it OSTREL_FOCUS_STACKS names it, or it is looked for
 // beside the project.
