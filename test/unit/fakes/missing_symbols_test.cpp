@@ -1,6 +1,7 @@
 // The variants of a fake that lack one symbol each.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <set>
 #include <string>
 #include <vector>
@@ -48,6 +49,24 @@ TEST(FakeJpegLibrary, HasAVariantWithoutEachOfItsSymbols) {
     std::set<std::string> expected = all;
     expected.erase(missing);
     EXPECT_EQ(ExportedSymbols(FakePath("without_" + missing + "/libturbojpeg.so")), expected);
+  }
+}
+
+const std::vector<std::string> kMicroscopeSymbols = {
+#define REQUIRED(name, result, parameters) #name,
+#define OPTIONAL(name, result, parameters) #name,
+#include "devices/ostrel_symbols.h"
+};
+
+TEST(FakeMicroscopeLibrary, HasAVariantWithoutEachOfItsSymbols) {
+  ASSERT_EQ(kMicroscopeSymbols.size(), 22U);
+  std::set<std::string> all(kMicroscopeSymbols.begin(), kMicroscopeSymbols.end());
+  all.insert("fake_control");
+  EXPECT_EQ(ExportedSymbols(FakePath("libostrel.so")), all);
+  for (const std::string& missing : kMicroscopeSymbols) {
+    std::set<std::string> expected = all;
+    expected.erase(missing);
+    EXPECT_EQ(ExportedSymbols(FakePath("without_" + missing + "/libostrel.so")), expected);
   }
 }
 
