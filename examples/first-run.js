@@ -8,7 +8,6 @@
 import { mkdir, stat } from 'node:fs/promises';
 import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
-import { fileURLToPath } from 'node:url';
 import { parseArgs } from 'node:util';
 
 import sharp from 'sharp';
@@ -16,6 +15,7 @@ import sharp from 'sharp';
 import { LiveLine } from '../scripts/lib/live-line.js';
 import { findEncoderName } from './lib/encoder-name.js';
 import { buildDirectory, loadAddon } from './lib/load-addon.js';
+import { heading, recordingsDirectory, row, runExample, timeName } from './lib/report.js';
 import { CallError, cameraResults, check, recordingResults } from './lib/results.js';
 
 const device = 0;
@@ -24,7 +24,6 @@ const previewSize = { width: 960, height: 540 };
 const bitrate = 4_000_000;
 const firstFrameSeconds = 5;
 const windowRefreshMs = 16;
-const recordingsDirectory = fileURLToPath(new URL('../recordings', import.meta.url));
 
 function readArguments() {
   const { values } = parseArgs({
@@ -37,9 +36,6 @@ function readArguments() {
   const directory = process.env.OSTREL_NATIVE_DIR || path.join(buildDirectory, 'simulator');
   return { library: values.library ?? path.join(directory, 'libcnokhwa.so'), seconds };
 }
-
-const heading = (text) => console.log(`\n${text}`);
-const row = (label, text) => console.log(`  ${label.padEnd(20)}  ${text}`);
 
 function openCamera(addon, library) {
   heading('Camera library');
@@ -211,16 +207,10 @@ async function main() {
   listCameras(addon);
   const format = chooseFormat(addon);
   await mkdir(recordingsDirectory, { recursive: true });
-  // This locale writes a date as 2000-12-31 23:59:59.
-  const name = new Date().toLocaleString('sv-SE').replace(/[ :]/g, '-');
+  const name = timeName();
   const video = path.join(recordingsDirectory, `${name}.mp4`);
   const seen = await runLive(addon, format, video, seconds);
   await report(addon, seen, video, path.join(recordingsDirectory, `${name}.png`));
 }
 
-try {
-  await main();
-} catch (error) {
-  console.error(`\n${error.message}`);
-  process.exitCode = 1;
-}
+await runExample(main);

@@ -13,6 +13,8 @@ import { parseArgs } from 'node:util';
 
 import { LiveLine } from '../scripts/lib/live-line.js';
 import { loadAddon } from './lib/load-addon.js';
+import { heading, row, runExample } from './lib/report.js';
+import { expectDone } from './lib/results.js';
 import { MicroscopeControl, simulatedLibrary } from './lib/virtual-microscope.js';
 
 const pollMs = 16;
@@ -29,31 +31,21 @@ function readArguments() {
   return { library: real ?? simulatedLibrary('libostrel.so'), isVirtual: !real, device: Number(values.device) };
 }
 
-const heading = (text) => console.log(`\n${text}`);
-const row = (label, text) => console.log(`  ${label.padEnd(20)}  ${text}`);
-
-/** Throws what the addon and the library have to say, unless a call has done what it should. */
-function expect(addon, done, call) {
-  if (!done) {
-    throw new Error(`${call} failed: ${addon.ostrelLastError() || addon.getLastError() || 'no reason given'}`);
-  }
-}
-
 async function open(addon, { library, device }) {
   heading('Microscope library');
   const { ok, path: loaded } = addon.loadOstrel(library);
-  expect(addon, ok, `loadOstrel(${library})`);
+  expectDone(addon, ok, `loadOstrel(${library})`);
   row('loaded', loaded);
   const { apiVersion, ...features } = addon.ostrelCapabilities();
   row('interface version', `${apiVersion >>> 16}.${apiVersion & 0xffff}`);
   row('offers', Object.keys(features).filter((name) => features[name]).join(', ') || 'nothing beyond the least');
-  expect(addon, await addon.ostrelInitAsync(), 'ostrelInitAsync');
+  expectDone(addon, await addon.ostrelInitAsync(), 'ostrelInitAsync');
 
   heading('Microscopes');
   for (const { index, uniqueId, name } of await addon.ostrelDevicesAsync()) {
     row(`microscope ${index}`, `${name} (${uniqueId})`);
   }
-  expect(addon, await addon.ostrelSelectDeviceAsync(device), `ostrelSelectDeviceAsync(${device})`);
+  expectDone(addon, await addon.ostrelSelectDeviceAsync(device), `ostrelSelectDeviceAsync(${device})`);
   row('selected', addon.ostrelGetSelectedDevice());
 }
 
@@ -126,11 +118,11 @@ class Telemetry {
 
 async function driveFocus(addon, telemetry) {
   for (const position of [60, 200]) {
-    expect(addon, await addon.ostrelSetFocusPositionAsync(position), `ostrelSetFocusPositionAsync(${position})`);
+    expectDone(addon, await addon.ostrelSetFocusPositionAsync(position), `ostrelSetFocusPositionAsync(${position})`);
     telemetry.say(`focus to ${position}`, `at ${addon.ostrelGetFocusPosition()}`);
   }
   for (const name of ['ostrelFocusNearAsync', 'ostrelFocusFarAsync']) {
-    expect(addon, await addon[name](), name);
+    expectDone(addon, await addon[name](), name);
     telemetry.say(`one step ${name.includes('Near') ? 'near' : 'far'}`, `at ${addon.ostrelGetFocusPosition()}`);
   }
   const refused = await addon.ostrelSetFocusPositionAsync(256);
@@ -139,14 +131,14 @@ async function driveFocus(addon, telemetry) {
 
 async function driveLed(addon, telemetry) {
   for (const on of [false, true]) {
-    expect(addon, await addon.ostrelSetLedStateAsync(on), `ostrelSetLedStateAsync(${on})`);
+    expectDone(addon, await addon.ostrelSetLedStateAsync(on), `ostrelSetLedStateAsync(${on})`);
     telemetry.say(`LED ${on ? 'on' : 'off'}`, `the microscope says ${addon.ostrelGetLedState()}`);
     await sleep(settledMs);
   }
 }
 
 async function autoFocus(addon, telemetry) {
-  expect(addon, await addon.ostrelTriggerAutoFocusAsync(), 'ostrelTriggerAutoFocusAsync');
+  expectDone(addon, await addon.ostrelTriggerAutoFocusAsync(), 'ostrelTriggerAutoFocusAsync');
   const started = performance.now();
   const position = await telemetry.focusAtRest(autoFocusSeconds);
   telemetry.say('auto-focus', `at ${position}, after ${((performance.now() - started) / 1000).toFixed(1)} s`);
@@ -201,9 +193,4 @@ async function main() {
   }
 }
 
-try {
-  await main();
-} catch (error) {
-  console.error(`\n${error.message}`);
-  process.exitCode = 1;
-}
+await runExample(main);
