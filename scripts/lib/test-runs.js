@@ -11,6 +11,11 @@ import { run } from './processes.js';
 // A thread that waits for another one should get its turn also on a machine with one core.
 const jobs = Math.max(2, os.cpus().length);
 
+// Left to itself, Node keeps a core free, which on two cores means one file after the other; and some
+// files mostly wait for time-outs. Older versions cannot be told.
+const [major, minor] = process.versions.node.split('.').map(Number);
+const concurrency = major > 20 || (major === 20 && minor >= 10) ? [`--test-concurrency=${jobs}`] : [];
+
 /** The counts of a JUnit file as CTest writes it. */
 export function countJUnit(xml) {
   const suite = /<testsuite\b[^>]*>/.exec(xml)?.[0] ?? '';
@@ -30,6 +35,17 @@ export function countTap(text) {
   };
 }
 
+/** Why tests were skipped, a line for each test, from a JUnit file with GoogleTest's words in it. */
+export function skipReasonsInJUnit(xml) {
+  return [...xml.matchAll(/<testcase name="([^"]*)"(?:(?!<\/testcase>)[^])*?: Skipped\n(.*)/g)]
+    .map(([, name, reason]) => `skipped: ${name}: ${reason}`);
+}
+
+/** The same from what Node's test runner prints as TAP. */
+export function skipReasonsInTap(text) {
+  return [...text.matchAll(/^ *ok \d+ - (.*) # SKIP (.*)$/gm)].map(([, name, reason]) => `skipped: ${name}: ${reason}`);
+}
+
 /** A run that ended badly has failed even if nothing in it says so, a crash for example. */
 export function withExitCode(counts, exitCode) {
   return exitCode !== 0 && counts.failed === 0 ? { ...counts, failed: 1 } : counts;
@@ -41,7 +57,10 @@ export function summary(results) {
   return `${sum('passed')} passed, ${sum('failed')} failed`;
 }
 
-function finish(step, counts) {
+function finish(step, counts, skipReasons) {
+  if (skipReasons.length > 0) {
+    step.print(skipReasons.map((line) => `  ${line}`));
+  }
   const skipped = counts.skipped > 0 ? `, ${counts.skipped} skipped` : '';
   step.done(`${counts.passed} passed, ${counts.failed} failed${skipped}  (${step.seconds} s)`);
   return counts;
@@ -72,7 +91,8 @@ export async function runUnitTests(step, preset, env = {}) {
   if (exitCode !== 0) {
     step.print([...remarks, `The whole output stands in ${shown(log)}.`]);
   }
-  return finish(step, withExitCode(countJUnit(readIfThere(report)), exitCode));
+  const xml = readIfThere(report);
+  return finish(step, withExitCode(countJUnit(xml), exitCode), skipReasonsInJUnit(xml));
 }
 
 /** The script tests: every *.test.js below test/script. */
@@ -104,7 +124,7 @@ export async function runScriptTests(step, preset, env = {}) {
       step.progress(`${++finished}  ${name}`);
     }
   };
-  const args = ['--test', '--test-reporter=tap', '--test-reporter-destination=stdout',
+  const args = ['--test', ...concurrency, '--test-reporter=tap', '--test-reporter-destination=stdout',
     '--test-reporter=spec', `--test-reporter-destination=${report}`, ...files];
   const exitCode = await run(process.execPath, args, {
     env: {
@@ -120,7 +140,8 @@ export async function runScriptTests(step, preset, env = {}) {
     const failures = text.slice(Math.max(text.lastIndexOf('failing tests:'), 0));
     step.print([failures, `The whole output stands in ${shown(report)} and ${shown(log)}.`]);
   }
-  return finish(step, withExitCode(countTap(readIfThere(log)), exitCode));
+  const tap = readIfThere(log);
+  return finish(step, withExitCode(countTap(tap), exitCode), skipReasonsInTap(tap));
 }
 
 /** Runs all tests of a preset and gives the counts of each kind. */

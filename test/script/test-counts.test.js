@@ -5,7 +5,9 @@ import { describe, it } from 'node:test';
 
 import { LiveLine } from '../../scripts/lib/live-line.js';
 import { sanitizerOptions } from '../../scripts/lib/sanitizers.js';
-import { countJUnit, countTap, summary, withExitCode } from '../../scripts/lib/test-runs.js';
+import {
+  countJUnit, countTap, skipReasonsInJUnit, skipReasonsInTap, summary, withExitCode,
+} from '../../scripts/lib/test-runs.js';
 
 describe('the counts of the unit tests', () => {
   it('come from the first line of the report', () => {
@@ -23,6 +25,19 @@ describe('the counts of the script tests', () => {
   it('come from the closing lines, cancelled tests being failures', () => {
     const text = 'not ok 1 - # pass 99\n# tests 9\n# suites 1\n# pass 4\n# fail 2\n# cancelled 1\n# skipped 1\n# todo 1\n';
     assert.deepEqual(countTap(text), { passed: 4, failed: 3, skipped: 2 });
+  });
+});
+
+describe('the reasons of skipped tests', () => {
+  it('are the words that a unit test gave', () => {
+    const report = '<testcase name="A.Runs"><system-out>x</system-out></testcase>\n<testcase name="B.Waits" status="notrun">' +
+      '<skipped message="y"/><system-out>[ RUN ]\n/a/b.cpp:7: Skipped\nno such processor\n[ SKIPPED ]</system-out></testcase>';
+    assert.deepEqual(skipReasonsInJUnit(report), ['skipped: B.Waits: no such processor']);
+  });
+
+  it('are the words that a script test gave', () => {
+    const text = 'ok 1 - runs\n    ok 2 - waits # SKIP no camera\n';
+    assert.deepEqual(skipReasonsInTap(text), ['skipped: waits: no camera']);
   });
 });
 
