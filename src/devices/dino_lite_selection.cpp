@@ -11,12 +11,12 @@ namespace ostrel_native {
 
 namespace {
 
-// What a device that was only just plugged in needs before the library finds it.
+// Lets a device that was only just plugged in settle before the library looks for it.
 constexpr std::chrono::milliseconds kPauseBeforeFirstSelection{300};
 
 // Reports a refusal with the library's own words, if it has any. False.
 bool Refuse(DinoLiteBinding& binding, const char* otherwise) {
-  // Cleared first: a library that is asked for its words finds nothing selected.
+  // Gone before the library is asked for its words, for which it may take its time.
   binding.ClearDeviceState();
   const std::string words =
       binding.dl_get_last_error != nullptr ? SafeCString(binding.dl_get_last_error()) : "";
