@@ -3,10 +3,7 @@
 #pragma once
 
 #include <cmath>
-#include <cstdint>
 #include <optional>
-
-#include "devices/cache_age.h"
 
 namespace ostrel_native {
 
@@ -34,13 +31,6 @@ inline bool IsForOtherAmr(double cached, double wanted) {
 /// Thread: any.
 constexpr std::optional<double> ReadingOrNothing(double value) {
   return !(value <= 0.0) ? std::optional(value) : std::nullopt;
-}
-
-/// The reading that may be served at `nowMs`; both stamps are of `SteadyMs`.
-/// Thread: any.
-constexpr std::optional<double> ServedReading(double value, std::int64_t stampMs,
-                                              std::int64_t nowMs) {
-  return IsFresh(stampMs, nowMs) ? ReadingOrNothing(value) : std::nullopt;
 }
 
 }  // namespace ostrel_native

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "devices/cache_age.h"
 #include "devices/dino_lite_readings.h"
 
 namespace ostrel_native {
@@ -16,7 +17,7 @@ std::optional<double> Served(const std::atomic<double>& value,
                              const std::atomic<std::int64_t>& stampMs) {
   const std::int64_t stamp = stampMs;
   const double read = value;
-  return ServedReading(read, stamp, SteadyMs());
+  return IsFreshNow(stamp) ? ReadingOrNothing(read) : std::nullopt;
 }
 
 void RefreshAmrOnOwnerThread() {

@@ -12,7 +12,7 @@ static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
 static_assert(std::atomic<float>::is_always_lock_free);
 
 bool IsTelemetryFresh() {
-  return IsFresh(g_ostrelCachedTelemetryAtMs, SteadyMs());
+  return IsFreshNow(g_ostrelCachedTelemetryAtMs);
 }
 
 void ReadStatus() {
@@ -180,7 +180,7 @@ bool PollOstrelCapturePressed() {
 }
 
 std::int32_t CachedOstrelFocusPosition() {
-  return IsFresh(g_ostrelCachedFocusAtMs, SteadyMs()) ? g_ostrelCachedFocusPosition.load() : -1;
+  return IsFreshNow(g_ostrelCachedFocusAtMs) ? g_ostrelCachedFocusPosition.load() : -1;
 }
 
 std::optional<OstrelVersion> CachedOstrelVersion() {

@@ -70,7 +70,7 @@ struct VendorSdkExecutor {
   void SetIdleTask(std::function<void()> task);
 
   /// Ends the owner thread once the queue is empty. The first call runs `lastTask`, if there is
-  /// one, before no new work is accepted; if it fails, the last error tells and nothing else.
+  /// one, while work is still accepted; if it fails, the last error tells and nothing else.
   /// Thread: any but the owner.
   void Shutdown(const std::function<void()>& lastTask);
 

@@ -24,6 +24,29 @@ TEST(IsFresh, ServesAValueThatIsNewerThanTheReadersTime) {
   EXPECT_TRUE(IsFresh(5000, 4999));
 }
 
+// Never a value of more than two seconds, and never none of less: between a clock before and a clock
+// behind the question lies the moment that it was answered for.
+TEST(IsFreshNow, AgreesWithTheExactClockAlsoNearTheLimit) {
+  EXPECT_FALSE(IsFreshNow(0));
+  EXPECT_TRUE(IsFreshNow(SteadyMs()));
+  EXPECT_TRUE(IsFreshNow(SteadyMs() + 50));
+  EXPECT_FALSE(IsFreshNow(SteadyMs() - 10'000));
+  for (std::int64_t age = 1'880; age < 2'120; ++age) {
+    const std::int64_t stamp = SteadyMs() - age;
+    const bool freshBefore = IsFresh(stamp, SteadyMs());
+    const bool fresh = IsFreshNow(stamp);
+    const bool freshBehind = IsFresh(stamp, SteadyMs());
+    EXPECT_TRUE(fresh == freshBefore || fresh == freshBehind) << age;
+  }
+}
+
+TEST(CoarseSteadyMs, IsTheSteadyClockALittleBehind) {
+  const std::int64_t coarse = CoarseSteadyMs();
+  const std::int64_t exact = SteadyMs();
+  EXPECT_LE(coarse, exact);
+  EXPECT_GT(coarse, exact - 60'000);
+}
+
 TEST(SteadyMs, CountsTheSteadyClockInWholeMilliseconds) {
   using std::chrono::duration_cast;
   using std::chrono::milliseconds;

@@ -64,16 +64,5 @@ TEST(ReadingOrNothing, TakesZeroAndLessForNothing) {
   EXPECT_TRUE(std::isnan(*ReadingOrNothing(kNaN)));
 }
 
-TEST(ServedReading, IsServedForTwoSecondsToTheMillisecond) {
-  EXPECT_EQ(ServedReading(50.0, 7000, 7000), 50.0);
-  EXPECT_EQ(ServedReading(50.0, 7000, 9000), 50.0);
-  EXPECT_EQ(ServedReading(50.0, 7000, 9001), std::nullopt);
-  EXPECT_EQ(ServedReading(50.0, 1, 2001), 50.0);
-  EXPECT_EQ(ServedReading(50.0, 0, 1), std::nullopt);
-  EXPECT_EQ(ServedReading(-1.0, 7000, 7000), std::nullopt);
-  EXPECT_TRUE(ServedReading(kNaN, 7000, 9000).has_value());
-  EXPECT_FALSE(ServedReading(kNaN, 7000, 9001).has_value());
-}
-
 }  // namespace
 }  // namespace ostrel_native

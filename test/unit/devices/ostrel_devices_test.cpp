@@ -4,8 +4,10 @@
 
 #include <climits>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "devices/ostrel_operations.h"
 #include "unit/support/ostrel_fixture.h"
 
 namespace ostrel_native {
@@ -263,6 +265,57 @@ TEST_F(OstrelTest, GivesUpInTimeAndTellsWhyButNotInTheBindingsOwnText) {
   EXPECT_EQ(fake.Entered("Destroy"), 2);
   EXPECT_EQ(fake.Entered("SelectDeviceNumber"), 1);
   EXPECT_FALSE(g_ostrel.initialized);
+}
+
+// Also those that read the table and call the library on the script's thread, and from before the
+// load on; ThreadSanitizer looks on.
+TEST_F(OstrelTest, TakesEveryCallFromManyThreadsAtOnce) {
+  fake.Send("log_limit 0\ndefault SetFocusPosition 0\ntext GetLastErrorString odd");
+  constexpr int kTurns = 200;
+  const auto repeat = [](auto call) {
+    return std::jthread([call] {
+      for (int turn = 0; turn < kTurns; ++turn) {
+        call(turn);
+      }
+    });
+  };
+  {
+    std::vector<std::jthread> threads;
+    threads.push_back(repeat([](int) {
+      g_ostrel.LastErrorText();
+      ReadOstrelFeatures();
+      ReadOstrelLedState();
+    }));
+    threads.push_back(repeat([](int) {
+      PollOstrelStatus();
+      PollOstrelPixelSizeMicrons();
+      PollOstrelPixelSize();
+      PollOstrelLensGroup();
+      PollOstrelCapturePressed();
+      CachedOstrelFocusPosition();
+      CachedOstrelVersion();
+      CachedOstrelProtocolVersion();
+    }));
+    threads.push_back(repeat([](int turn) { SelectOstrelDevice(turn % 3); }));
+    threads.push_back(repeat([](int turn) { InitOstrel(turn % 2 == 0); }));
+    threads.push_back(repeat([](int) { DisposeOstrel(); }));
+    threads.push_back(repeat([](int turn) {
+      ListOstrelDevices();
+      MoveOstrelFocus(turn);
+      SwitchOstrelLed(true);
+      OstrelDeviceName(turn);
+    }));
+    threads.push_back(repeat([](int turn) {
+      if (turn == kTurns / 10) {
+        EXPECT_TRUE(LoadOstrelLibrary(FakePath("libostrel.so")).ok);
+      }
+      SelectedOstrelDevice();
+    }));
+  }
+  EXPECT_TRUE(fake.Send("stats SelectDeviceNumber").ends_with(" active=0 max_active=1"));
+  EXPECT_TRUE(fake.Send("stats SetLedState").ends_with(" active=0 max_active=1"));
+  EXPECT_TRUE(SelectOstrelDevice(0));
+  EXPECT_EQ(SelectedOstrelDevice(), 0);
 }
 
 }  // namespace

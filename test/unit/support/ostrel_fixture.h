@@ -28,6 +28,12 @@ struct OstrelTest : testing::Test {
     ClearOstrelVersionSnapshots();
   }
 
+  // A test may leave a poll's pass behind.
+  ~OstrelTest() override {
+    fake.Send("reset");
+    Flush();
+  }
+
   /// Loads the fake, or its variant without `missing`, and gives the fake for scripting it.
   FakeLibrary Load(const std::string& missing = "") {
     const std::string path =
