@@ -389,7 +389,7 @@ describe('the MicroTouch button', () => {
     });
   }
 
-  it('tells of a press once, one poll late, and of two as one', () => {
+  it('tells of each press once, and one poll late', () => {
     selectFull();
     addon.dinoLiteEnableMicrotouch();
     fake.send('answer dl_microtouch_pressed 1 0 0');

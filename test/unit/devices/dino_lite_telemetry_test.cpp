@@ -397,7 +397,7 @@ TEST_F(DinoTelemetryTest, ServesAFieldOfViewUntilItIsTooOld) {
   Flush();
 }
 
-TEST_F(DinoTelemetryTest, ReportsAPressOnceOneCallLateAndTwoAsOne) {
+TEST_F(DinoTelemetryTest, ReportsEachPressOnceAndOneCallLate) {
   SelectDevice();
   ASSERT_TRUE(EnableDinoMicrotouch(true));
   fake.Send("answer dl_microtouch_pressed 1 0 0");
@@ -408,14 +408,17 @@ TEST_F(DinoTelemetryTest, ReportsAPressOnceOneCallLateAndTwoAsOne) {
   EXPECT_FALSE(PollDinoMicrotouch());
   Flush();
   EXPECT_EQ(fake.Entered("dl_microtouch_pressed"), 3);
+}
 
-  fake.Send("answer dl_microtouch_pressed 1 1 0");
-  for (int i = 0; i < 2; ++i) {
-    g_dinoLiteExecutor.PostCoalesced("test", [] {});
-    PollDinoMicrotouch();
-    Flush();
-  }
-  EXPECT_TRUE(g_dinoCachedMicrotouch);
+TEST_F(DinoTelemetryTest, ReportsTwoPressesThatNobodyAskedForInBetweenAsOne) {
+  SelectDevice();
+  ASSERT_TRUE(EnableDinoMicrotouch(true));
+  fake.Send("block dl_microtouch_pressed\nanswer dl_microtouch_pressed 1 0 0");
+  EXPECT_FALSE(PollDinoMicrotouch());
+  fake.WaitEntered("dl_microtouch_pressed", 1);
+  g_dinoCachedMicrotouch = true;
+  fake.Send("release dl_microtouch_pressed");
+  Flush();
   EXPECT_TRUE(PollDinoMicrotouch());
   Flush();
   EXPECT_FALSE(PollDinoMicrotouch());
