@@ -1,4 +1,4 @@
-// What a poll of the microscope costs script code, with its library idle, busy and hung, against an
+// What a poll of a microscope costs script code, with its library idle, busy and hung, against an
 // exported function that builds the same result and does nothing else.
 
 import { createRequire } from 'node:module';
@@ -8,19 +8,49 @@ const load = createRequire(import.meta.url);
 const directory = path.join(process.env.OSTREL_TEST_BUILD_DIR, 'bench');
 const native = load(process.env.OSTREL_TEST_ADDON);
 const empty = load(path.join(directory, 'devices_results.node'));
-const library = path.join(directory, 'libostrel.so');
-const fake = load(path.join(directory, 'devices_fake_control.node')).open(library);
+const { open } = load(path.join(directory, 'devices_fake_control.node'));
 
-const getters = {
-  ostrelGetScopeStatus: 'number',
-  ostrelGetPixelSizeMicrons: 'number',
-  ostrelGetPixelSizeInfo: 'pixelSize',
-  ostrelGetLensGroupInfo: 'lensGroup',
-  ostrelGetFocusPosition: 'number',
-  ostrelIsCapturePressed: 'boolean',
-  ostrelVersionInfo: 'null',
-  ostrelProtocolVersionInfo: 'null',
-};
+const floatBits = (value) => new Int32Array(Float32Array.of(value).buffer)[0];
+const doubleBits = (value) => new BigInt64Array(Float64Array.of(value).buffer)[0];
+
+// By family: its library, how it is set up, the function of the library in which a poll lingers or
+// hangs, the poll that goes there first, and by getter the result that it builds.
+const families = [
+  {
+    library: path.join(directory, 'libostrel.so'),
+    setUp: (library) => native.loadOstrel(library).ok && native.ostrelSelectDevice(0),
+    slow: 'GetScopeStatus',
+    poll: () => native.ostrelGetScopeStatus(),
+    getters: [
+      ['ostrelGetScopeStatus', 'number'],
+      ['ostrelGetPixelSizeMicrons', 'number'],
+      ['ostrelGetPixelSizeInfo', 'pixelSize'],
+      ['ostrelGetLensGroupInfo', 'lensGroup'],
+      ['ostrelGetFocusPosition', 'number'],
+      ['ostrelIsCapturePressed', 'boolean'],
+      ['ostrelVersionInfo', 'null'],
+      ['ostrelProtocolVersionInfo', 'null'],
+    ],
+  },
+  {
+    library: path.join(directory, 'libdinolite.so'),
+    setUp: (library, fake) => {
+      fake.send(['default dl_device_supports_amr 1', `default dl_get_amr ${floatBits(50)}`,
+        `default dl_get_fovx ${doubleBits(6500)}`, 'default dl_led_mode_count 2', 'default dl_led_mode@0 16',
+        'default dl_led_mode@1 1'].join('\n'));
+      return native.loadDinoLite(library).ok && native.dinoLiteInit() && native.dinoLiteSelectDevice(0);
+    },
+    slow: 'dl_get_amr',
+    poll: () => native.dinoLiteGetAmr(0),
+    getters: [
+      ['dinoLiteGetAmr', 'number', 0],
+      ['dinoLiteGetFovx', 'number', 0, 50, 0],
+      ['dinoLiteMicrotouchPressed', 'boolean'],
+      ['dinoLiteDebugState', 'debugState'],
+    ],
+  },
+];
+
 // Short rounds, so that most of them meet no other program on the machine.
 const rounds = 1001;
 const callsPerRound = 100;
@@ -34,6 +64,14 @@ function nanosecondsPerCall(call) {
     call();
   }
   return Number(process.hrtime.bigint() - begin) / callsPerRound;
+}
+
+/** `call` with these arguments, and as little as can be around it. */
+function withArguments(call, [first, second, third]) {
+  if (first === undefined) {
+    return call;
+  }
+  return second === undefined ? () => call(first) : () => call(first, second, third);
 }
 
 /** Both in turns, so that a busier moment of the machine meets both. */
@@ -59,28 +97,36 @@ function slowest(call) {
 const states = {
   idle: () => {},
   // A pass of 5 ms: nearly every poll finds one running.
-  busy: () => fake.send('delay GetScopeStatus 5'),
-  hung: () => {
-    fake.send('block GetScopeStatus');
-    native.ostrelGetScopeStatus();
-    fake.send('wait_entered GetScopeStatus 1');
+  busy: (fake, { slow }) => fake.send(`delay ${slow} 5`),
+  hung: (fake, { slow, poll }) => {
+    const before = Number(/entered=(\d+)/.exec(fake.send(`stats ${slow}`))[1]);
+    fake.send(`block ${slow}`);
+    poll();
+    fake.send(`wait_entered ${slow} ${before + 1}`);
+    // Until all that was read is too old.
+    Atomics.wait(new Int32Array(new SharedArrayBuffer(4)), 0, 0, 2_100);
   },
 };
 
-if (!native.loadOstrel(library).ok || !native.ostrelSelectDevice(0)) {
-  throw new Error(native.getLastError());
-}
-fake.send('log_limit 0');
 console.log(`Polling getters; nanoseconds a call, medians of ${rounds} rounds of ${callsPerRound}; 99.9th percentile of ${samples}`);
 console.log('single calls in microseconds, in brackets that of the empty function');
 console.log(`${'getter'.padEnd(28)} ${'library'.padEnd(8)} ${'getter'.padStart(8)} ${'empty'.padStart(8)} ${'ratio'.padStart(6)} ${'99.9 %'.padStart(8)}`);
-for (const [state, enter] of Object.entries(states)) {
-  enter();
-  for (const [name, result] of Object.entries(getters)) {
-    const [ours, theirs, ratio] = compare(native[name], empty[result]);
-    const [late, emptyLate] = [slowest(native[name]), slowest(empty[result])];
-    console.log(`${name.padEnd(28)} ${state.padEnd(8)} ${ours.toFixed(0).padStart(8)} ${theirs.toFixed(0).padStart(8)} ` +
-      `${ratio.toFixed(2).padStart(6)} ${late.toFixed(1).padStart(8)} (${emptyLate.toFixed(1)})`);
+for (const family of families) {
+  const fake = open(family.library);
+  if (!family.setUp(family.library, fake)) {
+    throw new Error(native.getLastError());
   }
+  fake.send('log_limit 0');
+  for (const [state, enter] of Object.entries(states)) {
+    enter(fake, family);
+    for (const [name, result, ...args] of family.getters) {
+      const ours = withArguments(native[name], args);
+      const theirs = withArguments(empty[ours() === null ? 'null' : result], args);
+      const [nanoseconds, emptyNanoseconds, ratio] = compare(ours, theirs);
+      const [late, emptyLate] = [slowest(ours), slowest(theirs)];
+      console.log(`${name.padEnd(28)} ${state.padEnd(8)} ${nanoseconds.toFixed(0).padStart(8)} ${emptyNanoseconds.toFixed(0).padStart(8)} ` +
+        `${ratio.toFixed(2).padStart(6)} ${late.toFixed(1).padStart(8)} (${emptyLate.toFixed(1)})`);
+    }
+  }
+  fake.send(`release ${family.slow}`);
 }
-fake.send('release GetScopeStatus');

@@ -35,9 +35,35 @@ Napi::Value MakeLensGroup(const Napi::CallbackInfo& info) {
   return result;
 }
 
+Napi::Value MakeDebugState(const Napi::CallbackInfo& info) {
+  const Napi::Env env = info.Env();
+  Napi::Object result = Napi::Object::New(env);
+  result.Set("loaded", true);
+  result.Set("backend", "mac-libdinolite");
+  result.Set("path", "a path that is about as long as one is");
+  result.Set("selectedDeviceIndex", 0);
+  result.Set("ledState", 16);
+  result.Set("controllableLedsCount", 2);
+  result.Set("initialized", true);
+  result.Set("supportsAmr", true);
+  result.Set("supportsMicrotouch", true);
+  result.Set("supportsLedControl", true);
+  result.Set("amrRead", true);
+  result.Set("amrRaw", 50.0);
+  result.Set("amrAccepted", true);
+  result.Set("amrUpdates", 0.0);
+  Napi::Array modes = Napi::Array::New(env, 2);
+  modes.Set(0U, 16);
+  modes.Set(1U, 1);
+  result.Set("ledModes", modes);
+  result.Set("cachedAmr", 50.0);
+  result.Set("cachedAmrAgeMs", 10.0);
+  return result;
+}
+
 constexpr ostrel_native::ScriptFunction kFunctions[] = {
     {"number", MakeNumber},       {"boolean", MakeBoolean},     {"null", MakeNull},
-    {"pixelSize", MakePixelSize}, {"lensGroup", MakeLensGroup},
+    {"pixelSize", MakePixelSize}, {"lensGroup", MakeLensGroup}, {"debugState", MakeDebugState},
 };
 
 Napi::Object Init(Napi::Env env, Napi::Object exports) {

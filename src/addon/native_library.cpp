@@ -5,6 +5,11 @@
 namespace ostrel_native {
 
 void* OpenLibrary(const std::string& path) {
+  std::string failure;
+  return OpenLibrary(path, failure);
+}
+
+void* OpenLibrary(const std::string& path, std::string& failure) {
   dlerror();  // drops a pending message of an earlier failure
   void* const handle = dlopen(path.c_str(), RTLD_NOW);
   if (handle != nullptr) {
@@ -13,7 +18,8 @@ void* OpenLibrary(const std::string& path) {
   // Copied at once: the next dl call of this thread may clear it.
   const std::string reason = SafeCString(dlerror());
   const std::string text = "Could not load native library '" + path + "'";
-  SetLastError(reason.empty() ? text : text + ": " + reason);
+  failure = reason.empty() ? text : text + ": " + reason;
+  SetLastError(failure);
   return nullptr;
 }
 
@@ -28,8 +34,12 @@ void* LoadSymbol(void* handle, const char* name) {
   return handle == nullptr || name == nullptr ? nullptr : dlsym(handle, name);
 }
 
+std::string MissingSymbolText(const char* name) {
+  return "Required symbol not found: " + SafeCString(name);
+}
+
 void SetMissingSymbolError(const char* name) {
-  SetLastError("Required symbol not found: " + SafeCString(name));
+  SetLastError(MissingSymbolText(name));
 }
 
 std::vector<std::string> BuildLoadCandidates(const std::string& explicitPath,

@@ -17,6 +17,10 @@ namespace ostrel_native {
 /// Thread: any; the loader's message is read on the calling thread.
 void* OpenLibrary(const std::string& path);
 
+/// The same, and on failure gives in `failure` the text that the last error was set to: another
+/// thread may have replaced it by the time that it is read.
+void* OpenLibrary(const std::string& path, std::string& failure);
+
 /// Closes `handle`; null is allowed.
 void CloseLibrary(void* handle);
 
@@ -24,7 +28,10 @@ void CloseLibrary(void* handle);
 /// Sets no error, so an optional symbol may simply be absent.
 void* LoadSymbol(void* handle, const char* name);
 
-/// Sets the last error for a required symbol that a library lacks.
+/// What to say of a required symbol that a library lacks.
+std::string MissingSymbolText(const char* name);
+
+/// Sets the last error to that text.
 void SetMissingSymbolError(const char* name);
 
 /// Stores the address of `name` in `*out`. A missing symbol sets the last error, returns false

@@ -5,6 +5,7 @@
 #include "addon/script_arguments.h"
 #include "addon/script_exports.h"
 #include "camera/camera_module.h"
+#include "devices/dino_lite_module.h"
 #include "devices/ostrel_module.h"
 #include "edof/edof_module.h"
 
@@ -45,6 +46,7 @@ Napi::Object InitAddon(Napi::Env env, Napi::Object exports) {
   SetScriptFunctions(env, exports, kFrameFunctions);
   RegisterCamera(env, exports);
   RegisterEdoF(env, exports);
+  RegisterDinoLite(env, exports);
   RegisterOstrel(env, exports);
   return exports;
 }

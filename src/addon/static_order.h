@@ -7,4 +7,5 @@
 
 #define OSTREL_INIT_COMMON __attribute__((init_priority(210)))
 #define OSTREL_INIT_CAMERA __attribute__((init_priority(220)))
+#define OSTREL_INIT_DINO_LITE __attribute__((init_priority(230)))
 #define OSTREL_INIT_OSTREL __attribute__((init_priority(240)))

@@ -1,15 +1,13 @@
 #include "devices/ostrel_devices.h"
 
 #include "addon/common.h"
+#include "devices/device_list.h"
 #include "devices/ostrel_binding.h"
 #include "devices/ostrel_telemetry.h"
 
 namespace ostrel_native {
 
 namespace {
-
-// No bus has as many devices; a list of millions of texts would end the process for want of memory.
-constexpr int kMostListedDevices = 4096;
 
 using ReadTextFn = decltype(OstrelApi::GetDeviceUniqueId);
 
@@ -40,19 +38,8 @@ std::string ReadOstrelDeviceNameOnOwnerThread(int index) {
 }
 
 std::vector<VendorDeviceSnapshot> ListOstrelDevicesOnOwnerThread() {
-  std::vector<VendorDeviceSnapshot> devices;
-  const int count = CountOstrelDevicesOnOwnerThread();
-  if (count > kMostListedDevices) {
-    return devices;
-  }
-  for (int index = 0; index < count; ++index) {
-    // Each text is copied before the library is called again: it may reuse its memory. The
-    // identifier is read first, as braces evaluate from left to right.
-    devices.push_back({.index = index,
-                       .uniqueId = ReadOstrelDeviceIdentifierOnOwnerThread(index),
-                       .name = ReadOstrelDeviceNameOnOwnerThread(index)});
-  }
-  return devices;
+  return ListDevices(CountOstrelDevicesOnOwnerThread(), ReadOstrelDeviceIdentifierOnOwnerThread,
+                     ReadOstrelDeviceNameOnOwnerThread);
 }
 
 bool SelectOstrelDeviceOnOwnerThread(int index) {

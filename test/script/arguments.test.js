@@ -9,7 +9,11 @@ import { valueFromChild } from './support/child.js';
 import { fakePath, skipUnderSanitizer } from './support/environment.js';
 import { makeTemporaryDirectory } from './support/temporary.js';
 
-const libraries = { camera: fakePath('libcnokhwa.so'), ostrel: fakePath('libostrel.so') };
+const libraries = {
+  camera: fakePath('libcnokhwa.so'),
+  dinoLite: fakePath('libdinolite.so'),
+  ostrel: fakePath('libostrel.so'),
+};
 const seed = Number(process.env.OSTREL_TEST_SEED ?? Date.now() % 2 ** 32);
 // Recordings go to where they are asked to go.
 const cwd = makeTemporaryDirectory();
@@ -27,6 +31,7 @@ async function everyValueEverywhere({ addon, loadFakes, calledFunctions, makeOdd
     cameraRecordingStart: ['a.mp4', 64, 48, 30, 1_000_000],
     loadCameraBackend: ['/nowhere'],
     loadTurboJpeg: ['/nowhere'],
+    loadDinoLite: ['/nowhere'],
     loadOstrel: ['/nowhere'],
     lockFile: ['/nowhere/app.lock'],
     cameraVideoProcAmpSet: [0, 0, 0, 0],
@@ -58,7 +63,7 @@ async function everyValueEverywhere({ addon, loadFakes, calledFunctions, makeOdd
   return {
     touches,
     calls: calls > 20_000,
-    promises: promises.length > 5_000 && settled.every((value) => typeof value === 'boolean' || Array.isArray(value)),
+    promises: promises.length > 5_000 && settled.every((value) => ['boolean', 'number'].includes(typeof value) || Array.isArray(value)),
   };
 }
 

@@ -17,8 +17,8 @@ describe('the captures of tasks', () => {
   const users = files.filter((file) => usesTasks(read(file)));
 
   it('are looked at in every file that starts tasks', () => {
-    assert.deepEqual(users.filter((file) => file.startsWith('devices')).sort(), ['devices/ostrel_devices.cpp',
-      'devices/ostrel_module.cpp', 'devices/ostrel_operations.cpp', 'devices/ostrel_telemetry.cpp']);
+    assert.deepEqual(users.filter((file) => file.startsWith('devices')).sort(), ['dino_lite', 'ostrel'].flatMap((family) =>
+      ['devices', 'module', 'operations', 'telemetry'].map((subject) => `devices/${family}_${subject}.cpp`)));
   });
 
   for (const file of users) {

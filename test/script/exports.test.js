@@ -54,6 +54,32 @@ const functions = [
 
 const fusionFunctions = ['edofMultibandFuse'];
 
+const dinoLiteFunctions = [
+  'loadDinoLite',
+  'dinoLiteInit',
+  'dinoLiteLastError',
+  'dinoLiteSelectBackendForProductId',
+  'dinoLiteInitAsync',
+  'dinoLiteDeviceCount',
+  'dinoLiteDevicesAsync',
+  'dinoLiteDeviceId',
+  'dinoLiteDeviceName',
+  'dinoLiteSelectDevice',
+  'dinoLiteSelectDeviceAsync',
+  'dinoLiteGetSelectedDevice',
+  'dinoLiteSupportsAmr',
+  'dinoLiteGetAmr',
+  'dinoLiteGetFovx',
+  'dinoLiteEnableMicrotouch',
+  'dinoLiteEnableMicrotouchAsync',
+  'dinoLiteMicrotouchPressed',
+  'dinoLiteToggleLed',
+  'dinoLiteToggleLedAsync',
+  'dinoLiteDebugState',
+  'dinoLiteDispose',
+  'dinoLiteDisposeAsync',
+];
+
 const ostrelFunctions = [
   'loadOstrel',
   'ostrelInit',
@@ -115,11 +141,11 @@ describe('the exports object', () => {
 
   it('holds the functions of the frame and the cameras, their constants, the fusion, and the microscopes, in order', () => {
     assert.deepEqual(Reflect.ownKeys(addon),
-      [...functions, ...constants.map(([name]) => name), ...fusionFunctions, ...ostrelFunctions]);
+      [...functions, ...constants.map(([name]) => name), ...fusionFunctions, ...dinoLiteFunctions, ...ostrelFunctions]);
   });
 
   it('holds functions without a name of their own', () => {
-    for (const name of [...functions, ...fusionFunctions, ...ostrelFunctions]) {
+    for (const name of [...functions, ...fusionFunctions, ...dinoLiteFunctions, ...ostrelFunctions]) {
       assert.equal(typeof addon[name], 'function', name);
       assert.equal(addon[name].name, '', name);
     }
@@ -181,7 +207,7 @@ describe('the built file', () => {
     const names = new Map([...toolOutput('nm', [addonPath]).matchAll(/^(\w+) t _GLOBAL__sub_I\.\d+_([a-z]\w*)\.cpp$/gm)]
       .map(([, address, name]) => [parseInt(address, 16), name]));
     assert.deepEqual(called.map(([, address]) => names.get(address)).filter(Boolean),
-      ['common', 'camera_globals', 'ostrel_globals']);
+      ['common', 'camera_globals', 'dino_lite_globals', 'ostrel_globals']);
   });
 
   it('stays loaded until the process ends', () => {

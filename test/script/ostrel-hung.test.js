@@ -6,6 +6,7 @@ import { describe, it } from 'node:test';
 
 import { valueFromHungChild } from './support/child.js';
 import { fakePath, readSymbols, untidyEnvironment } from './support/environment.js';
+import { assertWaited, hangAllPromises, hangOnTheOwnerThread, slackMs } from './support/hang.js';
 
 const library = fakePath('libostrel.so');
 const timedOut = 'Ostrel SDK call timed out';
@@ -41,61 +42,7 @@ const onTheScriptThread = {
   GetLastErrorString: 'ostrelLastError',
 };
 
-// Waiting for one owner thread must be all that a call does; a slow machine adds to it.
-const slackMs = 4000;
-
-/** Runs in a child, as the two below. */
-async function hangOnTheOwnerThread({ addon, startInstrument, pollAll, nextFrame }, symbol, row) {
-  const { library: file, poll, call, ms, unstarted } = row;
-  const fake = await startInstrument(addon, file, { select: !unstarted });
-  const errors = () => [addon.getLastError(), addon.ostrelLastError()];
-  fake.send(`block ${symbol}`);
-  if (poll) {
-    addon.ostrelGetScopeStatus();
-  }
-
-  const begin = performance.now();
-  const given = await addon[call](1);
-  const waited = performance.now() - begin;
-  const firstErrors = errors();
-  const [hung] = fake.calls(symbol);
-
-  // A single one of these that waited for the owner thread would take longer than all of them may.
-  const pollBegin = performance.now();
-  let telemetry;
-  for (let i = 0; i < 2000; i += 1) {
-    telemetry = pollAll(addon);
-    addon.getLastError();
-  }
-  const polled = performance.now() - pollBegin;
-
-  // Whoever comes next waits and fails in the same way; the camera goes on.
-  addon.loadTurboJpeg('');
-  const { sequence } = await nextFrame(addon);
-  const nextBegin = performance.now();
-  const next = await Promise.all([addon.ostrelDisposeAsync(), addon.ostrelFocusFarAsync()]);
-  const nextWaited = performance.now() - nextBegin;
-  const frame = await nextFrame(addon, { sequence });
-  addon.cameraPreviewStop();
-  return {
-    given,
-    // libuv and the script's clock round to whole milliseconds.
-    waited: waited >= ms - 2 && waited,
-    firstErrors,
-    hung: hung !== undefined && hung.thread !== process.pid && !symbolHasReturned(fake),
-    telemetry,
-    polled,
-    next,
-    nextWaited,
-    nextErrors: errors(),
-    camera: frame.sequence > sequence,
-  };
-
-  function symbolHasReturned({ send }) {
-    return !/ active=1 /.test(send(`stats ${symbol}`));
-  }
-}
-
+/** Runs in a child. */
 async function hangOnTheScriptThread({ addon, addonPath, startInstrument, pollAll, nextFrame, until }, symbol, call, file) {
   const { Worker } = await import('node:worker_threads');
   const fake = await startInstrument(addon, file, { select: true });
@@ -115,27 +62,7 @@ async function hangOnTheScriptThread({ addon, addonPath, startInstrument, pollAl
   return [given, (await nextFrame(addon, { sequence })).sequence > sequence];
 }
 
-/** All promises at once, while the script thread goes on. */
-async function hangAllPromises({ addon, startInstrument }, file) {
-  const fake = await startInstrument(addon, file, { select: false });
-  fake.send('block Init');
-  let turns = 0;
-  const turning = setInterval(() => (turns += 1), 100);
-  const time = async (promise) => {
-    const begin = performance.now();
-    return [await promise, performance.now() - begin];
-  };
-  const answers = await Promise.all([time(addon.ostrelInitAsync()), time(addon.ostrelDevicesAsync()),
-    time(addon.ostrelSelectDeviceAsync(0)), time(addon.ostrelDisposeAsync())]);
-  clearInterval(turning);
-  return { answers, turns, errors: [addon.getLastError(), addon.ostrelLastError()], inits: fake.entered('Init') };
-}
-
 const options = (args) => ({ args, env: untidyEnvironment });
-
-function assertWaited(waited, ms) {
-  assert.ok(waited !== false && waited < ms + slackMs, `waited ${waited} ms instead of ${ms}`);
-}
 
 describe('a library that hangs for ever', { concurrency: 32 }, () => {
   it('is tried in every one of its functions', () => {
@@ -146,7 +73,7 @@ describe('a library that hangs for ever', { concurrency: 32 }, () => {
   for (const [symbol, row] of Object.entries(onTheOwnerThread)) {
     it(`in ${symbol} makes ${row.call} give up after ${row.ms} ms, and nothing else wait`, async () => {
       const { waited, polled, nextWaited, telemetry, ...rest } =
-        await valueFromHungChild(hangOnTheOwnerThread, options([symbol, { library, ...row }]));
+        await valueFromHungChild(hangOnTheOwnerThread, options(['ostrel', symbol, { library, ...row }]));
       assert.deepEqual(rest, {
         given: row.gives,
         firstErrors: [timedOut, ''],
@@ -154,6 +81,7 @@ describe('a library that hangs for ever', { concurrency: 32 }, () => {
         next: [false, false],
         nextErrors: [timedOut, ''],
         camera: true,
+        state: undefined,
       });
       assertWaited(waited, row.ms);
       assertWaited(nextWaited, 5000);
@@ -173,7 +101,7 @@ describe('a library that hangs for ever', { concurrency: 32 }, () => {
   }
 
   it('lets every promise resolve with its failure value in its own time, and the script go on', async () => {
-    const { answers, turns, errors, inits } = await valueFromHungChild(hangAllPromises, options([library]));
+    const { answers, turns, errors, entered } = await valueFromHungChild(hangAllPromises, options(['ostrel', 'Init', library]));
     assert.deepEqual(answers.map(([value]) => value), [false, [], false, false]);
     [20_000, 20_000, 10_000, 5000].forEach((ms, i) => {
       assert.ok(answers[i][1] >= ms - 2);
@@ -181,6 +109,6 @@ describe('a library that hangs for ever', { concurrency: 32 }, () => {
     });
     assert.ok(turns > 50, `${turns} turns`);
     assert.deepEqual(errors, [timedOut, '']);
-    assert.equal(inits, 1);
+    assert.equal(entered, 1);
   });
 });

@@ -136,7 +136,7 @@ describe('a worker thread', { concurrency: 2 }, () => {
       const codes = await Promise.all([1, 2, 3].map(async () => {
         const worker = new Worker(`
           const addon = require(require('node:worker_threads').workerData);
-          const names = Object.keys(addon).filter((name) => name.startsWith('ostrel'));
+          const names = Object.keys(addon).filter((name) => /^(ostrel|dinoLite(?!Dispose))/.test(name));
           const pending = [];
           for (let round = 0; round < 50; round += 1) {
             pending.push(...names.map((name) => addon[name](round % 3)));
@@ -146,6 +146,6 @@ describe('a worker thread', { concurrency: 2 }, () => {
         return (await once(worker, 'exit'))[0];
       }));
       return codes;
-    }, { args: [{ camera: fakePath('libcnokhwa.so'), ostrel: library }] }), [7, 7, 7]);
+    }, { args: [{ camera: fakePath('libcnokhwa.so'), dinoLite: fakePath('libdinolite.so'), ostrel: library }] }), [7, 7, 7]);
   });
 });

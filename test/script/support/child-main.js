@@ -4,8 +4,10 @@ import fs from 'node:fs';
 import v8 from 'node:v8';
 
 import * as camera from './fake-camera.js';
+import * as dinoLite from './fake-dino-lite.js';
 import * as environment from './environment.js';
 import * as everyFunction from './every-function.js';
+import * as hang from './hang.js';
 import * as oddValues from './odd-values.js';
 import * as ostrel from './fake-ostrel.js';
 import * as waiting from './waiting.js';
@@ -16,8 +18,10 @@ const resultFd = 4;
 /** What `body` gets as its first argument. The addon is loaded when it is first asked for. */
 const context = {
   ...camera,
+  ...dinoLite,
   ...environment,
   ...everyFunction,
+  ...hang,
   ...oddValues,
   ...ostrel,
   ...waiting,

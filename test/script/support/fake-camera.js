@@ -2,6 +2,7 @@
 
 import { fakePath } from './environment.js';
 import { openFake } from './fake-library.js';
+import { nextFrame } from './waiting.js';
 
 const paddingByte = 0xee;
 const rampPeriod = 251;
@@ -14,6 +15,15 @@ export function openFakeCamera(path = fakePath('libcnokhwa.so')) {
     /** How many frames were delivered so far. */
     frames: () => Number(fake.send('frames').split(' ')[1]),
   };
+}
+
+/** Loads the fake camera and starts a preview that costs next to nothing; waits for its first frame. */
+export async function startSlowPreview(addon) {
+  const camera = openFakeCamera();
+  camera.send('frame 16 9');
+  addon.loadCameraBackend(camera.path);
+  addon.cameraPreviewStart(0, 16, 9, 5);
+  await nextFrame(addon);
 }
 
 /** The bytes of frame `number` with uniform content, as frame_content.h makes them. */

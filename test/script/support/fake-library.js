@@ -4,6 +4,12 @@ import { createRequire } from 'node:module';
 
 import { fakePath } from './environment.js';
 
+/** A float as the fakes take it. */
+export const floatBits = (value) => new Int32Array(Float32Array.of(value).buffer)[0];
+
+/** A double as the fakes take and log it. */
+export const doubleBits = (value) => new BigInt64Array(Float64Array.of(value).buffer)[0];
+
 function parseCall(line) {
   const fields = Object.fromEntries(line.split(' ').map((field) => field.split(/=(.*)/s).slice(0, 2)));
   return { symbol: fields.symbol, args: fields.args, thread: Number(fields.thread) };

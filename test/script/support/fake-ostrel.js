@@ -1,18 +1,16 @@
 // The script tests' side of the fake microscope library.
 
 import { fakePath } from './environment.js';
-import { openFakeCamera } from './fake-camera.js';
+import { startSlowPreview } from './fake-camera.js';
 import { openFake } from './fake-library.js';
-import { nextFrame } from './waiting.js';
+
+export { floatBits } from './fake-library.js';
 
 /** The fake microscope library at `path`, which the addon is to load too. */
 export const openFakeOstrel = (path = fakePath('libostrel.so')) => openFake(path);
 
 /** `text` as the fake's command `wide` takes it. */
 export const wide = (text) => [...text].map((character) => character.codePointAt(0)).join(' ');
-
-/** A float as the fake takes it. */
-export const floatBits = (value) => new Int32Array(Float32Array.of(value).buffer)[0];
 
 /** The polling getters, by name, with what they give where nothing is known. */
 export const unknownTelemetry = {
@@ -35,11 +33,7 @@ export const pollAll = (addon) =>
  * with a slow preview. Gives the fake microscope.
  */
 export async function startInstrument(addon, path, { select }) {
-  const camera = openFakeCamera();
-  camera.send('frame 16 9');
-  addon.loadCameraBackend(camera.path);
-  addon.cameraPreviewStart(0, 16, 9, 5);
-  await nextFrame(addon);
+  await startSlowPreview(addon);
   const fake = openFakeOstrel(path);
   addon.loadOstrel(path);
   if (select) {

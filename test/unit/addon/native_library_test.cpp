@@ -26,6 +26,16 @@ TEST(OpenLibrary, TellsThePathAndTheLoadersReason) {
             "open shared object file: No such file or directory");
 }
 
+TEST(OpenLibrary, GivesTheTextOfAFailureToItsCallerAsWell) {
+  std::string failure = "earlier";
+  void* const handle = OpenLibrary(kMathLibrary, failure);
+  EXPECT_EQ(failure, "earlier");
+  CloseLibrary(handle);
+  EXPECT_EQ(OpenLibrary("/dev/null", failure), nullptr);
+  EXPECT_EQ(failure, "Could not load native library '/dev/null': /dev/null: file too short");
+  EXPECT_EQ(GetLastErrorString(), failure);
+}
+
 TEST(LoadSymbol, TakesANullHandleAndANullNameSilently) {
   SetLastError("earlier");
   void* const handle = OpenLibrary(kMathLibrary);

@@ -14,6 +14,8 @@
 #include "camera/camera_binding.h"
 #include "camera/camera_preview.h"
 #include "camera/turbojpeg_runtime.h"
+#include "devices/dino_lite_binding.h"
+#include "devices/dino_lite_telemetry.h"
 #include "devices/ostrel_binding.h"
 #include "recording/video_recorder.h"
 
@@ -36,9 +38,15 @@ struct KnownGlobal {
 
 // In the order of construction.
 const std::array kGlobals = {
-    KnownGlobal{&g_lastError, "g_lastError"},           KnownGlobal{&g_turboJpeg, "g_turboJpeg"},
-    KnownGlobal{&g_videoRecorder, "g_videoRecorder"},   KnownGlobal{&g_camera, "g_camera"},
-    KnownGlobal{&g_cameraPreview, "g_cameraPreview"},   KnownGlobal{&g_ostrel, "g_ostrel"},
+    KnownGlobal{&g_lastError, "g_lastError"},
+    KnownGlobal{&g_turboJpeg, "g_turboJpeg"},
+    KnownGlobal{&g_videoRecorder, "g_videoRecorder"},
+    KnownGlobal{&g_camera, "g_camera"},
+    KnownGlobal{&g_cameraPreview, "g_cameraPreview"},
+    KnownGlobal{&g_dinoLite, "g_dinoLite"},
+    KnownGlobal{&g_dinoCachedSnapshot, "g_dinoCachedSnapshot"},
+    KnownGlobal{&g_dinoLiteExecutor, "g_dinoLiteExecutor"},
+    KnownGlobal{&g_ostrel, "g_ostrel"},
     KnownGlobal{&g_ostrelExecutor, "g_ostrelExecutor"},
 };
 

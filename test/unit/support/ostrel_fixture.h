@@ -3,24 +3,16 @@
 
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <chrono>
-#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "devices/ostrel_binding.h"
 #include "devices/ostrel_telemetry.h"
 #include "fakes/fake_library.h"
+#include "unit/support/device_library.h"
 
 namespace ostrel_native {
-
-inline constexpr char kEarlierError[] = "an earlier error";
-
-/// Sends a command whose last word is a float, which the fake takes as its bits.
-inline void SendFloat(const FakeLibrary& library, std::string command, float value) {
-  library.Send(command.append(" ").append(std::to_string(std::bit_cast<std::int32_t>(value))));
-}
 
 struct OstrelTest : testing::Test {
   OstrelTest() {
@@ -64,8 +56,6 @@ struct OstrelTest : testing::Test {
     const std::lock_guard lock(g_ostrel.errorMutex);
     return {g_ostrel.lastError, GetLastErrorString()};
   }
-
-  static std::vector<std::string> Both(const std::string& text) { return {text, text}; }
 
   FakeLibrary fake{FakePath("libostrel.so")};
 };
