@@ -2,7 +2,7 @@
 //
 //   node examples/first-run.js [--library FILE] [--seconds N]
 //
-// The camera library is the simulated camera unless --library names another one, or the variable
+// The camera library is that of the virtual microscope unless --library names another one, or the variable
 // OSTREL_NATIVE_DIR the directory that holds libcnokhwa.so.
 
 import { mkdir, stat } from 'node:fs/promises';

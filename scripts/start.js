@@ -1,4 +1,4 @@
-// npm start: sets up what is missing, then shows the addon at work on the simulated camera.
+// npm start: sets up what is missing, then shows the addon at work on the virtual microscope.
 
 import { runCommand } from './lib/output.js';
 import { addonTargets, setUp } from './setup.js';

@@ -12,7 +12,7 @@ export const shown = (file) => path.relative(root, file) || '.';
 /** Where a preset builds. */
 export const binaryDirectory = (preset) => path.join(root, 'build', preset);
 
-/** The directory that a preset's addon, and the simulated camera beside it, land in. */
+/** The directory that a preset's addon, and the virtual microscope beside it, land in. */
 export function addonDirectory(preset) {
   return preset === 'release'
     ? path.join(root, 'build', 'Release')

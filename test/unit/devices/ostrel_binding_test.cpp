@@ -4,7 +4,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -50,21 +49,6 @@ bool IsMapped(const std::string& path) {
     }
   }
   return false;
-}
-
-TEST(FakeOstrelLibrary, HasAVariantWithoutEachOfItsSymbols) {
-  std::set<std::string> all(kRequired.begin(), kRequired.end());
-  all.insert(kOptional.begin(), kOptional.end());
-  ASSERT_EQ(all.size(), 22U);
-  all.insert("fake_control");
-  EXPECT_EQ(ExportedSymbols(FakePath("libostrel.so")), all);
-  for (const std::string& missing : all) {
-    if (missing != "fake_control") {
-      std::set<std::string> expected = all;
-      expected.erase(missing);
-      EXPECT_EQ(ExportedSymbols(FakePath("without_" + missing + "/libostrel.so")), expected);
-    }
-  }
 }
 
 TEST_F(OstrelTest, IsEmptyBeforeALoad) {
