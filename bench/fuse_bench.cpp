@@ -5,13 +5,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <functional>
 #include <vector>
 
 #include "focus_stack.h"
 #include "fuse_peer.h"
 #include "harness.h"
+#include "own_process.h"
 #include "peak_memory.h"
 #include "reference/fuse_reference.h"
 
@@ -23,22 +23,14 @@ constexpr int kTurns = 5;
 constexpr int kTurnsOfLargeStacks = 3;
 constexpr double kLargeStack = 5e7;  // pixels of all frames
 
-// Processor seconds of all threads.
-double ProcessSeconds() {
-  timespec now = {};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
-
 // One contender: seconds of each turn.
 struct Times {
   std::vector<double> wall;
   std::vector<double> processor;
 
-  void Add(const std::function<void()>& operation) {
-    const double begin = ProcessSeconds();
-    wall.push_back(SecondsOf(operation, 1));
-    processor.push_back(ProcessSeconds() - begin);
+  void Add(const OwnProcess::Seconds& seconds) {
+    wall.push_back(seconds.wall);
+    processor.push_back(seconds.processor);
   }
 };
 
@@ -51,17 +43,18 @@ double MedianRatio(const std::vector<double>& dividends, const std::vector<doubl
   return Median(ratios);
 }
 
-// Both on one and on two threads.
+// Both on one and on two threads, each in one process, which warms up first.
 struct Contest {
   Contest(const FocusStack& stack, const Peer& peer) {
     const int turns = stack.PixelsOfAllFrames() > kLargeStack ? kTurnsOfLargeStacks : kTurns;
-    stack.Fused(2);
+    const OwnProcess us([&stack](int threads) { stack.Fused(static_cast<unsigned>(threads)); });
+    const OwnProcess them(peer ? peer : [](int) {});
+    us.Run(2);
+    them.Run(2);
     for (int turn = 0; turn < turns; ++turn) {
-      for (unsigned threads = 1; threads <= 2; ++threads) {
-        ours[threads - 1].Add([&stack, threads] { stack.Fused(threads); });
-        if (peer) {
-          theirs[threads - 1].Add([&peer, threads] { peer(static_cast<int>(threads)); });
-        }
+      for (int threads = 1; threads <= 2; ++threads) {
+        ours[threads - 1].Add(us.Run(threads));
+        theirs[threads - 1].Add(them.Run(threads));
       }
     }
   }
@@ -106,22 +99,24 @@ void Report(int width, int height, int count) {
       twoAreFaster ? "2" : "1, its faster mode");
 }
 
+std::vector<std::uint8_t> Reference(const FocusStack& stack) {
+  return test::ReferenceFuse(
+      {stack.width, stack.height, stack.Reference(), stack.frames, stack.fields, stack.weights});
+}
+
 void ReportReference(int width, int height, int count) {
   const FocusStack stack(width, height, count);
-  std::vector<std::uint8_t> expected;
-  std::vector<std::uint8_t> fused;
-  Times literal;
-  Times ours;
-  for (int turn = 0; turn < 3; ++turn) {
-    literal.Add([&stack, &expected] {
-      expected = test::ReferenceFuse({stack.width, stack.height, stack.Reference(), stack.frames,
-                                      stack.fields, stack.weights});
-    });
-    ours.Add([&stack, &fused] { fused = stack.Fused(1); });
-  }
-  if (fused != expected) {
+  if (stack.Fused(1) != Reference(stack)) {
     std::fprintf(stderr, "The two forms differ.\n");
     std::exit(1);
+  }
+  const OwnProcess us([&stack](int) { stack.Fused(1); });
+  const OwnProcess them([&stack](int) { Reference(stack); });
+  Times ours;
+  Times literal;
+  for (int turn = 0; turn < 3; ++turn) {
+    literal.Add(them.Run(1));
+    ours.Add(us.Run(1));
   }
   const double nanoseconds = 1e9 / stack.PixelsOfAllFrames();
   std::printf("\nThe literal form, %d x %d, %d frames: %.1f ns; ours %.1f ns, %.2f times less\n",
