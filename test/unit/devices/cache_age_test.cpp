@@ -24,8 +24,8 @@ TEST(IsFresh, ServesAValueThatIsNewerThanTheReadersTime) {
   EXPECT_TRUE(IsFresh(5000, 4999));
 }
 
-// Never a value of more than two seconds, and never none of less: between a clock before and a clock
-// behind the question lies the moment that it was answered for.
+// Never a value of more than two seconds, and never none of less: between a clock before and a
+// clock behind the question lies the moment that it was answered for.
 TEST(IsFreshNow, AgreesWithTheExactClockAlsoNearTheLimit) {
   EXPECT_FALSE(IsFreshNow(0));
   EXPECT_TRUE(IsFreshNow(SteadyMs()));

@@ -3,12 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "unit/support/child_process.h"
-#include "unit/support/elf_symbols.h"
 #include "unit/support/ostrel_fixture.h"
 #include "unit/support/temporary_directory.h"
 
@@ -39,21 +37,6 @@ std::vector<std::string> AbsentEntries() {
 #define OPTIONAL(name, result, parameters) REQUIRED(name, result, parameters)
 #include "devices/ostrel_symbols.h"
   return names;
-}
-
-TEST(FakeOstrelLibrary, HasAVariantWithoutEachOfItsSymbols) {
-  std::set<std::string> all(kRequired.begin(), kRequired.end());
-  all.insert(kOptional.begin(), kOptional.end());
-  ASSERT_EQ(all.size(), 22U);
-  all.insert("fake_control");
-  EXPECT_EQ(ExportedSymbols(FakePath("libostrel.so")), all);
-  for (const std::string& missing : all) {
-    if (missing != "fake_control") {
-      std::set<std::string> expected = all;
-      expected.erase(missing);
-      EXPECT_EQ(ExportedSymbols(FakePath("without_" + missing + "/libostrel.so")), expected);
-    }
-  }
 }
 
 TEST_F(OstrelTest, IsEmptyBeforeALoad) {
