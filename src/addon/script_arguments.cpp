@@ -9,16 +9,27 @@ bool IsOfType(const Napi::CallbackInfo& info, std::size_t index, napi_valuetype 
   return info[index].Type() == type;
 }
 
+// `read` itself refuses what is no number: one call into Node-API less for what is polled often.
+template <typename Number>
+Number ReadNumber(const Napi::CallbackInfo& info, std::size_t index, Number fallback,
+                  napi_status (*read)(napi_env, napi_value, Number*)) {
+  Number value = fallback;
+  const napi_status status = read(info.Env(), info[index], &value);
+  if (status == napi_number_expected) {
+    return fallback;
+  }
+  NAPI_THROW_IF_FAILED(info.Env(), status, fallback);
+  return value;
+}
+
 }  // namespace
 
 std::int32_t ReadIntArg(const Napi::CallbackInfo& info, std::size_t index, std::int32_t fallback) {
-  return IsOfType(info, index, napi_number) ? info[index].As<Napi::Number>().Int32Value()
-                                            : fallback;
+  return ReadNumber(info, index, fallback, napi_get_value_int32);
 }
 
 double ReadDoubleArg(const Napi::CallbackInfo& info, std::size_t index, double fallback) {
-  return IsOfType(info, index, napi_number) ? info[index].As<Napi::Number>().DoubleValue()
-                                            : fallback;
+  return ReadNumber(info, index, fallback, napi_get_value_double);
 }
 
 bool ReadBoolArg(const Napi::CallbackInfo& info, std::size_t index, bool fallback) {

@@ -95,7 +95,8 @@ describe('a worker thread with a Dino-Lite microscope', { concurrency: 2 }, () =
       const ended = worker.terminate();
       fake.send('release dl_get_device_name');
       return [await ended, addon.dinoLiteDeviceCount(), await addon.dinoLiteSelectDeviceAsync(1), addon.dinoLiteGetSelectedDevice()];
-    }, { args: [library] }), [1, 2, true, 1]);
+      // A promise that its environment no longer lets settle stays with the runtime as eight bytes.
+    }, { args: [library], env: untidyEnvironment }), [1, 2, true, 1]);
   });
 
   it('shares the microscope with the main thread, whichever loaded it', async () => {

@@ -3,13 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "unit/support/child_process.h"
 #include "unit/support/dino_fixture.h"
-#include "unit/support/elf_symbols.h"
 #include "unit/support/temporary_directory.h"
 
 namespace ostrel_native {
@@ -48,21 +46,6 @@ void ExpectNotLoaded() {
   EXPECT_EQ(g_dinoLite.handle, nullptr);
   EXPECT_EQ(g_dinoLite.path, "");
   EXPECT_EQ(AbsentEntries().size(), 19U);
-}
-
-TEST(FakeDinoLiteLibrary, HasAVariantWithoutEachOfItsSymbols) {
-  std::set<std::string> all(kRequired.begin(), kRequired.end());
-  all.insert(kOptional.begin(), kOptional.end());
-  ASSERT_EQ(all.size(), 19U);
-  all.insert("fake_control");
-  EXPECT_EQ(ExportedSymbols(FakePath("libdinolite.so")), all);
-  for (const std::string& missing : all) {
-    if (missing != "fake_control") {
-      std::set<std::string> expected = all;
-      expected.erase(missing);
-      EXPECT_EQ(ExportedSymbols(FakePath("without_" + missing + "/libdinolite.so")), expected);
-    }
-  }
 }
 
 TEST(DinoBackendText, NamesEveryKind) {

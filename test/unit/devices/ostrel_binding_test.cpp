@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -38,17 +37,6 @@ std::vector<std::string> AbsentEntries() {
 #define OPTIONAL(name, result, parameters) REQUIRED(name, result, parameters)
 #include "devices/ostrel_symbols.h"
   return names;
-}
-
-bool IsMapped(const std::string& path) {
-  std::ifstream maps("/proc/self/maps");
-  const std::string file = std::filesystem::canonical(path).string();
-  for (std::string line; std::getline(maps, line);) {
-    if (line.ends_with(file)) {
-      return true;
-    }
-  }
-  return false;
 }
 
 TEST_F(OstrelTest, IsEmptyBeforeALoad) {

@@ -12,62 +12,57 @@
 namespace ostrel_native {
 namespace {
 
-const std::vector<std::string> kCameraSymbols = {
-#define REQUIRED(name, result, parameters) #name,
-#define OPTIONAL(name, result, parameters) #name,
-#include "camera/cnokhwa_symbols.h"
-};
-
-TEST(FakeCameraLibrary, ExportsTheTableAndItsControlAndNothingElse) {
-  std::set<std::string> expected(kCameraSymbols.begin(), kCameraSymbols.end());
-  ASSERT_EQ(expected.size(), 20U);
-  expected.insert("fake_control");
-  EXPECT_EQ(ExportedSymbols(FakePath("libcnokhwa.so")), expected);
-  EXPECT_EQ(ExportedSymbols(FakePath("static_destructor/libcnokhwa.so")), expected);
+// That the fake `library` exports its `symbols` and its control and nothing else, and that it has a
+// variant without each of them.
+void ExpectVariants(const std::string& library, const std::vector<std::string>& symbols) {
+  std::set<std::string> all(symbols.begin(), symbols.end());
+  all.insert("fake_control");
+  EXPECT_EQ(ExportedSymbols(FakePath(library)), all);
+  EXPECT_EQ(ExportedSymbols(FakePath("static_destructor/" + library)), all);
+  for (const std::string& missing : symbols) {
+    std::set<std::string> expected = all;
+    expected.erase(missing);
+    EXPECT_EQ(ExportedSymbols(FakePath("without_" + missing + "/" + library)), expected);
+  }
 }
 
 TEST(FakeCameraLibrary, HasAVariantWithoutEachOfItsSymbols) {
-  for (const std::string& missing : kCameraSymbols) {
-    std::set<std::string> expected(kCameraSymbols.begin(), kCameraSymbols.end());
-    expected.erase(missing);
-    expected.insert("fake_control");
-    EXPECT_EQ(ExportedSymbols(FakePath("without_" + missing + "/libcnokhwa.so")), expected);
-  }
+  const std::vector<std::string> symbols = {
+#define REQUIRED(name, result, parameters) #name,
+#define OPTIONAL(name, result, parameters) #name,
+#include "camera/cnokhwa_symbols.h"
+  };
+  ASSERT_EQ(symbols.size(), 20U);
+  ExpectVariants("libcnokhwa.so", symbols);
 }
-
-const std::vector<std::string> kJpegSymbols = {
-#define SYMBOL(name) #name,
-#include "camera/turbojpeg_symbols.h"
-};
 
 TEST(FakeJpegLibrary, HasAVariantWithoutEachOfItsSymbols) {
-  ASSERT_EQ(kJpegSymbols.size(), 8U);
-  std::set<std::string> all(kJpegSymbols.begin(), kJpegSymbols.end());
-  all.insert("fake_control");
-  EXPECT_EQ(ExportedSymbols(FakePath("libturbojpeg.so")), all);
-  for (const std::string& missing : kJpegSymbols) {
-    std::set<std::string> expected = all;
-    expected.erase(missing);
-    EXPECT_EQ(ExportedSymbols(FakePath("without_" + missing + "/libturbojpeg.so")), expected);
-  }
+  const std::vector<std::string> symbols = {
+#define SYMBOL(name) #name,
+#include "camera/turbojpeg_symbols.h"
+  };
+  ASSERT_EQ(symbols.size(), 8U);
+  ExpectVariants("libturbojpeg.so", symbols);
 }
 
-const std::vector<std::string> kMicroscopeSymbols = {
+TEST(FakeDinoLiteLibrary, HasAVariantWithoutEachOfItsSymbols) {
+  const std::vector<std::string> symbols = {
+#define REQUIRED(name, result, parameters) #name,
+#define OPTIONAL(name, result, parameters) #name,
+#include "devices/dino_lite_symbols.h"
+  };
+  ASSERT_EQ(symbols.size(), 19U);
+  ExpectVariants("libdinolite.so", symbols);
+}
+
+TEST(FakeOstrelLibrary, HasAVariantWithoutEachOfItsSymbols) {
+  const std::vector<std::string> symbols = {
 #define REQUIRED(name, result, parameters) #name,
 #define OPTIONAL(name, result, parameters) #name,
 #include "devices/ostrel_symbols.h"
-};
-
-TEST(FakeMicroscopeLibrary, HasAVariantWithoutEachOfItsSymbols) {
-  ASSERT_EQ(kMicroscopeSymbols.size(), 22U);
-  std::set<std::string> all(kMicroscopeSymbols.begin(), kMicroscopeSymbols.end());
-  all.insert("fake_control");
-  EXPECT_EQ(ExportedSymbols(FakePath("libostrel.so")), all);
-  for (const std::string& missing : kMicroscopeSymbols) {
-    std::set<std::string> expected = all;
-    expected.erase(missing);
-    EXPECT_EQ(ExportedSymbols(FakePath("without_" + missing + "/libostrel.so")), expected);
-  }
+  };
+  ASSERT_EQ(symbols.size(), 22U);
+  ExpectVariants("libostrel.so", symbols);
 }
 
 TEST(FakeCameraLibrary, IsUnmappedWhenItIsClosed) {
