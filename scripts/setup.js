@@ -16,7 +16,7 @@ import { setupLog } from './lib/paths.js';
 const oldestNode = [18, 17];
 
 /** What it takes to run the addon and the virtual microscope, without tests and benchmarks. */
-export const addonTargets = ['ostrel_native', 'simulated_cnokhwa', 'simulated_ostrel'];
+export const addonTargets = ['ostrel_native', 'simulated_cnokhwa', 'simulated_dino_lite', 'simulated_ostrel'];
 
 function checkNode(step) {
   const [major, minor] = process.versions.node.split('.').map(Number);

@@ -1,9 +1,9 @@
 // The camera library's face of the simulated instrument: `libcnokhwa.so`.
 #include <algorithm>
 #include <cstddef>
-#include <cstring>
 #include <string>
 
+#include "simulator/face_text.h"
 #include "simulator/instrument.h"
 
 // The table's own signatures, so that a function that drifts from them does not compile.
@@ -28,14 +28,8 @@ SimulatedCamera* CameraOf(int device) {
   return TheInstrument().Camera(device);
 }
 
-// A terminated text, cut to the capacity.
 void WriteText(const std::string& text, void* buffer, int capacity) {
-  if (buffer == nullptr || capacity < 1) {
-    return;
-  }
-  const std::size_t length = std::min(text.size(), static_cast<std::size_t>(capacity) - 1);
-  std::memcpy(buffer, text.data(), length);
-  static_cast<char*>(buffer)[length] = '\0';
+  ostrel_simulator::WriteText(text, buffer, static_cast<std::size_t>(std::max(0, capacity)));
 }
 
 // `prefix` and the camera's number from 1; an empty text for no camera.

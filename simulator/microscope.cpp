@@ -16,7 +16,7 @@ Microscope::Microscope(const Settings& settings, int microscopeIndex,
       seed(settings.seed + static_cast<std::uint64_t>(microscopeIndex)),
       drive(settings.focus),
       lightLevel(settings.light == 0 ? 100 : settings.light),
-      isLit(settings.light > 0) {
+      litPercent(settings.light == 0 ? 0 : kAllLeds) {
   scene.optics.magnification = settings.magnification;
   scene.stage = settings.stage;
   scene.showsNumber = settings.showsNumbers == 1;
@@ -26,7 +26,8 @@ Scene Microscope::SceneNow() {
   const std::lock_guard lock(mutex);
   Scene now = scene;
   now.optics.focus = drive.PositionAt(clock.NowMs());
-  now.optics.light = isLit ? lightLevel : 0;
+  // However few they are, they give some light.
+  now.optics.light = litPercent == 0 ? 0 : std::max(1, lightLevel * litPercent / kAllLeds);
   return now;
 }
 
@@ -73,25 +74,35 @@ void Microscope::StartAutoFocus() {
   drive.Scan(std::move(stops), clock.NowMs());
 }
 
-void Microscope::SwitchLight(bool on) {
+void Microscope::LightLeds(int percent) {
   const std::lock_guard lock(mutex);
-  isLit = on;
+  litPercent = percent;
 }
 
 bool Microscope::IsLightOn() {
   const std::lock_guard lock(mutex);
-  return isLit;
+  return litPercent > 0;
 }
 
 void Microscope::SetLight(int percent) {
   const std::lock_guard lock(mutex);
-  isLit = percent > 0;
-  lightLevel = isLit ? percent : lightLevel;
+  if (percent == 0) {
+    litPercent = 0;
+    return;
+  }
+  lightLevel = percent;
+  litPercent = litPercent == 0 ? kAllLeds : litPercent;
 }
 
 void Microscope::SetMagnification(int magnification) {
   const std::lock_guard lock(mutex);
+  magnificationChanges += magnification == scene.optics.magnification ? 0 : 1;
   scene.optics.magnification = magnification;
+}
+
+std::uint64_t Microscope::MagnificationChanges() {
+  const std::lock_guard lock(mutex);
+  return magnificationChanges;
 }
 
 void Microscope::SetStage(const Stage& stage) {

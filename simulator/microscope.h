@@ -14,6 +14,9 @@
 
 namespace ostrel_simulator {
 
+/// As many percent of a lamp's LEDs as there are.
+inline constexpr int kAllLeds = 100;
+
 /// What the focus does at a moment.
 struct FocusState {
   int position;
@@ -50,14 +53,20 @@ struct Microscope {
   /// Sends the focus to the sharpest plane of the middle of the picture, as it is now.
   void StartAutoFocus();
 
-  /// Turns the lamp on, at its level, or off.
-  void SwitchLight(bool on);
+  /// Lights some of the lamp's LEDs, at its level: so many percent of them, 0 to 100. 0 turns it
+  /// off.
+  void LightLeds(int percent);
   bool IsLightOn();
 
   /// Level of the lamp in percent while it is on, 1 to 100; 0 turns it off and keeps the level.
   void SetLight(int percent);
 
+  /// Turns the magnification ring.
   void SetMagnification(int magnification);
+
+  /// How often the ring has come to another magnification.
+  std::uint64_t MagnificationChanges();
+
   void SetStage(const Stage& stage);
   void ShowNumbers(bool shown);
 
@@ -91,7 +100,8 @@ struct Microscope {
   FocusDrive drive;
   Scene scene;  ///< without its focus and its light
   int lightLevel;
-  bool isLit;
+  int litPercent;  ///< of the lamp's LEDs
+  std::uint64_t magnificationChanges = 0;
   int presses = 0;
   bool isHeld = false;
   FrameSize frameSize{1920, 1080};

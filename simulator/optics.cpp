@@ -1,6 +1,7 @@
 #include "simulator/optics.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 
 #include "simulator/blur_layers.h"
@@ -23,8 +24,9 @@ constexpr int kFullGain = 244;
 
 }  // namespace
 
-double MicronsPerPixel(int magnification) {
-  return static_cast<double>(kUnmagnifiedStep / magnification) / static_cast<double>(kOneTexel);
+double MicronsPerPixel(double magnification) {
+  return std::floor(static_cast<double>(kUnmagnifiedStep) / magnification) /
+         static_cast<double>(kOneTexel);
 }
 
 std::int64_t PixelStep(const Optics& optics) {

@@ -25,7 +25,7 @@ struct Optics {
 
 /// The size of a pixel of the camera on the specimen at the middle focus, in micrometres. The
 /// frames of all formats have pixels of this size: smaller formats show the middle of larger ones.
-double MicronsPerPixel(int magnification);
+double MicronsPerPixel(double magnification);
 
 /// The distance on the specimen between two pixels, in 1/65536 texel. The focus breathes: each
 /// position farther makes the picture larger by 1/16384.

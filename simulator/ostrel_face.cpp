@@ -1,10 +1,10 @@
 // The microscope library's face of the simulated instrument: `libostrel.so`.
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "simulator/face_state.h"
 #include "simulator/instrument.h"
 
 // The table's own signatures, so that a function that drifts from them does not compile.
@@ -17,8 +17,8 @@ extern "C" {
 
 namespace {
 
+using ostrel_simulator::FaceState;
 using ostrel_simulator::FocusState;
-using ostrel_simulator::Instrument;
 using ostrel_simulator::Microscope;
 using ostrel_simulator::TheInstrument;
 
@@ -39,15 +39,10 @@ constexpr int kFocusStep = 4;
 constexpr unsigned int kApiVersion = 0x00010002;
 constexpr std::uint16_t kLensDriver = 0x0301;
 
-// The library's state; any thread may call any function at any time.
-std::atomic<bool> g_isInitialized{false};
-std::atomic<Microscope*> g_selected{nullptr};
-/// Of the last call that failed; only texts that live for ever.
-std::atomic<const char*> g_lastError{""};
+constinit FaceState g_face;
 
 int Fail(const char* text) {
-  g_lastError = text;
-  return kFailed;
+  return g_face.Fail(text) ? kDone : kFailed;
 }
 
 struct DeviceTexts {
@@ -69,36 +64,8 @@ const DeviceTexts& TextsOf(const Microscope& microscope) {
   return texts[static_cast<std::size_t>(microscope.index)];
 }
 
-// The microscope at an index of the list, or null, with the reason as the last error.
-Microscope* Listed(std::int64_t index) {
-  if (!g_isInitialized) {
-    Fail("The library is not initialised");
-    return nullptr;
-  }
-  const std::vector<Microscope*> plugged = TheInstrument().PluggedMicroscopes();
-  if (index < 0 || index >= static_cast<std::int64_t>(plugged.size())) {
-    Fail("There is no such microscope");
-    return nullptr;
-  }
-  return plugged[static_cast<std::size_t>(index)];
-}
-
-// The selected microscope where it can answer, or null, with the reason as the last error.
-Microscope* Selected() {
-  Microscope* const selected = g_selected;
-  if (selected == nullptr) {
-    Fail("No microscope is selected");
-    return nullptr;
-  }
-  if (!selected->isPlugged) {
-    Fail("The selected microscope is unplugged");
-    return nullptr;
-  }
-  return selected;
-}
-
 int MoveBy(int steps) {
-  Microscope* const microscope = Selected();
+  Microscope* const microscope = g_face.Selected();
   if (microscope == nullptr) {
     return kFailed;
   }
@@ -120,44 +87,34 @@ float PixelSizeOf(Microscope& microscope) {
 }  // namespace
 
 int Init() {
-  if (!TheInstrument().settings.valid) {
-    return Fail("A variable of the simulator could not be read");
-  }
-  g_isInitialized = true;
-  return kDone;
+  return g_face.Initialize() ? kDone : kFailed;
 }
 
 void Destroy() {
-  g_selected = nullptr;
-  g_isInitialized = false;
+  g_face.selected = nullptr;
+  g_face.isInitialized = false;
 }
 
 int GetDevicesCount() {
-  return g_isInitialized ? static_cast<int>(TheInstrument().PluggedMicroscopes().size()) : 0;
+  return g_face.DevicesCount();
 }
 
 const wchar_t* GetDeviceUniqueId(int index) {
-  const Microscope* const microscope = Listed(index);
+  const Microscope* const microscope = g_face.Listed(index);
   return microscope == nullptr ? nullptr : TextsOf(*microscope).uniqueId.c_str();
 }
 
 const wchar_t* GetDeviceFriendlyName(int index) {
-  const Microscope* const microscope = Listed(index);
+  const Microscope* const microscope = g_face.Listed(index);
   return microscope == nullptr ? nullptr : TextsOf(*microscope).name.c_str();
 }
 
-// The selection stays with the microscope, also while it is unplugged.
 int SelectDeviceNumber(unsigned int index) {
-  Microscope* const microscope = Listed(index);
-  if (microscope == nullptr) {
-    return kFailed;
-  }
-  g_selected = microscope;
-  return kDone;
+  return g_face.Select(index) ? kDone : kFailed;
 }
 
 int GetScopeStatus() {
-  Microscope* const selected = g_selected;
+  Microscope* const selected = g_face.selected;
   if (selected == nullptr) {
     return kNothingSelected;
   }
@@ -172,7 +129,7 @@ int GetScopeStatus() {
 }
 
 float GetPixelSizeMicrons() {
-  Microscope* const microscope = Selected();
+  Microscope* const microscope = g_face.Selected();
   return microscope == nullptr ? 0.0F : PixelSizeOf(*microscope);
 }
 
@@ -183,7 +140,7 @@ unsigned int GetApiVersion() {
 // The size of the frames that the camera delivers now: frames of other sizes have pixels of the
 // same size.
 int GetPixelSizeInfo(float* micronsPerPixel, std::uint16_t* width, std::uint16_t* height) {
-  Microscope* const microscope = Selected();
+  Microscope* const microscope = g_face.Selected();
   if (microscope == nullptr) {
     return kFailed;
   }
@@ -195,7 +152,7 @@ int GetPixelSizeInfo(float* micronsPerPixel, std::uint16_t* width, std::uint16_t
 }
 
 int GetLensGroupInfo(std::uint16_t* lensDriver, std::uint8_t* lensGroup) {
-  Microscope* const microscope = Selected();
+  Microscope* const microscope = g_face.Selected();
   if (microscope == nullptr) {
     return kFailed;
   }
@@ -205,14 +162,14 @@ int GetLensGroupInfo(std::uint16_t* lensDriver, std::uint8_t* lensGroup) {
 }
 
 int IsCapturePressed() {
-  Microscope* const microscope = Selected();
+  Microscope* const microscope = g_face.Selected();
   return microscope != nullptr && microscope->TakePress() ? kDone : kFailed;
 }
 
 int GetVersionInfo(std::uint16_t* productId, std::uint8_t* hardwareMajor,
                    std::uint8_t* hardwareMinor, std::uint16_t* softwareMajor,
                    std::uint8_t* softwareMinor, std::uint8_t* softwarePatch) {
-  if (Selected() == nullptr) {
+  if (g_face.Selected() == nullptr) {
     return kFailed;
   }
   *productId = 4711;
@@ -225,7 +182,7 @@ int GetVersionInfo(std::uint16_t* productId, std::uint8_t* hardwareMajor,
 }
 
 int GetProtocolVersionInfo(std::uint16_t* major, std::uint8_t* minor, std::uint8_t* patch) {
-  if (Selected() == nullptr) {
+  if (g_face.Selected() == nullptr) {
     return kFailed;
   }
   *major = 1;
@@ -235,7 +192,7 @@ int GetProtocolVersionInfo(std::uint16_t* major, std::uint8_t* minor, std::uint8
 }
 
 int TriggerAutoFocus() {
-  Microscope* const microscope = Selected();
+  Microscope* const microscope = g_face.Selected();
   if (microscope == nullptr) {
     return kFailed;
   }
@@ -244,7 +201,7 @@ int TriggerAutoFocus() {
 }
 
 int GetFocusPosition(std::uint16_t* position) {
-  Microscope* const microscope = Selected();
+  Microscope* const microscope = g_face.Selected();
   if (microscope == nullptr) {
     return kFailed;
   }
@@ -253,7 +210,7 @@ int GetFocusPosition(std::uint16_t* position) {
 }
 
 int SetFocusPosition(std::uint16_t position) {
-  Microscope* const microscope = Selected();
+  Microscope* const microscope = g_face.Selected();
   if (microscope == nullptr) {
     return kFailed;
   }
@@ -269,7 +226,7 @@ int FocusFarStep() {
 }
 
 int GetLedState(std::int32_t* state) {
-  Microscope* const microscope = Selected();
+  Microscope* const microscope = g_face.Selected();
   if (microscope == nullptr) {
     return kFailed;
   }
@@ -278,14 +235,14 @@ int GetLedState(std::int32_t* state) {
 }
 
 int SetLedState(bool on) {
-  Microscope* const microscope = Selected();
+  Microscope* const microscope = g_face.Selected();
   if (microscope == nullptr) {
     return kFailed;
   }
-  microscope->SwitchLight(on);
+  microscope->LightLeds(on ? ostrel_simulator::kAllLeds : 0);
   return kDone;
 }
 
 const char* GetLastErrorString() {
-  return g_lastError;
+  return g_face.lastError;
 }

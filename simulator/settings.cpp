@@ -1,8 +1,12 @@
 #include "simulator/settings.h"
 
+#include <algorithm>
 #include <charconv>
+#include <cstddef>
 #include <cstring>
 #include <limits>
+#include <string_view>
+#include <utility>
 
 #include "simulator/optics.h"
 
@@ -19,6 +23,40 @@ bool ReadNumber(const char* text, const char* end, Number least, Number most, Nu
     return false;
   }
   *out = value;
+  return true;
+}
+
+std::vector<std::string_view> Split(std::string_view text, char separator) {
+  std::vector<std::string_view> parts;
+  for (;;) {
+    const std::size_t end = text.find(separator);
+    parts.push_back(text.substr(0, end));
+    if (end == std::string_view::npos) {
+      return parts;
+    }
+    text.remove_prefix(end + 1);
+  }
+}
+
+// Words between commas, or "none".
+bool ParseFeatures(std::string_view text, DinoLiteFeatures* features) {
+  *features = {false, false, LedControl::None};
+  if (text == "none") {
+    return true;
+  }
+  for (const std::string_view word : Split(text, ',')) {
+    if (word == "amr") {
+      features->measuresMagnification = true;
+    } else if (word == "microtouch") {
+      features->hasMicrotouch = true;
+    } else if (word == "leds") {
+      features->leds = LedControl::Groups;
+    } else if (word == "switch") {
+      features->leds = LedControl::Switch;
+    } else {
+      return false;
+    }
+  }
   return true;
 }
 
@@ -52,6 +90,22 @@ struct Reader {
     *pauseMs = second;
   }
 
+  // The features of one microscope after the other, between colons.
+  void ReadFeatures(const char* name, std::vector<DinoLiteFeatures>* all) {
+    const char* const text = get(name);
+    if (text == nullptr) {
+      return;
+    }
+    std::vector<DinoLiteFeatures> parsed;
+    for (const std::string_view one : Split(text, ':')) {
+      if (!ParseFeatures(one, &parsed.emplace_back())) {
+        valid = false;
+        return;
+      }
+    }
+    *all = std::move(parsed);
+  }
+
   void ReadStage(const char* name, Stage* stage) {
     const char* const text = get(name);
     if (text != nullptr && !ParseStage(text, stage)) {
@@ -61,6 +115,10 @@ struct Reader {
 };
 
 }  // namespace
+
+const DinoLiteFeatures& Settings::DinoLiteFeaturesOf(int index) const {
+  return dinoLiteFeatures[std::min(static_cast<std::size_t>(index), dinoLiteFeatures.size() - 1)];
+}
 
 bool ParseStage(const char* text, Stage* stage) {
   if (std::strcmp(text, "moving") == 0) {
@@ -98,6 +156,7 @@ Settings ReadSettings(const std::function<const char*(const char*)>& get) {
   reader.ReadStage("OSTREL_SIMULATOR_STAGE", &settings.stage);
   reader.Read("OSTREL_SIMULATOR_NUMBERS", 0, 1, &settings.showsNumbers);
   reader.Read("OSTREL_SIMULATOR_NOISE", 0, 100, &settings.noiseTenths);
+  reader.ReadFeatures("OSTREL_SIMULATOR_DINO_FEATURES", &settings.dinoLiteFeatures);
   if (const char* const path = get("OSTREL_SIMULATOR_CONTROL"); path != nullptr) {
     settings.controlPath = path;
   }

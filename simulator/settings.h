@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace ostrel_simulator {
 
@@ -16,7 +17,23 @@ struct Stage {
   bool operator==(const Stage&) const = default;
 };
 
+/// Which LEDs of a microscope a program can light through the Dino-Lite library.
+enum class LedControl { None, Switch, Groups };
+
+/// What a microscope can do for the Dino-Lite library.
+struct DinoLiteFeatures {
+  bool measuresMagnification = true;  ///< "amr"
+  bool hasMicrotouch = true;          ///< "microtouch"
+  /// "leds": all at once, and the groups by themselves; "switch": all at once alone
+  LedControl leds = LedControl::Groups;
+
+  bool operator==(const DinoLiteFeatures&) const = default;
+};
+
 struct Settings {
+  /// Of the microscope of an index.
+  const DinoLiteFeatures& DinoLiteFeaturesOf(int index) const;
+
   std::uint64_t seed = 1;         ///< OSTREL_SIMULATOR_SEED
   int devices = 1;                ///< OSTREL_SIMULATOR_DEVICES, 0 to 8
   int rowPadding = 0;             ///< OSTREL_SIMULATOR_ROW_PADDING, bytes, 0 to 4096
@@ -29,8 +46,10 @@ struct Settings {
   Stage stage;                    ///< OSTREL_SIMULATOR_STAGE: "moving", or "X:Y"
   int showsNumbers = 1;           ///< OSTREL_SIMULATOR_NUMBERS, 0 or 1
   int noiseTenths = 12;           ///< OSTREL_SIMULATOR_NOISE, 0 to 100
-  std::string controlPath;        ///< OSTREL_SIMULATOR_CONTROL; empty: no socket
-  bool valid = true;              ///< whether every variable that is set could be read
+  /// OSTREL_SIMULATOR_DINO_FEATURES; the last holds for all microscopes behind it
+  std::vector<DinoLiteFeatures> dinoLiteFeatures = std::vector<DinoLiteFeatures>(1);
+  std::string controlPath;  ///< OSTREL_SIMULATOR_CONTROL; empty: no socket
+  bool valid = true;        ///< whether every variable that is set could be read
 };
 
 inline constexpr int kFarthestStage = 1000000;

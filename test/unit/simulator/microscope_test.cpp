@@ -99,15 +99,40 @@ TEST(Microscope, FocusesByItselfInItsOwnTime) {
 TEST(Microscope, KeepsTheLevelOfItsLampWhileItIsOff) {
   StoppedMicroscope one;
   one.microscope.SetLight(30);
-  one.microscope.SwitchLight(false);
+  one.microscope.LightLeds(0);
   EXPECT_FALSE(one.microscope.IsLightOn());
   EXPECT_EQ(one.microscope.SceneNow().optics.light, 0);
-  one.microscope.SwitchLight(true);
+  one.microscope.LightLeds(100);
   EXPECT_EQ(one.microscope.SceneNow().optics.light, 30);
   one.microscope.SetLight(0);
   EXPECT_FALSE(one.microscope.IsLightOn());
-  one.microscope.SwitchLight(true);
+  one.microscope.LightLeds(100);
   EXPECT_EQ(one.microscope.SceneNow().optics.light, 30);
+}
+
+TEST(Microscope, GivesTheLightOfTheLedsThatAreLit) {
+  StoppedMicroscope one;
+  one.microscope.SetLight(50);
+  one.microscope.LightLeds(60);
+  EXPECT_EQ(one.microscope.SceneNow().optics.light, 30);
+  one.microscope.SetLight(100);
+  EXPECT_EQ(one.microscope.SceneNow().optics.light, 60);
+  one.microscope.SetLight(1);
+  EXPECT_EQ(one.microscope.SceneNow().optics.light, 1);
+  one.microscope.SetLight(0);
+  EXPECT_EQ(one.microscope.SceneNow().optics.light, 0);
+  one.microscope.SetLight(80);
+  EXPECT_EQ(one.microscope.SceneNow().optics.light, 80);
+}
+
+TEST(Microscope, CountsHowOftenItsRingIsTurned) {
+  StoppedMicroscope one;
+  EXPECT_EQ(one.microscope.MagnificationChanges(), 0U);
+  one.microscope.SetMagnification(50);
+  EXPECT_EQ(one.microscope.MagnificationChanges(), 0U);
+  one.microscope.SetMagnification(60);
+  one.microscope.SetMagnification(50);
+  EXPECT_EQ(one.microscope.MagnificationChanges(), 2U);
 }
 
 TEST(Microscope, TellsEachPressOfItsButtonOnce) {
@@ -151,7 +176,7 @@ TEST(Microscope, MayBeUsedByManyThreadsAtOnce) {
       for (int round = 0; round < 200; ++round) {
         microscope.MoveFocus((round * 7 + i) % 256);
         microscope.StepFocus(i % 2 == 0 ? 4 : -4);
-        microscope.SwitchLight(round % 2 == 0);
+        microscope.LightLeds(round % 101);
         microscope.SetLight(round % 101);
         microscope.SetMagnification(20 + round);
         microscope.SetStage({false, round, i});

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -13,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "unit/simulator/opened_instrument.h"
 #include "unit/support/elf_symbols.h"
 
 namespace ostrel_simulator {
@@ -38,14 +38,6 @@ struct Table {
     return GetLastErrorString();
   }
 };
-
-std::string Control(const std::string& command) {
-  void* const library = dlopen(OSTREL_TEST_MICROSCOPE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-  const auto control =
-      reinterpret_cast<char* (*)(const char*)>(dlsym(library, "virtual_microscope_control"));
-  const std::unique_ptr<char, decltype(&std::free)> answer(control(command.c_str()), &std::free);
-  return answer.get();
-}
 
 // A library with its first microscope selected, and a clock that stands still.
 struct SelectedTable : Table {
@@ -313,46 +305,23 @@ TEST(SimulatedOstrel, DrivesTheMicroscopeThatIsSelected) {
   EXPECT_EQ(table.FocusPosition(), 128);
 }
 
-// The camera library, as far as a test of both needs it.
-struct Camera {
-  Camera() : library(dlopen(OSTREL_TEST_SIMULATOR_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {}
-
-  template <typename... Arguments>
-  int Call(const char* name, Arguments... arguments) const {
-    return reinterpret_cast<int (*)(Arguments...)>(dlsym(library, name))(arguments...);
-  }
-
-  void* library;
-};
-
 TEST(SimulatedOstrel, ShowsTheCameraWhatItIsSetTo) {
   setenv("OSTREL_SIMULATOR_STAGE", "0:0", 1);
   setenv("OSTREL_SIMULATOR_NOISE", "0", 1);
   const SelectedTable table;
   Control("numbers 0");
-  const Camera camera;
+  const OpenedCamera camera;
   ASSERT_EQ(camera.Call("cnokhwa_start_capture_with_format", 0, 0), 0);
-  const auto grab = [&] {
-    std::vector<std::uint8_t> frame(640 * 480 * 3);
-    // The third frame from now on has been begun since.
-    for (int i = 0; i < 3; ++i) {
-      while (camera.Call("cnokhwa_grab_frame", 0, static_cast<void*>(frame.data()),
-                         static_cast<int>(frame.size())) == -256) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      }
-    }
-    return frame;
-  };
-  const std::vector<std::uint8_t> middle = grab();
-  EXPECT_TRUE(grab() == middle);
+  const std::vector<std::uint8_t> middle = camera.Grab();
+  EXPECT_TRUE(camera.Grab() == middle);
   table.SetFocusPosition(90);
   Control("clock advance 100");
-  EXPECT_FALSE(grab() == middle);
+  EXPECT_FALSE(camera.Grab() == middle);
   table.SetFocusPosition(128);
   Control("clock advance 100");
-  EXPECT_TRUE(grab() == middle);
+  EXPECT_TRUE(camera.Grab() == middle);
   table.SetLedState(false);
-  const std::vector<std::uint8_t> dark = grab();
+  const std::vector<std::uint8_t> dark = camera.Grab();
   for (const std::uint8_t value : dark) {
     ASSERT_LE(value, 255 * 8 / 256 + 5);
   }

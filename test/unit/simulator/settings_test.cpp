@@ -4,6 +4,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 namespace ostrel_simulator {
 namespace {
@@ -29,6 +30,8 @@ TEST(Settings, AreOneSteadyCameraWithoutVariables) {
   EXPECT_EQ(settings.stage, Stage{});
   EXPECT_EQ(settings.showsNumbers, 1);
   EXPECT_EQ(settings.noiseTenths, 12);
+  EXPECT_EQ(settings.dinoLiteFeatures, std::vector<DinoLiteFeatures>(1));
+  EXPECT_EQ(settings.dinoLiteFeatures[0], (DinoLiteFeatures{true, true, LedControl::Groups}));
   EXPECT_EQ(settings.controlPath, "");
   EXPECT_TRUE(settings.valid);
 }
@@ -62,6 +65,16 @@ TEST(Settings, ComeFromTheVariables) {
   EXPECT_TRUE(settings.valid);
 }
 
+TEST(Settings, GiveEachMicroscopeItsFeatures) {
+  const Settings settings =
+      Read({{"OSTREL_SIMULATOR_DINO_FEATURES", "leds,amr:none:microtouch,switch"}});
+  EXPECT_TRUE(settings.valid);
+  EXPECT_EQ(settings.DinoLiteFeaturesOf(0), (DinoLiteFeatures{true, false, LedControl::Groups}));
+  EXPECT_EQ(settings.DinoLiteFeaturesOf(1), (DinoLiteFeatures{false, false, LedControl::None}));
+  EXPECT_EQ(settings.DinoLiteFeaturesOf(2), (DinoLiteFeatures{false, true, LedControl::Switch}));
+  EXPECT_EQ(settings.DinoLiteFeaturesOf(7), settings.DinoLiteFeaturesOf(2));
+}
+
 TEST(Settings, StayAtTheirDefaultsWhereAVariableCannotBeRead) {
   const std::multimap<std::string, std::string> refused = {
       {"OSTREL_SIMULATOR_SEED", "-1"},
@@ -88,6 +101,11 @@ TEST(Settings, StayAtTheirDefaultsWhereAVariableCannotBeRead) {
       {"OSTREL_SIMULATOR_STAGE", "1000001:0"},
       {"OSTREL_SIMULATOR_NUMBERS", "2"},
       {"OSTREL_SIMULATOR_NOISE", "101"},
+      {"OSTREL_SIMULATOR_DINO_FEATURES", ""},
+      {"OSTREL_SIMULATOR_DINO_FEATURES", "amr,"},
+      {"OSTREL_SIMULATOR_DINO_FEATURES", "amr:"},
+      {"OSTREL_SIMULATOR_DINO_FEATURES", "amr,none"},
+      {"OSTREL_SIMULATOR_DINO_FEATURES", "AMR"},
   };
   for (const auto& [name, value] : refused) {
     const Settings settings = Read({{name, value}});
@@ -104,6 +122,7 @@ TEST(Settings, StayAtTheirDefaultsWhereAVariableCannotBeRead) {
     EXPECT_EQ(settings.stage, Stage{});
     EXPECT_EQ(settings.showsNumbers, 1);
     EXPECT_EQ(settings.noiseTenths, 12);
+    EXPECT_EQ(settings.dinoLiteFeatures, std::vector<DinoLiteFeatures>(1));
   }
 }
 
