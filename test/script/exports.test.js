@@ -131,7 +131,9 @@ const constants = [
 ];
 
 function toolOutput(command, args) {
-  const { status, stdout, stderr } = spawnSync(command, args, { encoding: 'utf8', env: toolEnvironment });
+  // A sanitized addon has megabytes of symbols.
+  const maxBuffer = 2 ** 28;
+  const { status, stdout, stderr } = spawnSync(command, args, { encoding: 'utf8', env: toolEnvironment, maxBuffer });
   assert.equal(status, 0, stderr);
   return stdout;
 }
