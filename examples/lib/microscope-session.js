@@ -14,8 +14,8 @@ export function readMicroscopeArguments(name) {
     options: { library: { type: 'string' }, device: { type: 'string', default: '0' } },
   });
   const directory = process.env.OSTREL_NATIVE_DIR;
-  const real = values.library ?? (directory && path.join(directory, name));
-  return { library: real ?? simulatedLibrary(name), isVirtual: !real, device: Number(values.device) };
+  const real = values.library ?? (directory ? path.join(directory, name) : null);
+  return { library: real ?? simulatedLibrary(name), isVirtual: real === null, device: Number(values.device) };
 }
 
 /**
