@@ -1,134 +1,130 @@
-// A Dino-Lite microscope at work: what its device tells, live, while the light is stepped.
+// A Dino-Lite microscope at work: what its device tells, live, while its ring is turned, its LEDs
+// are stepped and its button is pressed.
 //
-//   node examples/dino-lite.js [--library FILE] [--device N] [--seconds N]
+//   npm run example:dino-lite -- [--library FILE] [--device N]
 //
-// The library is the one that --library names, or libdinolite.so in the directory that the variable
-// OSTREL_NATIVE_DIR names, or else the one that the system finds under that name.
+// The microscope is the virtual one of this project unless --library names the library of a real
+// one, or the variable OSTREL_NATIVE_DIR the directory that holds libdinolite.so.
 
-import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
-import { parseArgs } from 'node:util';
 
-import { LiveLine } from '../scripts/lib/live-line.js';
 import { loadAddon } from './lib/load-addon.js';
+import { readMicroscopeArguments, withHand } from './lib/microscope-session.js';
+import { heading, row, runExample } from './lib/report.js';
+import { expectDone } from './lib/results.js';
+import { Telemetry, handSeconds, settledMs } from './lib/telemetry.js';
 
-const pollMs = 16;
-const ledMs = 700;
-
-function readArguments() {
-  const { values } = parseArgs({
-    options: { library: { type: 'string' }, device: { type: 'string', default: '0' }, seconds: { type: 'string', default: '10' } },
-  });
-  const directory = process.env.OSTREL_NATIVE_DIR;
-  const library = values.library ?? (directory ? path.join(directory, 'libdinolite.so') : '');
-  return { library, device: Number(values.device), seconds: Number(values.seconds) };
-}
-
-const heading = (text) => console.log(`\n${text}`);
-const row = (label, text) => console.log(`  ${label.padEnd(20)}  ${text}`);
-
-/** Throws what the addon has to say, unless a call has done what it should. */
-function expect(addon, done, call) {
-  if (!done) {
-    throw new Error(`${call} failed: ${addon.dinoLiteLastError() || addon.getLastError() || 'no reason given'}`);
-  }
-}
+const ledModeNames = { 17: 'all LEDs', 34: 'flexible', 16: 'group 1', 1: 'group 2', 0: 'off' };
 
 async function open(addon, { library, device }) {
   heading('Microscope library');
   const loaded = addon.loadDinoLite(library);
-  expect(addon, loaded.ok, `loadDinoLite(${library})`);
-  row(loaded.backend, loaded.path);
-  expect(addon, await addon.dinoLiteInitAsync(), 'dinoLiteInitAsync');
+  expectDone(addon, loaded.ok, `loadDinoLite(${library})`);
+  row('loaded', loaded.path);
+  row('back-end', loaded.backend);
+  expectDone(addon, await addon.dinoLiteInitAsync(), 'dinoLiteInitAsync');
 
   heading('Microscopes');
   for (const { index, uniqueId, name } of await addon.dinoLiteDevicesAsync()) {
     row(`microscope ${index}`, `${name} (${uniqueId})`);
   }
-  expect(addon, await addon.dinoLiteSelectDeviceAsync(device), `dinoLiteSelectDeviceAsync(${device})`);
+  expectDone(addon, await addon.dinoLiteSelectDeviceAsync(device), `dinoLiteSelectDeviceAsync(${device})`);
+  row('selected', addon.dinoLiteGetSelectedDevice());
 }
 
-function describe(addon) {
+function describe({ supportsAmr, supportsMicrotouch, ledModes, ledState, controllableLedsCount }) {
   heading('The selected microscope');
-  const state = addon.dinoLiteDebugState();
-  row('index', state.selectedDeviceIndex);
-  row('magnification', state.supportsAmr ? 'measured by the microscope' : 'to be read off its ring');
-  row('MicroTouch button', state.supportsMicrotouch ? 'yes' : 'no');
-  row('LED modes', state.ledModes.join(', ') || 'none');
-  row('LED groups', state.controllableLedsCount);
-  return state;
+  row('magnification', supportsAmr ? 'measured by the microscope' : 'to be read off its ring');
+  row('MicroTouch button', supportsMicrotouch ? 'yes' : 'no');
+  row('LED modes', ledModes.map(nameLedMode).join(', ') || 'none');
+  row('LED groups', controllableLedsCount);
+  row('LEDs now', ledModes.length > 0 ? nameLedMode(ledState) : 'as they are');
 }
 
-/** Polls as a window would, many times a second, and shows what it sees; no call of it waits. */
-class Telemetry {
+const nameLedMode = (mode) => `${mode} (${ledModeNames[mode] ?? 'unknown'})`;
+
+class DinoLiteTelemetry extends Telemetry {
   constructor(addon, device) {
-    this.addon = addon;
+    super(addon);
     this.device = device;
-    this.line = new LiveLine();
-    this.presses = 0;
-    this.polls = 0;
-    this.slowestMs = 0;
-    this.timer = setInterval(() => this.poll(), pollMs);
   }
 
-  poll() {
-    const started = performance.now();
-    const amr = this.addon.dinoLiteGetAmr(this.device);
-    const fov = amr === null ? null : this.addon.dinoLiteGetFovx(this.device, amr);
+  read() {
+    this.amr = this.addon.dinoLiteGetAmr(this.device);
+    this.fieldOfView = this.amr === null ? null : this.addon.dinoLiteGetFovx(this.device, this.amr);
     this.presses += this.addon.dinoLiteMicrotouchPressed() ? 1 : 0;
-    this.slowestMs = Math.max(this.slowestMs, performance.now() - started);
-    this.polls += 1;
-    this.line.update(`  ${'live'.padEnd(20)}  magnification ${amr?.toFixed(1) ?? 'unknown'}   ` +
-      `field of view ${fov?.toFixed(3) ?? 'unknown'}   button presses ${this.presses}`);
   }
 
-  say(label, text) {
-    this.line.clear();
-    row(label, text);
-  }
-
-  stop() {
-    clearInterval(this.timer);
-    this.line.clear();
+  text() {
+    return `magnification ${this.amr?.toFixed(1) ?? 'unknown'}   field of view ${this.fieldOfView?.toFixed(3) ?? 'unknown'}`;
   }
 }
 
-async function runLive(addon, { device, seconds }, { supportsLedControl, supportsMicrotouch, ledModes }) {
+async function watchRing(telemetry, hand) {
+  telemetry.say('magnification ring', hand ? 'turned by the hand at the virtual microscope'
+    : `turn it within ${handSeconds} seconds`);
+  for (const magnification of hand ? [200, 35, 50] : []) {
+    await hand(`magnification ${magnification}`);
+    await telemetry.until(() => telemetry.amr === magnification && telemetry.fieldOfView !== null, handSeconds);
+    telemetry.say(`ring at ${magnification}`, telemetry.text());
+  }
+  if (!hand) {
+    await sleep(handSeconds * 1000);
+    telemetry.say('ring', telemetry.text());
+  }
+}
+
+async function stepLeds(addon, telemetry, { ledModes }) {
+  for (let step = 0; step < ledModes.length; ++step) {
+    const mode = await addon.dinoLiteToggleLedAsync();
+    // -1 may also be a mode of the device.
+    expectDone(addon, mode !== -1 || addon.dinoLiteLastError() === '', 'dinoLiteToggleLedAsync');
+    telemetry.say('LEDs', nameLedMode(mode));
+    await sleep(settledMs);
+  }
+}
+
+async function runLive(addon, { device }, state, hand) {
   heading('Live');
-  const telemetry = new Telemetry(addon, device);
+  const telemetry = new DinoLiteTelemetry(addon, device);
   try {
-    if (supportsMicrotouch) {
-      expect(addon, await addon.dinoLiteEnableMicrotouchAsync(), 'dinoLiteEnableMicrotouchAsync');
-      telemetry.say('button', `press it; each press is seen once, for ${seconds} seconds`);
+    await sleep(settledMs);
+    if (state.supportsAmr) {
+      await watchRing(telemetry, hand);
     }
-    for (let step = 0; supportsLedControl && step < ledModes.length; step += 1) {
-      const mode = await addon.dinoLiteToggleLedAsync();
-      expect(addon, mode !== -1 || addon.dinoLiteLastError() === '', 'dinoLiteToggleLedAsync');
-      telemetry.say('light', `mode ${mode}`);
-      await sleep(ledMs);
+    if (state.supportsLedControl) {
+      await stepLeds(addon, telemetry, state);
     }
-    await sleep(seconds * 1000);
+    if (state.supportsMicrotouch) {
+      expectDone(addon, await addon.dinoLiteEnableMicrotouchAsync(), 'dinoLiteEnableMicrotouchAsync');
+      await telemetry.watchButton(hand);
+    }
   } finally {
     telemetry.stop();
   }
-  row('button presses', telemetry.presses);
-  row('polled', `${telemetry.polls} times, the slowest took ${telemetry.slowestMs.toFixed(2)} ms`);
+  telemetry.tellPolls();
+}
+
+function showDebugState(addon) {
+  heading('Debug state');
+  for (const [key, value] of Object.entries(addon.dinoLiteDebugState())) {
+    row(key, Array.isArray(value) ? value.join(', ') : value);
+  }
 }
 
 async function main() {
-  const choice = readArguments();
+  const choice = readMicroscopeArguments('libdinolite.so');
   const addon = loadAddon();
   try {
-    await open(addon, choice);
-    await runLive(addon, choice, describe(addon));
+    await withHand(choice, () => open(addon, choice), async (hand) => {
+      const state = addon.dinoLiteDebugState();
+      describe(state);
+      await runLive(addon, choice, state, hand);
+      showDebugState(addon);
+    });
   } finally {
     await addon.dinoLiteDisposeAsync();
   }
 }
 
-try {
-  await main();
-} catch (error) {
-  console.error(`\n${error.message}`);
-  process.exitCode = 1;
-}
+await runExample(main);

@@ -5,31 +5,15 @@
 // The microscope is the virtual one of this project unless --library names the library of a real
 // one, or the variable OSTREL_NATIVE_DIR the directory that holds libostrel.so.
 
-import { mkdtemp, rm } from 'node:fs/promises';
-import os from 'node:os';
-import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
-import { parseArgs } from 'node:util';
 
-import { LiveLine } from '../scripts/lib/live-line.js';
 import { loadAddon } from './lib/load-addon.js';
+import { readMicroscopeArguments, withHand } from './lib/microscope-session.js';
 import { heading, row, runExample } from './lib/report.js';
 import { expectDone } from './lib/results.js';
-import { MicroscopeControl, simulatedLibrary } from './lib/virtual-microscope.js';
+import { Telemetry, pollMs, settledMs } from './lib/telemetry.js';
 
-const pollMs = 16;
-const settledMs = 400;
 const autoFocusSeconds = 10;
-const buttonSeconds = 3;
-
-function readArguments() {
-  const { values } = parseArgs({
-    options: { library: { type: 'string' }, device: { type: 'string', default: '0' } },
-  });
-  const directory = process.env.OSTREL_NATIVE_DIR;
-  const real = values.library ?? (directory && path.join(directory, 'libostrel.so'));
-  return { library: real ?? simulatedLibrary('libostrel.so'), isVirtual: !real, device: Number(values.device) };
-}
 
 async function open(addon, { library, device }) {
   heading('Microscope library');
@@ -67,28 +51,18 @@ function describe(addon) {
     ? `${pixel.micronsPerPixel.toFixed(3)} um, in pictures of ${pixel.width} x ${pixel.height}` : 'unknown');
 }
 
-/** Polls as a window would, many times a second, and shows what it sees; no call of it waits. */
-class Telemetry {
-  constructor(addon) {
-    this.addon = addon;
-    this.line = new LiveLine({ quietSeconds: 0.5 });
-    this.presses = 0;
-    this.polls = 0;
-    this.slowestMs = 0;
-    this.timer = setInterval(() => this.poll(), pollMs);
-  }
-
-  poll() {
-    const started = performance.now();
-    const status = this.addon.ostrelGetScopeStatus();
-    const size = this.addon.ostrelGetPixelSizeMicrons();
-    const { lensGroup } = this.addon.ostrelGetLensGroupInfo();
+class OstrelTelemetry extends Telemetry {
+  read() {
+    this.status = this.addon.ostrelGetScopeStatus();
+    this.pixelSize = this.addon.ostrelGetPixelSizeMicrons();
+    this.lensGroup = this.addon.ostrelGetLensGroupInfo().lensGroup;
     this.focus = this.addon.ostrelGetFocusPosition();
     this.presses += this.addon.ostrelIsCapturePressed() ? 1 : 0;
-    this.slowestMs = Math.max(this.slowestMs, performance.now() - started);
-    ++this.polls;
-    this.line.update(`  ${'live'.padEnd(20)}  status ${status}   focus ${String(this.focus).padStart(3)}   ` +
-      `pixel ${size.toFixed(3)} um   lens group ${lensGroup}   button presses ${this.presses}`);
+  }
+
+  text() {
+    return `status ${this.status}   focus ${String(this.focus).padStart(3)}   ` +
+      `pixel ${this.pixelSize.toFixed(3)} um   lens group ${this.lensGroup}`;
   }
 
   /** Waits until the focus has come to rest, or the time is over. */
@@ -103,16 +77,6 @@ class Telemetry {
       }
     }
     return focus;
-  }
-
-  say(label, text) {
-    this.line.clear();
-    row(label, text);
-  }
-
-  stop() {
-    clearInterval(this.timer);
-    this.line.clear();
   }
 }
 
@@ -144,20 +108,9 @@ async function autoFocus(addon, telemetry) {
   telemetry.say('auto-focus', `at ${position}, after ${((performance.now() - started) / 1000).toFixed(1)} s`);
 }
 
-async function watchButton(telemetry, control) {
-  telemetry.say('button', control ? 'pressed twice, by the hand at the virtual microscope'
-    : `press the capture button within ${buttonSeconds} seconds`);
-  const before = telemetry.presses;
-  for (const end = performance.now() + buttonSeconds * 1000; performance.now() < end && telemetry.presses < before + 2;) {
-    await control?.run('press');
-    await sleep(settledMs);
-  }
-  telemetry.say('button', `${telemetry.presses - before} presses seen`);
-}
-
-async function runLive(addon, control) {
+async function runLive(addon, hand) {
   heading('Live');
-  const telemetry = new Telemetry(addon);
+  const telemetry = new OstrelTelemetry(addon);
   try {
     const { focus, led } = addon.ostrelCapabilities();
     await sleep(settledMs);
@@ -168,28 +121,23 @@ async function runLive(addon, control) {
     if (led) {
       await driveLed(addon, telemetry);
     }
-    await watchButton(telemetry, control);
+    await telemetry.watchButton(hand);
   } finally {
     telemetry.stop();
   }
-  row('polled', `${telemetry.polls} times, the slowest took ${telemetry.slowestMs.toFixed(2)} ms`);
+  telemetry.tellPolls();
 }
 
 async function main() {
-  const choice = readArguments();
+  const choice = readMicroscopeArguments('libostrel.so');
   const addon = loadAddon();
-  const directory = await mkdtemp(path.join(os.tmpdir(), 'virtual-microscope-'));
-  let control;
   try {
-    process.env.OSTREL_SIMULATOR_CONTROL ??= path.join(directory, 'control');
-    await open(addon, choice);
-    control = choice.isVirtual ? await MicroscopeControl.connect(process.env.OSTREL_SIMULATOR_CONTROL) : null;
-    describe(addon);
-    await runLive(addon, control);
+    await withHand(choice, () => open(addon, choice), async (hand) => {
+      describe(addon);
+      await runLive(addon, hand);
+    });
   } finally {
-    control?.close();
     await addon.ostrelDisposeAsync();
-    await rm(directory, { recursive: true });
   }
 }
 

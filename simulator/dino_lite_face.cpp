@@ -79,9 +79,9 @@ Microscope* WithButton() {
   return microscope;
 }
 
-// What the LEDs of the selected microscope can be set to; nothing where a program cannot.
-std::span<const LedMode> LedModes() {
-  const Microscope* const microscope = g_face.Selected();
+// What the LEDs of the selected microscope can be set to; nothing where there is none, or a program
+// cannot.
+std::span<const LedMode> LedModesOf(const Microscope* microscope) {
   if (microscope == nullptr) {
     return {};
   }
@@ -172,11 +172,11 @@ bool dl_microtouch_pressed() {
 }
 
 int dl_led_mode_count() {
-  return static_cast<int>(LedModes().size());
+  return static_cast<int>(LedModesOf(g_face.Selected()).size());
 }
 
 int dl_led_mode(int index) {
-  const std::span<const LedMode> modes = LedModes();
+  const std::span<const LedMode> modes = LedModesOf(g_face.Selected());
   if (modes.empty()) {
     return 0;
   }
@@ -189,8 +189,8 @@ int dl_led_mode(int index) {
 
 bool dl_set_led_state(int mode) {
   Microscope* const microscope = g_face.Selected();
-  const std::span<const LedMode> modes = LedModes();
-  if (microscope == nullptr || modes.empty()) {
+  const std::span<const LedMode> modes = LedModesOf(microscope);
+  if (modes.empty()) {
     return false;
   }
   const auto found = std::find_if(modes.begin(), modes.end(),

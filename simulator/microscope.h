@@ -58,7 +58,8 @@ struct Microscope {
   void LightLeds(int percent);
   bool IsLightOn();
 
-  /// Level of the lamp in percent while it is on, 1 to 100; 0 turns it off and keeps the level.
+  /// Level of the lamp in percent while it is on, 1 to 100; 0 turns it off and keeps the level. A
+  /// lamp that was off comes on with all LEDs.
   void SetLight(int percent);
 
   /// Turns the magnification ring.

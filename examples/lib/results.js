@@ -42,9 +42,10 @@ export function check(addon, call, code, advice, meanings = cameraResults) {
   return code;
 }
 
-/** For the microscope's functions: throws what the addon and the library have to say, unless `done`. */
+/** For the microscopes' functions: throws what the addon and the library have to say, unless `done`. */
 export function expectDone(addon, done, call) {
   if (!done) {
-    throw new Error(`${call} failed: ${addon.ostrelLastError() || addon.getLastError() || 'no reason given'}`);
+    const words = addon.ostrelLastError() || addon.dinoLiteLastError() || addon.getLastError();
+    throw new Error(`${call} failed: ${words || 'no reason given'}`);
   }
 }

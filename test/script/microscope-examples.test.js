@@ -14,11 +14,24 @@ import { makeTemporaryDirectory } from './support/temporary.js';
 const directory = makeTemporaryDirectory();
 const skip = skipUnderSanitizer('the examples take the release build');
 
-function run(name, ...args) {
+function runWith(variables, name, ...args) {
   const example = fileURLToPath(new URL(`../../examples/${name}.js`, import.meta.url));
   const { status, stdout, stderr } = spawnSync(process.execPath, [example, ...args],
-    { encoding: 'utf8', env: { ...toolEnvironment, INIT_CWD: directory } });
+    { encoding: 'utf8', env: { ...toolEnvironment, INIT_CWD: directory, ...variables } });
   return { status, stdout, stderr };
+}
+
+const run = (name, ...args) => runWith({}, name, ...args);
+
+/** That an example came to its end, and printed these lines in this order. */
+function assertShown({ status, stdout, stderr }, expected) {
+  assert.deepEqual({ status, stderr }, { status: 0, stderr: '' });
+  const lines = stdout.split('\n');
+  let next = 0;
+  for (const line of expected) {
+    next = lines.indexOf(line, next) + 1;
+    assert.ok(next > 0, `${line}\nis missing, or out of order, in\n${stdout}`);
+  }
 }
 
 function assertRefused(result, words) {
@@ -27,9 +40,8 @@ function assertRefused(result, words) {
 
 describe('example:ostrel', { skip }, () => {
   it('shows the microscope at work and ends by itself', () => {
-    const { status, stdout, stderr } = run('ostrel');
-    assert.deepEqual({ status, stderr }, { status: 0, stderr: '' });
-    for (const line of [
+    const shown = run('ostrel');
+    assertShown(shown, [
       '  interface version     1.2',
       '  offers                focus, led, pixelSizeInfo, lensGroupInfo',
       '  microscope 0          Simulated microscope 1 (simulated-microscope-1)',
@@ -48,11 +60,9 @@ describe('example:ostrel', { skip }, () => {
       '  LED off               the microscope says 0',
       '  LED on                the microscope says 1',
       '  button                2 presses seen',
-    ]) {
-      assert.ok(stdout.split('\n').includes(line), `${line}\nis missing from\n${stdout}`);
-    }
-    assert.match(stdout, /^ {2}live {18}status 1 {3}focus 128 {3}pixel 0\.700 um {3}lens group 2 /m);
-    assert.match(stdout, /^ {2}auto-focus {12}at 86, after /m);
+    ]);
+    assert.match(shown.stdout, /^ {2}live {18}status 1 {3}focus 128 {3}pixel 0\.700 um {3}lens group 2 /m);
+    assert.match(shown.stdout, /^ {2}auto-focus {12}at 86, after /m);
   });
 
   it('says why it cannot', () => {
@@ -60,6 +70,63 @@ describe('example:ostrel', { skip }, () => {
       'loadOstrel(/nowhere.so) failed: Could not load Ostrel native library');
     assertRefused(run('ostrel', '--device', '3'),
       'ostrelSelectDeviceAsync(3) failed: Ostrel SDK device selection received an unavailable device index');
+  });
+});
+
+describe('example:dino-lite', { skip }, () => {
+  it('shows the microscope at work and ends by itself', () => {
+    const shown = runWith({ OSTREL_SIMULATOR_DEVICES: '2' }, 'dino-lite', '--device', '1');
+    assertShown(shown, [
+      '  back-end              mac-libdinolite',
+      '  microscope 0          Simulated microscope 1 (simulated-microscope-1)',
+      '  microscope 1          Simulated microscope 2 (simulated-microscope-2)',
+      '  selected              1',
+      '  magnification         measured by the microscope',
+      '  MicroTouch button     yes',
+      '  LED modes             17 (all LEDs), 16 (group 1), 1 (group 2), 34 (flexible), 0 (off)',
+      '  LED groups            2',
+      '  LEDs now              17 (all LEDs)',
+      '  ring at 200           magnification 200.0   field of view 0.336',
+      '  ring at 35            magnification 35.0   field of view 1.920',
+      '  ring at 50            magnification 50.0   field of view 1.344',
+      '  LEDs                  16 (group 1)',
+      '  LEDs                  1 (group 2)',
+      '  LEDs                  34 (flexible)',
+      '  LEDs                  0 (off)',
+      '  LEDs                  17 (all LEDs)',
+      '  button                2 presses seen',
+      '  loaded                true',
+      '  selectedDeviceIndex   1',
+      '  ledState              17',
+      '  supportsLedControl    true',
+      '  amrRaw                50',
+      '  amrUpdates            3',
+      '  ledModes              17, 16, 1, 34, 0',
+      '  cachedAmr             50',
+    ]);
+    assert.match(shown.stdout, /^ {2}live {18}magnification 50\.0 {3}field of view 1\.344 {3}button presses 0$/m);
+  });
+
+  it('shows a microscope that can do less', () => {
+    const shown = runWith({ OSTREL_SIMULATOR_DINO_FEATURES: 'none' }, 'dino-lite');
+    assertShown(shown, [
+      '  magnification         to be read off its ring',
+      '  MicroTouch button     no',
+      '  LED modes             none',
+      '  LED groups            0',
+      '  LEDs now              as they are',
+      '  supportsAmr           false',
+      '  supportsMicrotouch    false',
+      '  supportsLedControl    false',
+      '  amrRead               false',
+      '  cachedAmr             null',
+    ]);
+  });
+
+  it('says why it cannot', () => {
+    assertRefused(run('dino-lite', '--library', '/nowhere.so'), 'loadDinoLite(/nowhere.so) failed: ' +
+      'Could not load native library \'/nowhere.so\': /nowhere.so: cannot open shared object file: No such file or directory');
+    assertRefused(run('dino-lite', '--device', '3'), 'dinoLiteSelectDeviceAsync(3) failed: There is no such microscope');
   });
 });
 
