@@ -34,17 +34,9 @@ struct DinoTelemetryTest : DinoTest {
 
   void SendAmr(float value) { SendFloat(fake, "default dl_get_amr", value); }
 
-  // What the library answers for any magnification.
-  void SendFov(double value) { fake.Send("default dl_get_fovx " + Bits(value)); }
-
   // Asks for a reading of the device 0, and waits for it.
   static void ReadAmr() {
     PollDinoAmr(0);
-    Flush();
-  }
-
-  static void ReadFov(double amr) {
-    PollDinoFov(amr, 0);
     Flush();
   }
 };
@@ -218,9 +210,10 @@ TEST_F(DinoTelemetryTest, ServesTheLastGoodMagnificationUntilItIsTooOld) {
 TEST_F(DinoTelemetryTest, ForgetsEverythingForAnotherIndexAndNeverServesTheOld) {
   SelectDevice();
   SendAmr(60.0F);
-  SendFov(6000.0);
+  fake.Send("default dl_get_fovx " + Bits(6000.0));
   ReadAmr();
-  ReadFov(60.0);
+  PollDinoFov(60.0, 0);
+  Flush();
   g_dinoCachedMicrotouch = true;
   ASSERT_EQ(g_dinoCachedAmr, 60.0);
   fake.Send("block dl_get_amr");
@@ -272,221 +265,6 @@ TEST_F(DinoTelemetryTest, PutsOneReadingOfAKindIntoTheQueueHoweverManyPollsThere
   Flush();
   EXPECT_EQ(Calls(), (CallList{"dl_get_amr()", "dl_get_amr_update_count()",
                                "dl_get_fovx(0," + Bits(50.0) + ")", "dl_microtouch_pressed()"}));
-}
-
-TEST_F(DinoTelemetryTest, ServesTheFieldOfViewOnlyAtTheCallAfterTheOneThatAskedForIt) {
-  Load();
-  SendFov(6540.0);
-  EXPECT_EQ(PollDinoFov(50.0, 3), std::nullopt);
-  Flush();
-  EXPECT_EQ(Calls(), CallList{"dl_get_fovx(3," + Bits(50.0) + ")"});
-  SendFov(1000.0);
-  EXPECT_EQ(PollDinoFov(50.0, 3), 6.54);
-  Flush();
-  EXPECT_EQ(PollDinoFov(50.0, 3), 1.0);
-  Flush();
-  EXPECT_EQ(Errors(), Both(""));
-}
-
-TEST_F(DinoTelemetryTest, TakesANegativeSelectorForZero) {
-  Load();
-  for (const std::int32_t selector : {-1, std::numeric_limits<std::int32_t>::min(), 7}) {
-    PollDinoFov(50.0, selector);
-    Flush();
-  }
-  EXPECT_EQ(Calls(),
-            (CallList{"dl_get_fovx(0," + Bits(50.0) + ")", "dl_get_fovx(0," + Bits(50.0) + ")",
-                      "dl_get_fovx(7," + Bits(50.0) + ")"}));
-}
-
-TEST_F(DinoTelemetryTest, ServesTheFieldOfViewOfNearlyTheSameMagnificationAndOfNoOther) {
-  Load();
-  SendFov(5000.0);
-  ReadFov(50.0005);
-  fake.Send("block dl_get_fovx");
-  EXPECT_EQ(PollDinoFov(50.0, 0), 5.0);
-  EXPECT_EQ(PollDinoFov(50.002, 0), std::nullopt);
-  EXPECT_EQ(g_dinoCachedFov, -1.0);
-  EXPECT_EQ(g_dinoCachedFovAmr, 50.002);
-  EXPECT_EQ(PollDinoFov(50.0, 0), std::nullopt);
-  fake.Send("release dl_get_fovx");
-  Flush();
-}
-
-TEST_F(DinoTelemetryTest, ServesTheFieldOfViewWhateverTheSelectorThatItIsFor) {
-  Load();
-  SendFov(5000.0);
-  ReadFov(50.0);
-  EXPECT_EQ(PollDinoFov(50.0, 2), 5.0);
-  Flush();
-}
-
-// A reading for the former magnification that ends late writes it back; the next poll sees that.
-TEST_F(DinoTelemetryTest, DropsALateFieldOfViewForAFormerMagnification) {
-  Load();
-  fake.Send("default dl_get_fovx@0," + Bits(50.0) + " " + Bits(5000.0));
-  fake.Send("default dl_get_fovx@0," + Bits(60.0) + " " + Bits(6000.0));
-  fake.Send("block dl_get_fovx");
-  EXPECT_EQ(PollDinoFov(50.0, 0), std::nullopt);
-  fake.WaitEntered("dl_get_fovx", 1);
-  EXPECT_EQ(PollDinoFov(60.0, 0), std::nullopt);
-  fake.Send("release dl_get_fovx");
-  Flush();
-  EXPECT_EQ(g_dinoCachedFov, 5.0);
-  EXPECT_EQ(g_dinoCachedFovAmr, 50.0);
-  EXPECT_EQ(PollDinoFov(60.0, 0), std::nullopt);
-  Flush();
-  EXPECT_EQ(PollDinoFov(60.0, 0), 6.0);
-  Flush();
-}
-
-TEST_F(DinoTelemetryTest, StoresAndStampsAlsoAFieldOfViewThatIsNone) {
-  Load();
-  for (const double none : {0.0, -0.0, -5.0, double{kNaN}}) {
-    SendFov(none);
-    g_dinoCachedFov = 1.0;
-    g_dinoCachedFovAtMs = 0;
-    ReadFov(50.0);
-    EXPECT_EQ(g_dinoCachedFov, -1.0);
-    EXPECT_EQ(g_dinoCachedFovAmr, 50.0);
-    EXPECT_GT(g_dinoCachedFovAtMs, 0);
-    EXPECT_EQ(PollDinoFov(50.0, 0), std::nullopt);
-    Flush();
-  }
-  SendFov(double{kInfinity});
-  ReadFov(50.0);
-  EXPECT_EQ(PollDinoFov(50.0, 0), double{kInfinity});
-  Flush();
-}
-
-TEST_F(DinoTelemetryTest, HasNoFieldOfViewOfALibraryWithoutOneOrOfNone) {
-  ReadFov(50.0);
-  EXPECT_EQ(g_dinoCachedFov, -1.0);
-  EXPECT_GT(g_dinoCachedFovAtMs, 0);
-  const FakeLibrary library = Load("dl_get_fovx");
-  ReadFov(50.0);
-  EXPECT_EQ(PollDinoFov(50.0, 0), std::nullopt);
-  Flush();
-  // These readings publish no state.
-  EXPECT_EQ(Snapshot().backend, "");
-  EXPECT_TRUE(library.Calls().empty());
-}
-
-TEST_F(DinoTelemetryTest, TakesNaNForTheMagnificationOfAnyFieldOfView) {
-  Load();
-  SendFov(5000.0);
-  ReadFov(50.0);
-  EXPECT_EQ(PollDinoFov(std::numeric_limits<double>::quiet_NaN(), 0), 5.0);
-  Flush();
-  EXPECT_TRUE(std::isnan(g_dinoCachedFovAmr));
-  EXPECT_EQ(PollDinoFov(70.0, 0), 5.0);
-  Flush();
-  EXPECT_EQ(g_dinoCachedFovAmr, 70.0);
-}
-
-TEST_F(DinoTelemetryTest, ServesAFieldOfViewUntilItIsTooOld) {
-  Load();
-  fake.Send("block dl_get_fovx");
-  g_dinoCachedFov = 6.0;
-  g_dinoCachedFovAmr = 50.0;
-  g_dinoCachedFovAtMs = SteadyMs() - 1000;
-  EXPECT_EQ(PollDinoFov(50.0, 0), 6.0);
-  g_dinoCachedFovAtMs = SteadyMs() - 3000;
-  EXPECT_EQ(PollDinoFov(50.0, 0), std::nullopt);
-  fake.Send("release dl_get_fovx");
-  Flush();
-}
-
-TEST_F(DinoTelemetryTest, ReportsEachPressOnceAndOneCallLate) {
-  SelectDevice();
-  ASSERT_TRUE(EnableDinoMicrotouch(true));
-  fake.Send("answer dl_microtouch_pressed 1 0 0");
-  EXPECT_FALSE(PollDinoMicrotouch());
-  Flush();
-  EXPECT_TRUE(PollDinoMicrotouch());
-  Flush();
-  EXPECT_FALSE(PollDinoMicrotouch());
-  Flush();
-  EXPECT_EQ(fake.Entered("dl_microtouch_pressed"), 3);
-}
-
-TEST_F(DinoTelemetryTest, ReportsTwoPressesThatNobodyAskedForInBetweenAsOne) {
-  SelectDevice();
-  ASSERT_TRUE(EnableDinoMicrotouch(true));
-  fake.Send("block dl_microtouch_pressed\nanswer dl_microtouch_pressed 1 0 0");
-  EXPECT_FALSE(PollDinoMicrotouch());
-  fake.WaitEntered("dl_microtouch_pressed", 1);
-  g_dinoCachedMicrotouch = true;
-  fake.Send("release dl_microtouch_pressed");
-  Flush();
-  EXPECT_TRUE(PollDinoMicrotouch());
-  Flush();
-  EXPECT_FALSE(PollDinoMicrotouch());
-  Flush();
-}
-
-// The latch is taken in one step: of many presses and many polls, none is told twice.
-TEST_F(DinoTelemetryTest, TellsNoPressTwiceHoweverFastItIsPolled) {
-  SelectDevice();
-  ASSERT_TRUE(EnableDinoMicrotouch(true));
-  fake.Send("log_limit 0\ndefault dl_microtouch_pressed 1");
-  int told = 0;
-  for (int i = 0; i < 20'000; ++i) {
-    told += PollDinoMicrotouch() ? 1 : 0;
-  }
-  Flush();
-  told += g_dinoCachedMicrotouch ? 1 : 0;
-  EXPECT_GE(told, 1);
-  EXPECT_LE(told, fake.Entered("dl_microtouch_pressed"));
-}
-
-TEST_F(DinoTelemetryTest, KeepsAPressHoweverOldAndThroughADisabling) {
-  SelectDevice();
-  ASSERT_TRUE(EnableDinoMicrotouch(true));
-  fake.Send("answer dl_microtouch_pressed 1");
-  PollDinoMicrotouch();
-  Flush();
-  ASSERT_TRUE(EnableDinoMicrotouch(false));
-  EXPECT_TRUE(PollDinoMicrotouch());
-  Flush();
-  EXPECT_FALSE(PollDinoMicrotouch());
-  Flush();
-  // Disabled, the polls did not reach the library.
-  EXPECT_EQ(fake.Entered("dl_microtouch_pressed"), 1);
-}
-
-TEST_F(DinoTelemetryTest, LosesAPressWhenTheDeviceIsChanged) {
-  SelectDevice();
-  ASSERT_TRUE(EnableDinoMicrotouch(true));
-  fake.Send("answer dl_microtouch_pressed 1");
-  PollDinoMicrotouch();
-  Flush();
-  ASSERT_TRUE(SelectDinoDevice(1));
-  EXPECT_FALSE(PollDinoMicrotouch());
-  Flush();
-  // Polling goes on without enabling it anew.
-  EXPECT_EQ(fake.Entered("dl_microtouch_pressed"), 2);
-}
-
-TEST_F(DinoTelemetryTest, AsksForTheButtonOnlyOfASelectedDeviceThatHasOneAndIfItIsEnabled) {
-  const auto poll = [] {
-    EXPECT_FALSE(PollDinoMicrotouch());
-    Flush();
-  };
-  poll();
-  Start();
-  fake.Send("default dl_microtouch_pressed 1");
-  EXPECT_FALSE(EnableDinoMicrotouch(true));
-  poll();
-  ASSERT_TRUE(SelectDinoDevice(0));
-  poll();
-  SelectDevice();
-  EXPECT_TRUE(EnableDinoMicrotouch(false));
-  poll();
-  EXPECT_EQ(fake.Entered("dl_microtouch_pressed"), 0);
-  EXPECT_TRUE(EnableDinoMicrotouch(true));
-  poll();
-  EXPECT_EQ(fake.Entered("dl_microtouch_pressed"), 1);
 }
 
 TEST_F(DinoTelemetryTest, NeverWaitsForALibraryThatHangs) {
