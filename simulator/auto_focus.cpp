@@ -21,7 +21,7 @@ constexpr Sweep kSweeps[] = {{16, kFocusPositions}, {4, 12}, {1, 3}};
 std::int64_t CentreContrast(const LayeredSpecimen& specimen, const Optics& optics,
                             StagePoint point) {
   const SpecimenView view(specimen, optics);
-  constexpr std::ptrdiff_t kRowBytes = kPatchSize * 3;
+  constexpr std::ptrdiff_t kRowBytes = std::ptrdiff_t{kPatchSize} * 3;
   std::vector<std::uint8_t> patch(std::size_t{kRowBytes} * kPatchSize);
   view.Paint(view.PixelAt(point.x) - kPatchSize / 2, view.PixelAt(point.y) - kPatchSize / 2,
              kPatchSize, kPatchSize, kRowBytes, patch.data());

@@ -6,7 +6,7 @@ namespace ostrel_simulator {
 
 namespace {
 
-constexpr int kChannels = 4;
+constexpr std::ptrdiff_t kChannels = 4;
 
 BlurLayer MakeLayer(int width, int height) {
   return {width, height,

@@ -12,7 +12,8 @@ int HeightField::At(std::uint32_t u, std::uint32_t v) const {
   const auto fractionX = static_cast<int>(u >> (kCellBits - 8)) & 255;
   const auto fractionY = static_cast<int>(v >> (kCellBits - 8)) & 255;
   const auto value = [&](int column, int row) -> int {
-    return sixteenths[static_cast<std::size_t>(row * kHeightColumns + column)];
+    return sixteenths[static_cast<std::size_t>(row) * kHeightColumns +
+                      static_cast<std::size_t>(column)];
   };
   const int above = value(left, top) * (256 - fractionX) + value(right, top) * fractionX;
   const int below = value(left, bottom) * (256 - fractionX) + value(right, bottom) * fractionX;

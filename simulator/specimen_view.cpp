@@ -131,7 +131,7 @@ struct RowPainter {
     const int row = static_cast<int>(position >> kFractionBits);
     const std::uint8_t* const above = layer.Row(row);
     const std::uint8_t* const below = layer.Row(row + 1);
-    int at = points[static_cast<std::size_t>(ranges[index].first * kGroup)].index;
+    int at = points[static_cast<std::size_t>(ranges[index].first) * kGroup].index;
     const int end =
         points[static_cast<std::size_t>(ranges[index].last * kGroup + kGroup - 1)].index + 2;
     while (at < end) {

@@ -1,5 +1,6 @@
 #include "addon/common.h"
 
+#include <bit>
 #include <cstddef>
 
 #include "addon/static_order.h"
@@ -91,8 +92,8 @@ std::string WCharPtrToUtf8(const wchar_t* text) {
     return out;
   }
   for (std::size_t i = 0; i < kMaxWideUnits && text[i] != L'\0'; ++i) {
-    // wchar_t is signed here: without the cast a value from 0x80000000 up would pass as valid.
-    const auto value = static_cast<std::uint32_t>(text[i]);
+    // wchar_t is signed here: as it is, a value from 0x80000000 up would pass as valid.
+    const auto value = std::bit_cast<std::uint32_t>(text[i]);
     const bool invalid = IsHighSurrogate(value) || IsLowSurrogate(value) || value > kMaxCodePoint;
     AppendUtf8(invalid ? kReplacementCharacter : value, out);
   }

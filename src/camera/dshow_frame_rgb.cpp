@@ -135,7 +135,7 @@ int ConvertMjpeg(const DshowFrame& frame, const std::uint8_t* source, std::int32
   if (jpegSize < 1 || jpegSize > sourceSize) {
     return kResultNoRoom;
   }
-  const tjhandle decompressor = g_turboJpeg.tjInitDecompress();
+  void* const decompressor = g_turboJpeg.tjInitDecompress();
   if (decompressor == nullptr) {
     return kResultFrameFailed;
   }

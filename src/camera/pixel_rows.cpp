@@ -32,7 +32,7 @@ constexpr int kMaxVectorStep = 4;
 // holds its pixel at byte 0 and the next at byte 3 * step; the shuffle puts both in place.
 __attribute__((target("ssse3"))) void ReduceRgbRowSsse3(const std::uint8_t* source, int step,
                                                         int width, std::uint8_t* out) {
-  const int distance = 3 * step;
+  const std::ptrdiff_t distance = std::ptrdiff_t{3} * step;
   const auto byte = [distance](int index) { return static_cast<char>(distance + index); };
   constexpr char kZero = -1;  // a set high bit shuffles in a zero byte
   const __m128i places = _mm_setr_epi8(0, 1, 2, kZero, byte(0), byte(1), byte(2), kZero, kZero,
@@ -40,7 +40,7 @@ __attribute__((target("ssse3"))) void ReduceRgbRowSsse3(const std::uint8_t* sour
   const __m128i opaque = _mm_set1_epi32(static_cast<int>(kOpaque));
   // The second load ends 2 * distance + 16 bytes behind the round's first pixel, which must lie
   // within the row's readable bytes: 12 bytes behind the third pixel's read-ahead.
-  const int pixelsRead = 3 + (12 + distance - 1) / distance;
+  const int pixelsRead = 3 + static_cast<int>((12 + distance - 1) / distance);
   int x = 0;
   for (; x + pixelsRead <= width; x += 4) {
     const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(source));

@@ -349,9 +349,9 @@ void PreviewWorker::CountRate() {
   if (elapsed < kRatePeriodNs) {
     return;
   }
-  const auto elapsedMs = static_cast<double>(elapsed / kNanosecondsPerMillisecond);
-  producer.producerFpsTenths =
-      std::max(static_cast<int>(std::lround(rateFrames * 10000.0 / elapsedMs)), 0);
+  const std::int64_t elapsedMs = elapsed / kNanosecondsPerMillisecond;
+  const double tenths = rateFrames * 10000.0 / static_cast<double>(elapsedMs);
+  producer.producerFpsTenths = std::max(static_cast<int>(std::lround(tenths)), 0);
   ratePeriodStart = now;
   rateFrames = 0;
 }
