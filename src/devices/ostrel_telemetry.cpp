@@ -142,41 +142,49 @@ void ClearOstrelVersionSnapshots() {
   g_ostrelCachedProtocol = {};
 }
 
+// Each poll reads before it asks for the next pass: an owner thread that is quick enough could
+// otherwise answer with that very pass.
+
 std::int32_t PollOstrelStatus() {
+  const std::int32_t status = IsTelemetryFresh() ? g_ostrelCachedStatus.load() : -1;
   ScheduleOstrelTelemetry();
-  return IsTelemetryFresh() ? g_ostrelCachedStatus.load() : -1;
+  return status;
 }
 
 float PollOstrelPixelSizeMicrons() {
+  const float size = IsTelemetryFresh() ? g_ostrelCachedPixelSize.load() : -1.0F;
   ScheduleOstrelTelemetry();
-  return IsTelemetryFresh() ? g_ostrelCachedPixelSize.load() : -1.0F;
+  return size;
 }
 
 OstrelPixelSize PollOstrelPixelSize() {
-  ScheduleOstrelTelemetry();
-  if (!IsTelemetryFresh()) {
-    return {};
+  OstrelPixelSize size;
+  if (IsTelemetryFresh()) {
+    size = {.ok = g_ostrelCachedPixelInfoOk,
+            .micronsPerPixel = g_ostrelCachedPixelSize,
+            .width = g_ostrelCachedPixelWidth,
+            .height = g_ostrelCachedPixelHeight};
   }
-  return {.ok = g_ostrelCachedPixelInfoOk,
-          .micronsPerPixel = g_ostrelCachedPixelSize,
-          .width = g_ostrelCachedPixelWidth,
-          .height = g_ostrelCachedPixelHeight};
+  ScheduleOstrelTelemetry();
+  return size;
 }
 
 OstrelLensGroup PollOstrelLensGroup() {
-  ScheduleOstrelTelemetry();
-  if (!IsTelemetryFresh()) {
-    return {};
+  OstrelLensGroup lens;
+  if (IsTelemetryFresh()) {
+    const std::uint32_t raw = g_ostrelCachedLensGroupRaw;
+    lens = {.ok = g_ostrelCachedLensGroupOk,
+            .lensDriver = static_cast<std::uint16_t>(raw >> 16),
+            .lensGroup = static_cast<std::uint8_t>(raw & 0xFF)};
   }
-  const std::uint32_t raw = g_ostrelCachedLensGroupRaw;
-  return {.ok = g_ostrelCachedLensGroupOk,
-          .lensDriver = static_cast<std::uint16_t>(raw >> 16),
-          .lensGroup = static_cast<std::uint8_t>(raw & 0xFF)};
+  ScheduleOstrelTelemetry();
+  return lens;
 }
 
 bool PollOstrelCapturePressed() {
+  const bool pressed = g_ostrelCachedCapturePressed.exchange(false);
   ScheduleOstrelTelemetry();
-  return g_ostrelCachedCapturePressed.exchange(false);
+  return pressed;
 }
 
 std::int32_t CachedOstrelFocusPosition() {

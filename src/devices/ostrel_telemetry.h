@@ -89,8 +89,8 @@ struct OstrelLensGroup {
   std::uint8_t lensGroup = 0;
 };
 
-/// The five polls: each schedules a pass and gives what an earlier one has read, or, where that
-/// is too old, the same as if it had never been read.
+/// The five polls: each gives what an earlier pass has read, never the one that it asks for, or,
+/// where that is too old, the same as if it had never been read.
 /// Thread: script; they never wait and never call the library.
 std::int32_t PollOstrelStatus();
 float PollOstrelPixelSizeMicrons();

@@ -46,6 +46,22 @@ struct OstrelTelemetryTest : OstrelTest {
   }
 };
 
+// However quick the owner thread is: many rounds, since it wins only some of them.
+TEST_F(OstrelTelemetryTest, NeverServesThePassThatAPollAsksFor) {
+  Start();
+  fake.Send("default GetScopeStatus 5\ndefault IsCapturePressed 1");
+  for (int round = 0; round < 3000; ++round) {
+    EXPECT_EQ(PollOstrelStatus(), -1);
+    Flush();
+    EXPECT_EQ(PollOstrelStatus(), 5);
+    Flush();
+    ResetOstrelTelemetry();
+    EXPECT_FALSE(PollOstrelCapturePressed());
+    Flush();
+    ResetOstrelTelemetry();
+  }
+}
+
 TEST_F(OstrelTelemetryTest, ReadsEverythingInAPassInItsOrder) {
   Start();
   SendFloat(fake, "default GetPixelSizeInfo.microns_per_pixel", 0.1F);
