@@ -20,7 +20,7 @@ function microsecondsPerCall(call) {
   return Number(process.hrtime.bigint() - begin) / 1000 / callsPerRound;
 }
 
-const median = (values) => values.toSorted((a, b) => a - b)[Math.trunc(values.length / 2)];
+const median = (values) => [...values].sort((a, b) => a - b)[Math.trunc(values.length / 2)];
 
 async function startPreview() {
   if (!native.loadCameraBackend(path.join(path.dirname(addonFile), 'simulator', 'libcnokhwa.so'))) {

@@ -38,7 +38,7 @@ Napi::Value CameraStartCapture(const Napi::CallbackInfo& info) {
   const int width = ReadIntArg(info, 1, 0);
   const int height = ReadIntArg(info, 2, 0);
   const int formatIndex = ReadIntArg(info, 3, -1);
-  const bool encoded = info[4].IsBoolean() && info[4].As<Napi::Boolean>().Value();
+  const bool encoded = ReadBoolArg(info, 4, false);
   return Napi::Number::New(info.Env(), StartCapture(device, width, height, formatIndex, encoded));
 }
 

@@ -59,6 +59,8 @@ describe('polling a Dino-Lite device', () => {
   it('gives a magnification from 10 to 1000 or that is not a number, and the last good one otherwise', () => {
     selectFull();
     const read = (value) => {
+      // A reading under way would stand in for the one that is asked for.
+      flush();
       fake.send(`default dl_get_amr ${floatBits(value)}`);
       addon.dinoLiteGetAmr(0);
       flush();
