@@ -13,13 +13,16 @@ namespace {
 
 // Beside the finest one.
 constexpr int kCoarserLevels = 3;
+// Below it a pixel counts for nothing, as in the fusion.
+constexpr double kMinConfidence = 0.02;
 
 struct PeerFrame {
-  cv::Mat pixels;
+  cv::Mat rgba;
   // In frame pixels, a value for each cell of the map: cheaper than converting what is expanded.
   cv::Mat x;
   cv::Mat y;
   cv::Mat mask;
+  cv::Mat confidence;
 };
 
 cv::Mat MapOf(const FieldView& field, const float* values) {
@@ -40,13 +43,13 @@ std::vector<PeerFrame> Convert(const FocusStack& stack) {
   for (std::size_t i = 0; i < stack.frames.size(); ++i) {
     const FieldView& field = stack.fields[i];
     const double scale = stack.frames[i].sourcePixelsPerOutputPixel;
-    const cv::Mat rgba(stack.height, stack.width, CV_8UC4,
-                       const_cast<std::uint8_t*>(stack.frames[i].rgba));
     PeerFrame& frame = frames.emplace_back();
-    cv::cvtColor(rgba, frame.pixels, cv::COLOR_RGBA2BGR);
+    frame.rgba = cv::Mat(stack.height, stack.width, CV_8UC4,
+                         const_cast<std::uint8_t*>(stack.frames[i].rgba));
     frame.x = InPixels(MapOf(field, field.x), stack.width, field.mapWidth, scale);
     frame.y = InPixels(MapOf(field, field.y), stack.height, field.mapHeight, scale);
     MapOf(field, stack.weights[i]).convertTo(frame.mask, CV_8U, 255.0);
+    frame.confidence = MapOf(field, field.confidence);
   }
   return frames;
 }
@@ -58,19 +61,29 @@ void Blend(const std::vector<PeerFrame>& frames, cv::Size size, int threads) {
   cv::Mat x;
   cv::Mat y;
   cv::Mat mask;
+  cv::Mat confidence;
+  cv::Mat usable;
+  cv::Mat bgr;
   cv::Mat warped;
   for (const PeerFrame& frame : frames) {
     cv::resize(frame.x, x, size);
     cv::resize(frame.y, y, size);
     cv::resize(frame.mask, mask, size);
-    cv::remap(frame.pixels, warped, x, y, cv::INTER_LINEAR, cv::BORDER_REPLICATE);
+    cv::resize(frame.confidence, confidence, size);
+    cv::compare(confidence, kMinConfidence, usable, cv::CMP_GE);
+    cv::bitwise_and(mask, usable, mask);
+    // The blender takes three channels.
+    cv::cvtColor(frame.rgba, bgr, cv::COLOR_RGBA2BGR);
+    cv::remap(bgr, warped, x, y, cv::INTER_LINEAR, cv::BORDER_REPLICATE);
     blender.feed(warped, mask, {0, 0});
   }
   cv::Mat blended;
   cv::Mat blendedMask;
   cv::Mat bytes;
+  cv::Mat rgba;
   blender.blend(blended, blendedMask);
   blended.convertTo(bytes, CV_8U);
+  cv::cvtColor(bytes, rgba, cv::COLOR_BGR2RGBA);
 }
 
 }  // namespace

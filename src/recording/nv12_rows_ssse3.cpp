@@ -94,12 +94,13 @@ OSTREL_SSSE3_INLINE __m128i LumaSums(__m128i weights, __m128i low, __m128i high)
 
 // 16 luma bytes from the sums of 16 pixels.
 OSTREL_SSSE3_INLINE __m128i LumaOfSums(__m128i first, __m128i second) {
-  // 128 rounds; the rest gives back the 128 that each channel lost. The sum fits an unsigned
-  // 16-bit lane: it is at most 220 * 255 + 128.
-  const __m128i offset = _mm_set1_epi16(128 + 128 * (47 + 157 + 16));
-  const __m128i luma = _mm_packus_epi16(_mm_srli_epi16(_mm_add_epi16(first, offset), 8),
-                                        _mm_srli_epi16(_mm_add_epi16(second, offset), 8));
-  return _mm_add_epi8(luma, _mm_set1_epi8(16));
+  // (sum * 2^7 + 2^14) >> 15, which is (sum + 128) >> 8.
+  const __m128i scale = _mm_set1_epi16(1 << 7);
+  const __m128i luma =
+      _mm_packs_epi16(_mm_mulhrs_epi16(first, scale), _mm_mulhrs_epi16(second, scale));
+  // What each channel has lost is a multiple of 256, so it may come back now; luma begins at 16.
+  constexpr char kOffset = 16 + 128 * (47 + 157 + 16) / 256;
+  return _mm_add_epi8(luma, _mm_set1_epi8(kOffset));
 }
 
 // The channel means of the 2 by 2 blocks in 4 columns of two rows, 16 bits each. Neighbouring
