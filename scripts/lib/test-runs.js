@@ -11,10 +11,12 @@ import { run } from './processes.js';
 // A thread that waits for another one should get its turn also on a machine with one core.
 const jobs = Math.max(2, os.cpus().length);
 
-// Left to itself, Node keeps a core free, which on two cores means one file after the other; and some
-// files mostly wait for time-outs. Older versions cannot be told.
+// Left to itself, Node keeps a core free, which on two cores means one file after the other; and many
+// files mostly wait, for a pace or for time-outs. Older versions cannot be told.
 const [major, minor] = process.versions.node.split('.').map(Number);
-const concurrency = major > 20 || (major === 20 && minor >= 10) ? [`--test-concurrency=${jobs}`] : [];
+const concurrency = major > 20 || (major === 20 && minor >= 10) ? [`--test-concurrency=${2 * jobs}`] : [];
+
+const waitsLong = /-hung\.test\.js$/;
 
 /** The counts of a JUnit file as CTest writes it. */
 export function countJUnit(xml) {
@@ -115,7 +117,8 @@ export async function runScriptTests(step, preset, env = {}) {
   const log = path.join(directory, 'script-tests.log');
   const report = path.join(directory, 'script-tests.txt');
   [report, log].forEach((file) => fs.rmSync(file, { force: true }));
-  const files = findScriptTests();
+  // Those that wait out time-outs of twenty seconds begin at once.
+  const files = findScriptTests().sort((a, b) => waitsLong.test(b) - waitsLong.test(a));
   let finished = 0;
   let name = '';
   const onLine = (line) => {
