@@ -1,0 +1,60 @@
+// The script tests' side of the direct backend, the camera library with frame callbacks that is
+// part of the test build of the addon.
+
+import { loadAddon, testingAddonPath } from './environment.js';
+import { openFake } from './fake-library.js';
+
+/** The codes of the pixel formats. */
+export const pixelFormats = { rgb: 0, bgra: 1, nv12: 2, yuy2: 3, mjpeg: 4, rgba: 5, i420: 6, uyvy: 7 };
+
+/** The codes of the JPEG subsamplings. */
+export const subsamplings = { '4:4:4': 0, '4:2:2': 1, '4:2:0': 2, grey: 3, '4:4:0': 4, '4:1:1': 5 };
+
+/** The two kinds, and what their entries' names begin with. */
+export const kinds = { directshow: 'cdshow_', avfoundation: 'avf_' };
+
+const frameNumbers = {
+  width: 'frame_width',
+  height: 'frame_height',
+  bytesPerRow: 'frame_bytes_per_row',
+  dataSize: 'frame_data_size',
+  pixelFormat: 'frame_pixel_format',
+  planeCount: 'frame_plane_count',
+};
+
+/**
+ * The commands that make the backend describe its frames so: numbers by the keys above, and
+ * `planes`, a list of [offset, stride].
+ */
+function frameScript(prefix, { planes = [], ...numbers }) {
+  return [
+    ...Object.entries(numbers).map(([key, number]) => `default ${prefix}${frameNumbers[key]} ${number}`),
+    ...planes.flatMap(([offset, stride], plane) => [
+      `default ${prefix}frame_plane_offset@0,${plane} ${offset}`, `default ${prefix}frame_plane_stride@0,${plane} ${stride}`]),
+  ].join('\n');
+}
+
+/** The test build of the addon and the backend in it. */
+export function openDirectBackend() {
+  const addon = loadAddon(testingAddonPath);
+  const fake = openFake(testingAddonPath);
+  return {
+    addon,
+    ...addon.testing,
+    ...fake,
+    /**
+     * Forgets what was scripted and becomes a backend of `kind`: without the entries named in
+     * `without` (without their prefix), with device 0 delivering frames like `frame`.
+     */
+    become(kind, { without = [], frame = {}, script = '' } = {}) {
+      const prefix = kinds[kind] ?? '';
+      fake.send('reset');
+      addon.testing.setGrabBytes(null);
+      addon.testing.use(kind, without.map((entry) => prefix + entry));
+      fake.send(frameScript(prefix, frame));
+      fake.send(script.replaceAll('~', prefix));
+    },
+    /** The calls since then, such as "frame_width(0)": without their prefix. */
+    callList: () => fake.calls().map(({ symbol, args }) => `${symbol.replace(/^(cdshow|avf)_/, '')}(${args})`),
+  };
+}
