@@ -2,7 +2,8 @@
 // script tests' way to the direct backend. The symbols' script and log stand behind
 // fake_control.node, which opens the test build like any fake library.
 //
-//   use(kind, without = [])      fills the table of "directshow" or "avfoundation", but for the
+//   useBackend(kind, without = [])
+//                                fills the table of "directshow" or "avfoundation", but for the
 //                                entries named; "none" empties both
 //   setGrabBytes(array | null)   what grabs deliver
 //   fire(frame)                  calls the frame callback on a new thread and waits for its return;
@@ -91,7 +92,7 @@ BackendKind KindOf(const std::string& name) {
   throw std::invalid_argument("no such kind: " + name);
 }
 
-Napi::Value Use(const Napi::CallbackInfo& info) {
+Napi::Value UseBackend(const Napi::CallbackInfo& info) {
   std::set<std::string> without;
   if (info[1].IsArray()) {
     const auto names = info[1].As<Napi::Array>();
@@ -174,7 +175,7 @@ Napi::Value DecodeJpegForScript(const Napi::CallbackInfo& info) {
 }
 
 constexpr ScriptFunction kFunctions[] = {
-    {"use", Use},
+    {"useBackend", UseBackend},
     {"setGrabBytes", SetGrabBytes},
     {"fire", Fire},
     {"fireWhileRegistering", FireWhileRegistering},

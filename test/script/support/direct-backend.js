@@ -24,12 +24,13 @@ const frameNumbers = {
 
 /**
  * The commands that make the backend describe its frames so: numbers by the keys above, and
- * `planes`, a list of [offset, stride].
+ * `planes`, a list of [offset, stride]; without it, plane 0 has the rows of the frame.
  */
-function frameScript(prefix, { planes = [], ...numbers }) {
+function frameScript(prefix, { planes, ...numbers }) {
+  const told = planes ?? [[0, numbers.bytesPerRow ?? 0]];
   return [
     ...Object.entries(numbers).map(([key, number]) => `default ${prefix}${frameNumbers[key]} ${number}`),
-    ...planes.flatMap(([offset, stride], plane) => [
+    ...told.flatMap(([offset, stride], plane) => [
       `default ${prefix}frame_plane_offset@0,${plane} ${offset}`, `default ${prefix}frame_plane_stride@0,${plane} ${stride}`]),
   ].join('\n');
 }
@@ -47,12 +48,13 @@ export function openDirectBackend() {
      * `without` (without their prefix), with device 0 delivering frames like `frame`.
      */
     become(kind, { without = [], frame = {}, script = '' } = {}) {
-      const prefix = kinds[kind] ?? '';
+      const prefix = kinds[kind];
       fake.send('reset');
       addon.testing.setGrabBytes(null);
-      addon.testing.use(kind, without.map((entry) => prefix + entry));
-      fake.send(frameScript(prefix, frame));
-      fake.send(script.replaceAll('~', prefix));
+      addon.testing.useBackend(kind, without.map((entry) => prefix + entry));
+      if (prefix) {
+        fake.send(`${frameScript(prefix, frame)}\n${script.replaceAll('~', prefix)}`);
+      }
     },
     /** The calls since then, such as "frame_width(0)": without their prefix. */
     callList: () => fake.calls().map(({ symbol, args }) => `${symbol.replace(/^(cdshow|avf)_/, '')}(${args})`),
