@@ -35,6 +35,17 @@ function frameScript(prefix, { planes, ...numbers }) {
   ].join('\n');
 }
 
+/** Three arrays to lend, each at an offset of its own in memory that is longer at both ends. */
+export const lendArrays = (size, fill = 0) => [8, 13, 64].map((offset) => new Uint8Array(size + 100).fill(fill).subarray(offset, offset + size));
+
+/** A frame of a size and format whose rows are `pad` bytes longer than their pixels. */
+export function frameOf(format, width, height, pad = 0) {
+  const row = { bgra: 4, yuy2: 2, uyvy: 2, nv12: 1 }[format] * width + pad;
+  const planes = format === 'nv12' ? [[0, row], [row * height, row]] : [[0, row]];
+  const dataSize = format === 'nv12' ? row * height + row * (height >> 1) : row * height;
+  return { width, height, bytesPerRow: row, dataSize, pixelFormat: pixelFormats[format], planeCount: planes.length, planes };
+}
+
 /** The test build of the addon and the backend in it. */
 export function openDirectBackend() {
   const addon = loadAddon(testingAddonPath);
