@@ -191,7 +191,8 @@ struct CameraPreviewProducer {
     lastResult = result;
   }
 
-  /// Stores what belongs to a new `qualityBuffer`. `qualityMutex` is the caller's.
+  /// Stores what belongs to a new `qualityBuffer`, whose rows are tight and whose bytes fit int32.
+  /// The caller holds `qualityMutex`.
   /// Thread: producer worker.
   void DescribeQuality(std::int32_t width, std::int32_t height, bool isBgra,
                        std::int64_t timestampMs);
