@@ -8,6 +8,7 @@ import * as directBackend from './direct-backend.js';
 import * as dinoLite from './fake-dino-lite.js';
 import * as environment from './environment.js';
 import * as everyFunction from './every-function.js';
+import * as fakeLibrary from './fake-library.js';
 import * as hang from './hang.js';
 import * as oddValues from './odd-values.js';
 import * as ostrel from './fake-ostrel.js';
@@ -23,6 +24,7 @@ const context = {
   ...dinoLite,
   ...environment,
   ...everyFunction,
+  ...fakeLibrary,
   ...hang,
   ...oddValues,
   ...ostrel,
