@@ -71,3 +71,30 @@ export function openDirectBackend() {
     callList: () => fake.calls().map(({ symbol, args }) => `${symbol.replace(/^(cdshow|avf)_/, '')}(${args})`),
   };
 }
+
+/**
+ * Starts a direct preview of device 0 with 64 by 48 pixels, and a hammer that fires its frames: of
+ * numbers, or real JPEGs for "mjpeg". Gives { arrays, size, jpegs }.
+ */
+export function hammerPreview({ addon, become, encodeJpeg, startHammer }, kind, format, framesPerSecond = 0) {
+  const [width, height] = [64, 48];
+  const jpegs = format !== 'mjpeg' ? [] : Array.from({ length: 16 }, (_, index) =>
+    encodeJpeg(Buffer.alloc(width * height * 3, 15 * index), width, height, subsamplings['4:2:0']));
+  const frame = jpegs.length > 0 ? { width, height, pixelFormat: pixelFormats.mjpeg } : frameOf(format, width, height);
+  const size = frame.dataSize ?? (width * height * 3) / 2;
+  become(kind, { frame });
+  addon.loadTurboJpeg('libturbojpeg.so.0');
+  const arrays = lendArrays(size);
+  if (addon.cameraPreviewStart(0, width, height, 30, arrays) !== 0) {
+    throw new Error(`no direct preview of ${format} by ${kind}`);
+  }
+  const planes = frame.planes ?? [];
+  const data = new Uint8Array(size);
+  const split = planes.length === 2 ? planes[1][0] : size;
+  const fired = kind === 'directshow' ? { data } : {
+    width, height, format: frame.pixelFormat, planeCount: planes.length, data: data.subarray(0, split), stride: planes[0]?.[1],
+    data1: data.subarray(split), stride1: planes[1]?.[1],
+  };
+  startHammer(fired, { framesPerSecond, contents: jpegs });
+  return { arrays, size, jpegs };
+}
