@@ -22,7 +22,7 @@ const [dshow, avf] = Object.keys(kinds);
  */
 async function leaveRunning({ addon, openDirectBackend, hammerPreview, until }, { kind, format, file, how }) {
   const backend = openDirectBackend();
-  hammerPreview(backend, kind, format, 200);
+  hammerPreview(backend, kind, format, { framesPerSecond: 200 });
   if (file && addon.cameraRecordingStart(file, 64, 48, 120, 1_000_000) !== 0) {
     throw new Error(addon.getLastError());
   }

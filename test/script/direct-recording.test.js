@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 import path from 'node:path';
 import { afterEach, before, describe, it } from 'node:test';
 
-import { frameOf, kinds, lendArrays, openDirectBackend, pixelFormats, subsamplings } from './support/direct-backend.js';
+import { firedFrame, frameOf, kinds, lendArrays, openDirectBackend, pixelFormats, subsamplings } from './support/direct-backend.js';
 import { decodeYuv, decodingComplaints, probe, topBoxes } from './support/media.js';
 import { makeTemporaryDirectory } from './support/temporary.js';
 import { until } from './support/waiting.js';
@@ -15,7 +15,7 @@ const directory = makeTemporaryDirectory();
 const [width, height] = [128, 96];
 const frameCount = 8;
 const frameMs = 40;
-const firstNs = 1_700_000_000_000_000_000n;
+const timestampOf = (number) => 1_700_000_000_000_000_000n + BigInt(number * frameMs) * 1_000_000n;
 
 afterEach(() => {
   addon.cameraRecordingStop();
@@ -137,15 +137,8 @@ describe('a recording of a direct preview', () => {
 
       it(`of AVFoundation in ${layout} with ${rows} rows shows its frames, at their times`, async () => {
         begin(avf, frame, frame.dataSize);
-        const [, [split] = [frame.dataSize]] = frame.planes;
-        const { packets, pixels } = await record(`avf-${layout}-${pad}`, (number) => {
-          const data = paint(frame, colours(number));
-          fire({
-            width, height, format: frame.pixelFormat, planeCount: frame.planes.length,
-            data: data.subarray(0, split), stride: frame.bytesPerRow, data1: data.subarray(split), stride1: frame.bytesPerRow,
-            timestamp: firstNs + BigInt(number * frameMs) * 1_000_000n,
-          });
-        });
+        const { packets, pixels } = await record(`avf-${layout}-${pad}`, (number) =>
+          fire(firedFrame(avf, frame, paint(frame, colours(number)), { timestamp: timestampOf(number) })));
         assertPictures(pixels, expected);
         packets.forEach(({ pts }, index) => assert.ok(Math.abs(pts - (index * frameMs) / 1000) < 0.0005, `${index} at ${pts}`));
       });
@@ -196,10 +189,8 @@ describe('a recording of a direct preview', () => {
     begin(avf, frame, frame.dataSize);
     const other = frameOf('bgra', width - 2, height);
     const { pixels } = await record('other-size', (number) => {
-      const shoot = (shape) => fire({
-        width: shape.width, height, format: pixelFormats.bgra, data: Buffer.alloc(shape.dataSize, 20 * number + 40), stride: shape.bytesPerRow,
-        timestamp: firstNs + BigInt(number * frameMs) * 1_000_000n,
-      });
+      const shoot = (shape) =>
+        fire(firedFrame(avf, shape, Buffer.alloc(shape.dataSize, 20 * number + 40), { timestamp: timestampOf(number) }));
       if (number === 4) {
         giveBack();
         // It takes part in the preview, and is counted there alone.

@@ -72,29 +72,32 @@ export function openDirectBackend() {
   };
 }
 
+/** What a backend of `kind` hands over for a frame of `frame`, as frameOf makes it. */
+export function firedFrame(kind, { width, height, pixelFormat: format, planes }, data, more = {}) {
+  if (kind === 'directshow') {
+    return { data, ...more };
+  }
+  const [[, stride], [split, stride1] = [data.length]] = planes;
+  const second = planes.length === 2 ? { data1: data.subarray(split), stride1 } : {};
+  return { width, height, format, planeCount: planes.length, data: data.subarray(0, split), stride, ...second, ...more };
+}
+
 /**
- * Starts a direct preview of device 0 with 64 by 48 pixels, and a hammer that fires its frames: of
- * numbers, or real JPEGs for "mjpeg". Gives { arrays, size, jpegs }.
+ * Starts a direct preview of device 0, and a hammer that fires its frames: of numbers, or real JPEGs
+ * of flat greys for "mjpeg". Gives { size, jpegs }.
  */
-export function hammerPreview({ addon, become, encodeJpeg, startHammer }, kind, format, framesPerSecond = 0) {
-  const [width, height] = [64, 48];
-  const jpegs = format !== 'mjpeg' ? [] : Array.from({ length: 16 }, (_, index) =>
+export function hammerPreview({ addon, become, encodeJpeg, startHammer }, kind, format, options = {}) {
+  const { width = 64, height = 48, framesPerSecond = 0 } = options;
+  const isJpeg = format === 'mjpeg';
+  const jpegs = !isJpeg ? [] : Array.from({ length: 16 }, (_, index) =>
     encodeJpeg(Buffer.alloc(width * height * 3, 15 * index), width, height, subsamplings['4:2:0']));
-  const frame = jpegs.length > 0 ? { width, height, pixelFormat: pixelFormats.mjpeg } : frameOf(format, width, height);
-  const size = frame.dataSize ?? (width * height * 3) / 2;
+  const size = isJpeg ? (width * height * 3) / 2 : frameOf(format, width, height).dataSize;
+  const frame = isJpeg ? { width, height, pixelFormat: pixelFormats.mjpeg, planes: [[0, 0]] } : frameOf(format, width, height);
   become(kind, { frame });
   addon.loadTurboJpeg('libturbojpeg.so.0');
-  const arrays = lendArrays(size);
-  if (addon.cameraPreviewStart(0, width, height, 30, arrays) !== 0) {
+  if (addon.cameraPreviewStart(0, width, height, 30, lendArrays(size)) !== 0) {
     throw new Error(`no direct preview of ${format} by ${kind}`);
   }
-  const planes = frame.planes ?? [];
-  const data = new Uint8Array(size);
-  const split = planes.length === 2 ? planes[1][0] : size;
-  const fired = kind === 'directshow' ? { data } : {
-    width, height, format: frame.pixelFormat, planeCount: planes.length, data: data.subarray(0, split), stride: planes[0]?.[1],
-    data1: data.subarray(split), stride1: planes[1]?.[1],
-  };
-  startHammer(fired, { framesPerSecond, contents: jpegs });
-  return { arrays, size, jpegs };
+  startHammer(firedFrame(kind, frame, new Uint8Array(size)), { framesPerSecond, contents: jpegs });
+  return { size, jpegs };
 }
