@@ -2,28 +2,23 @@
 // that come faster than they are decoded.
 
 import assert from 'node:assert/strict';
-import { afterEach, before, describe, it } from 'node:test';
+import { before, describe, it } from 'node:test';
 
 import { valueFromChild } from './support/child.js';
-import { kinds, lendArrays, openDirectBackend, pixelFormats, subsamplings } from './support/direct-backend.js';
+import { kinds, lendArrays, pixelFormats, subsamplings } from './support/direct-backend.js';
+import { assertData, device, useDirectPreview } from './support/direct-preview.js';
 import { testingAddonPath } from './support/environment.js';
 import { rampFrame } from './support/fake-camera.js';
 import { until } from './support/waiting.js';
 
-const { addon, become, decodeJpeg, encodeJpeg, fire } = openDirectBackend();
+const { addon, begin: start, decodeJpeg, encodeJpeg, fire, take } = useDirectPreview();
 const [dshow, avf] = Object.keys(kinds);
-const device = 0;
 const [width, height] = [48, 34];
 const size = (width * height * 3) / 2;
 const frame = { width, height, pixelFormat: pixelFormats.mjpeg };
-const take = (sequence = 0) => addon.cameraPreviewGetLatest(device, sequence);
 const none = { result: -256, data: null };
 
 before(() => assert.equal(addon.loadTurboJpeg('libturbojpeg.so.0'), true));
-afterEach(() => {
-  addon.cameraPreviewStop();
-  become('none');
-});
 
 /** A coloured picture with detail, different for each `seed`. */
 const picture = (seed, pictureWidth = width, pictureHeight = height) =>
@@ -70,11 +65,7 @@ function toI420(jpeg) {
 /** What a backend of `kind` hands over for a JPEG. */
 const fired = (kind, data) => (kind === dshow ? { data } : { data, width: 1, height: 1, format: pixelFormats.mjpeg });
 
-function begin(kind = dshow, arrays = lendArrays(size, 7)) {
-  become(kind, { frame });
-  assert.equal(addon.cameraPreviewStart(device, 64, 48, 30, arrays), 0);
-  return arrays;
-}
+const begin = (kind = dshow) => start(kind, frame, { arrays: lendArrays(size, 7) });
 const nextFrame = (sequence = 0) => until('a decoded frame', () => {
   const answer = take(sequence);
   return answer.result === 0 && answer;
@@ -101,8 +92,7 @@ for (const kind of [dshow, avf]) {
           producerMode: 'callback', deliveryMode: 'copy', producedFrames: 1, lastResult: 0, directSlot: 0,
         });
         assert.ok(timestampMs >= started && timestampMs <= Date.now());
-        assert.deepEqual([data.buffer, data.byteOffset, data.length], [arrays[0].buffer, arrays[0].byteOffset, size]);
-        assert.ok(toI420(jpeg).equals(data));
+        assertData(data, arrays[0], toI420(jpeg));
         const memory = new Uint8Array(arrays[0].buffer);
         assert.ok(memory.subarray(0, data.byteOffset).every((byte) => byte === 7));
         assert.ok(memory.subarray(data.byteOffset + size).every((byte) => byte === 7));
