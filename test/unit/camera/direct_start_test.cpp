@@ -195,10 +195,8 @@ TEST_F(DirectStart, StopsForItsOwnDeviceOrAnyNegativeOne) {
 TEST_F(DirectStart, AcceptsNoFrameOnceItHasStopped) {
   UseDirectShow({});
   ASSERT_EQ(Start(), 0);
-  const auto late = dshowCallback;
-  void* const context = callbackContext;
   producer->Stop(-1);
-  late(kDevice, FrameBytes(32).data(), 32, 0, context);
+  Fire(FrameBytes(32));
   EXPECT_EQ(producer->producedFrames, 0U);
   EXPECT_EQ(producer->droppedFrames, 0);
   EXPECT_EQ(memory[0]->Content(), Bytes(32, LentMemory::kUntouched));
@@ -229,12 +227,11 @@ TEST_F(DirectStart, ReplacesAPollingPreviewAndIsReplacedByOne) {
   ASSERT_EQ(Start(), 0);
   EXPECT_TRUE(producer->direct);
   EXPECT_EQ(producer->deviceIndex, kDevice);
-  const auto late = dshowCallback;
   ASSERT_EQ(producer->StartPolling(kDevice, 4, 2, 120), 0);
   EXPECT_FALSE(producer->direct);
   EXPECT_TRUE(producer->running);
   EXPECT_EQ(CallsOfTheEnd()[1], "cdshow_set_frame_callback(3,null,null,0)");
-  late(kDevice, FrameBytes(32).data(), 32, 0, producer.get());
+  Fire(FrameBytes(32));
   EXPECT_EQ(producer->publishedSequence, 0U);
 }
 

@@ -92,8 +92,10 @@ struct DirectPreviewTest : FakeCameraTest {
     FAKE_ENTRY(cdshow_frame_plane_stride, [frame](int, int plane) { return frame.strides[plane]; });
     FAKE_ENTRY(cdshow_set_frame_callback,
                [this](int, DirectFrameCallbackFn callback, void* context, int) {
-                 dshowCallback = callback;
-                 callbackContext = context;
+                 if (callback != nullptr) {  // one that is taken back may still be called too late
+                   dshowCallback = callback;
+                   callbackContext = context;
+                 }
                  return onRegister(callback != nullptr);
                });
     Use(BackendKind::DirectShow);
@@ -110,8 +112,10 @@ struct DirectPreviewTest : FakeCameraTest {
     FAKE_ENTRY(avf_frame_plane_stride, [frame](int, int plane) { return frame.strides[plane]; });
     FAKE_ENTRY(avf_set_frame_callback,
                [this](int, AvfDirectFrameCallbackFn callback, void* context, int) {
-                 avfCallback = callback;
-                 callbackContext = context;
+                 if (callback != nullptr) {  // one that is taken back may still be called too late
+                   avfCallback = callback;
+                   callbackContext = context;
+                 }
                  return onRegister(callback != nullptr);
                });
     Use(BackendKind::AvFoundation);
