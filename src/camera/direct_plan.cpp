@@ -30,7 +30,7 @@ bool IsDeliverable(CameraPixelFormat format) {
 int PlanDecoded(DirectPlan& plan) {
   PreviewMeta& frame = plan.frame;
   const std::int64_t lumaBytes = std::int64_t{frame.width} * frame.height;
-  const std::int64_t bytes = lumaBytes * 3 / 2;
+  const std::int64_t bytes = lumaBytes + lumaBytes / 2;
   if (!g_turboJpeg.Available() || frame.width % 2 != 0 || frame.height % 2 != 0 ||
       bytes > std::numeric_limits<std::int32_t>::max()) {
     return kResultNoRoom;

@@ -150,8 +150,8 @@ Napi::Value StopHammer(const Napi::CallbackInfo& info) {
 
 Napi::Value EncodeJpegForScript(const Napi::CallbackInfo& info) {
   const std::vector<std::uint8_t> jpeg =
-      EncodeJpeg(BytesOf(info[0]), static_cast<int>(NumberOf(info[1])),
-                 static_cast<int>(NumberOf(info[2])), static_cast<int>(NumberOf(info[3])));
+      JpegOf(BytesOf(info[0]), static_cast<int>(NumberOf(info[1])),
+             static_cast<int>(NumberOf(info[2])), static_cast<int>(NumberOf(info[3])));
   return Napi::Buffer<std::uint8_t>::Copy(info.Env(), jpeg.data(), jpeg.size());
 }
 

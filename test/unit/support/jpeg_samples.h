@@ -42,9 +42,9 @@ inline std::vector<std::uint8_t> SamplePicture(int width, int height) {
   return rgb;
 }
 
-/// An RGB picture with tight rows as a JPEG; `subsampling` is a `TJSAMP_` code.
-inline std::vector<std::uint8_t> EncodeJpeg(const std::vector<std::uint8_t>& rgb, int width,
-                                            int height, int subsampling) {
+/// An RGB picture, rows tight, as a JPEG; `subsampling` is a `TJSAMP_` code.
+inline std::vector<std::uint8_t> JpegOf(const std::vector<std::uint8_t>& rgb, int width, int height,
+                                        int subsampling) {
   const tjhandle compressor = TURBOJPEG(tjInitCompress)();
   unsigned char* bytes = nullptr;
   unsigned long size = 0;
@@ -59,9 +59,9 @@ inline std::vector<std::uint8_t> EncodeJpeg(const std::vector<std::uint8_t>& rgb
   return jpeg;
 }
 
-/// The sample picture as a JPEG; `subsampling` is a `TJSAMP_` code.
+/// A coloured, detailed picture as a JPEG.
 inline std::vector<std::uint8_t> SampleJpeg(int width, int height, int subsampling) {
-  return EncodeJpeg(SamplePicture(width, height), width, height, subsampling);
+  return JpegOf(SamplePicture(width, height), width, height, subsampling);
 }
 
 /// One plane of a decoded JPEG, rows tight.

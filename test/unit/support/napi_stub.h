@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 
 namespace ostrel_native::test {
 
@@ -13,9 +14,11 @@ namespace ostrel_native::test {
 /// test: nothing that has no array may come here.
 inline std::function<void(napi_ref)> g_onDeleteReference;
 
-/// A reference that only the stub knows, told apart by `number`, which is not 0.
-inline Napi::Reference<Napi::Object> FakeReference(std::uintptr_t number) {
-  return {nullptr, reinterpret_cast<napi_ref>(number)};
+/// Gives `reference`, which is empty, an array that only the stub knows, told apart by `number`,
+/// which is not 0. An assignment would need more of Node-API.
+inline void SetFakeReference(Napi::Reference<Napi::Object>& reference, std::uintptr_t number) {
+  std::destroy_at(&reference);
+  std::construct_at(&reference, nullptr, reinterpret_cast<napi_ref>(number));
 }
 
 }  // namespace ostrel_native::test
