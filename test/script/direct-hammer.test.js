@@ -12,7 +12,7 @@ import { sleep } from './support/waiting.js';
 
 const backend = openDirectBackend();
 const { addon, become, decodeJpeg, send, startHammer, stopHammer } = backend;
-const milliseconds = Number(process.env.OSTREL_TEST_HAMMER_SECONDS ?? 2) * 1000;
+const milliseconds = Number(process.env.OSTREL_TEST_HAMMER_SECONDS ?? 1) * 1000;
 const [dshow, avf] = Object.keys(kinds);
 const random = makeRandom(Number(process.env.OSTREL_TEST_SEED ?? Date.now() % 2 ** 32));
 
