@@ -134,6 +134,34 @@ function loadError(fault, looked, machine, cause) {
   return error;
 }
 
+const elfHeaderBytes = 64;
+
+/**
+ * Throws if a shared object ends before its own table of contents does: the system would map what
+ * is not there, and the process would die of it. Whatever is no shared object passes.
+ */
+function assertWhole(file) {
+  const header = Buffer.alloc(elfHeaderBytes);
+  const descriptor = fs.openSync(file, 'r');
+  try {
+    const read = fs.readSync(descriptor, header, 0, elfHeaderBytes, 0);
+    const is64BitElf = read === elfHeaderBytes && header.toString('latin1', 0, 5) === '\x7fELF\x02';
+    const tableStart = header.readUInt32LE(40) + header.readUInt32LE(44) * 2 ** 32;
+    const wanted = tableStart + header.readUInt16LE(58) * header.readUInt16LE(60);
+    const size = fs.fstatSync(descriptor).size;
+    if (is64BitElf && size < wanted) {
+      throw new Error('the file is cut off after ' + size + ' of ' + wanted + ' bytes');
+    }
+  } finally {
+    fs.closeSync(descriptor);
+  }
+}
+
+function loadBinary(file) {
+  assertWhole(file);
+  return require(file);
+}
+
 /**
  * Loads the native object and gives its exports as they stand. What it depends on can be handed in:
  * `files` in the order of trial, `exists(file)`, `load(file)` and the `machine`. The first file that
@@ -159,7 +187,7 @@ function loadNative(given) {
     throw fail(missingFault, null, null);
   }
   try {
-    return (facts.load || require)(found);
+    return (facts.load || loadBinary)(found);
   } catch (error) {
     const reason = reasonText(found, error);
     throw fail(refusalFault(reason), reason, error);

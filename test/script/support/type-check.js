@@ -19,9 +19,14 @@ export function programOf(files, { types = ['node'], from = process.cwd() } = {}
   return ts.createProgram(files, { ...options, types, typeRoots });
 }
 
-/** What the compiler finds wrong, a line for each. Declarations of libraries are checked as well. */
+/** What the compiler finds wrong in those files of a program that are no package's, a line for each. */
 export function findings(program) {
-  return ts.getPreEmitDiagnostics(program).map(({ file, start, messageText }) => {
+  const files = program.getSourceFiles().filter(({ fileName }) => !fileName.includes('/node_modules/'));
+  const diagnostics = [
+    ...program.getOptionsDiagnostics(), ...program.getGlobalDiagnostics(),
+    ...files.flatMap((file) => [...program.getSyntacticDiagnostics(file), ...program.getSemanticDiagnostics(file)]),
+  ];
+  return diagnostics.map(({ file, start, messageText }) => {
     const place = file ? `${path.basename(file.fileName)}:${file.getLineAndCharacterOfPosition(start).line + 1}: ` : '';
     return place + ts.flattenDiagnosticMessageText(messageText, ' ');
   });
