@@ -31,7 +31,7 @@ export interface RecordingFunctions {
   /**
    * Whether recording can be attempted. It opens no encoder, so a start may fail all the same.
    *
-   * - Blocks: the first time until FFmpeg is loaded, some ten milliseconds; then no.
+   * - Blocks: the first time until FFmpeg is loaded, some milliseconds; then no.
    * - Thread: script.
    * - Error text: not touched.
    */
@@ -54,8 +54,8 @@ export interface RecordingFunctions {
    * @throws TypeError "Expected (outputPath, width, height, frameRate, bitrate)" with fewer than five arguments or a
    *   path that is no string.
    *
-   * - Blocks: until an encoder is open and the file has its header, some ten to some hundred milliseconds and at most
-   *   10 seconds, which is longer only if the encoder does not come back from its attempt.
+   * - Blocks: until an encoder is open and the file has its header: milliseconds for one in software, at most
+   *   10 seconds, and longer only if an encoder does not come back from the attempt to open it.
    * - Thread: the script thread waits; encoding and file work run on the recorder's own worker.
    * - Error text: set by every failure; a success leaves it as it is.
    */
@@ -79,7 +79,7 @@ export interface RecordingFunctions {
    * What the recorder does and has done. A recording that fails ends by itself: `recording` is false then and `error`
    * says why.
    *
-   * - Blocks: the first time until FFmpeg is loaded, some ten milliseconds; then no.
+   * - Blocks: the first time until FFmpeg is loaded, some milliseconds; then no.
    * - Thread: script.
    * - Error text: not touched.
    */
