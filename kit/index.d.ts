@@ -228,7 +228,8 @@ export class Recording extends EventEmitter<RecordingEvents> {
  * Records the running preview, whose real size it reads, into an MP4 file. Opening the encoder and
  * finishing the file block a worker thread, not the caller's. The file is finished whichever way the
  * recording ends: stop, abort, error, a preview that is lost, the end of the process.
- * A recording alone keeps the process alive only with `seconds`, or while its progress is iterated.
+ * A recording keeps the process alive with `seconds` and while somebody waits for it: listens to 'progress' or
+ * 'end', iterates it, or has asked for `finished`. One that was left alone is finished at the process's end.
  * Meanwhile leave `cameraRecordingStart`, `cameraRecordingStop` and `cameraStopCapture` to the kit.
  * Rejected with words if the size is odd, if a recording runs, if no preview runs or the recorder refuses.
  */
