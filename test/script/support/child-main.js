@@ -10,6 +10,7 @@ import * as environment from './environment.js';
 import * as everyFunction from './every-function.js';
 import * as fakeLibrary from './fake-library.js';
 import * as hang from './hang.js';
+import * as kit from '../../../kit/index.js';
 import * as oddValues from './odd-values.js';
 import * as ostrel from './fake-ostrel.js';
 import * as waiting from './waiting.js';
@@ -29,6 +30,7 @@ const context = {
   ...oddValues,
   ...ostrel,
   ...waiting,
+  kit,
   get addon() {
     return environment.loadAddon();
   },
