@@ -1,0 +1,65 @@
+// The hand at the virtual microscope: what no program can do to a real one, it turns and spoils.
+
+import { MicroscopeControl } from '../examples/lib/virtual-microscope.js';
+
+const isWhole = (least, most) => (value) => Number.isInteger(value) && value >= least && value <= most;
+const isTruth = (value) => typeof value === 'boolean';
+const isOneOf = (...values) => (value) => values.includes(value);
+
+/** What may be set: whether a value is one, and the words of the command that sets it. */
+const settings = {
+  plugged: { isValid: isTruth, words: (value) => (value ? 'plug' : 'unplug') },
+  frozen: { isValid: isTruth, words: (value) => `freeze ${Number(value)}` },
+  slowMs: { isValid: isWhole(0, 1000), words: (value) => `slow ${value}` },
+  hanging: { isValid: isOneOf('nothing', 'camera', 'microscope'), words: (value) => `hang ${value}` },
+  refusing: { isValid: isTruth, words: (value) => `refuse ${Number(value)}` },
+  moving: { isValid: isTruth, words: (value) => `stage ${value ? 'moving' : '0:0'}` },
+  numbers: { isValid: isTruth, words: (value) => `numbers ${Number(value)}` },
+  magnification: { isValid: isWhole(20, 220), words: (value) => `magnification ${value}` },
+};
+
+const wellBehaved = { plugged: true, frozen: false, slowMs: 0, hanging: 'nothing', refusing: false };
+
+export class Misbehaviour {
+  /** `controlPath`: of the virtual microscope's socket; null where the instrument is a real one. */
+  constructor({ board, camera, controlPath }) {
+    Object.assign(this, { board, camera, controlPath, control: null });
+    this.values = null;
+  }
+
+  /** Takes the hand, once the library is in use. */
+  async open(values) {
+    if (this.controlPath) {
+      this.control = await MicroscopeControl.connect(this.controlPath);
+      this.values = { ...wellBehaved, ...values };
+      this.board.set({ hand: this.values });
+    }
+  }
+
+  async run({ name, value, press }) {
+    if (!this.control) {
+      throw new Error('This microscope is a real one: nothing of it can be set here.');
+    }
+    if (press === true) {
+      await this.send('press');
+    } else if (Object.hasOwn(settings, name) && settings[name].isValid(value)) {
+      await this.send(settings[name].words(value));
+      this.values = { ...this.values, [name]: value };
+      this.board.set({ hand: this.values });
+    } else {
+      throw new Error('The virtual microscope cannot be set like this.');
+    }
+  }
+
+  send(words) {
+    return this.control.run(`device ${this.camera.camera?.index ?? 0} ${words}`);
+  }
+
+  /** Lets go of what hangs, so that all calls come back. */
+  async close() {
+    if (this.control) {
+      await this.send('hang nothing').catch(() => {});
+      this.control.close();
+    }
+  }
+}

@@ -1,0 +1,62 @@
+// The socket to the viewer: commands and their answers, the state, and frames on request.
+
+const retryMs = 1000;
+
+export class Link extends EventTarget {
+  constructor() {
+    super();
+    this.answers = new Map();
+    this.lastId = 0;
+    this.connect();
+  }
+
+  connect() {
+    this.socket = new WebSocket(`ws://${location.host}/socket`);
+    this.socket.binaryType = 'arraybuffer';
+    this.socket.onopen = () => {
+      this.tell('open');
+      this.askFrame();
+    };
+    this.socket.onmessage = ({ data }) => (typeof data === 'string' ? this.receive(JSON.parse(data)) : this.tell('frame', data));
+    this.socket.onclose = ({ reason }) => {
+      this.answers.forEach(({ reject }) => reject(new Error('The viewer is not connected.')));
+      this.answers.clear();
+      this.tell('closed', reason);
+      setTimeout(() => this.connect(), retryMs);
+    };
+  }
+
+  tell(type, detail) {
+    this.dispatchEvent(new CustomEvent(type, { detail }));
+  }
+
+  receive(message) {
+    if (message.state) {
+      this.tell('state', message.state);
+      return;
+    }
+    const { resolve, reject } = this.answers.get(message.id);
+    this.answers.delete(message.id);
+    message.error === undefined ? resolve(message.result) : reject(new Error(message.error));
+  }
+
+  /** Asks for one more frame, as soon as there is one. */
+  askFrame() {
+    if (this.socket.readyState === WebSocket.OPEN) {
+      this.socket.send('{"frame":true}');
+    }
+  }
+
+  /** Runs a command and gives its result; its failure is thrown in words, which the log shows too. */
+  run(command, args = {}) {
+    return new Promise((resolve, reject) => {
+      if (this.socket.readyState !== WebSocket.OPEN) {
+        reject(new Error('The viewer is not connected.'));
+        return;
+      }
+      const id = ++this.lastId;
+      this.answers.set(id, { resolve, reject });
+      this.socket.send(JSON.stringify({ id, command, args }));
+    });
+  }
+}

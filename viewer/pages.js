@@ -1,0 +1,100 @@
+// The pages that are open: each has a socket for commands, the state and frames.
+
+import { WebSocketServer } from 'ws';
+
+// A page asks for frame by frame; what it says is short.
+const longestMessage = 4096;
+const mostPages = 8;
+const fullCode = 1013;
+
+/** One open page. */
+class Page {
+  constructor(socket, { board, feed, runCommand }) {
+    Object.assign(this, { socket, feed, runCommand });
+    this.isSending = false;
+    this.tell = (state) => this.send({ state });
+    board.listeners.add(this.tell);
+    socket.on('message', (data, isBinary) => this.receive(data, isBinary));
+    socket.on('error', () => {});  // the close that follows it tells
+    socket.once('close', () => board.listeners.delete(this.tell));
+    this.tell(board.state);
+  }
+
+  send(message) {
+    if (this.socket.readyState === this.socket.OPEN) {
+      this.socket.send(JSON.stringify(message));
+    }
+  }
+
+  receive(data, isBinary) {
+    let message;
+    try {
+      message = isBinary ? null : JSON.parse(data);
+    } catch {
+      message = null;
+    }
+    if (message?.frame === true) {
+      this.sendFrame();
+    } else if (typeof message?.command === 'string' && Number.isInteger(message.id)) {
+      this.run(message);
+    } else {
+      this.socket.close(1008, 'not understood');
+    }
+  }
+
+  async run({ id, command, args }) {
+    try {
+      this.send({ id, result: await this.runCommand(command, args) ?? null });
+    } catch (error) {
+      this.send({ id, error: error.message });
+    }
+  }
+
+  /** Sends the next frame, once for each time that the page asked: a slow page misses frames, and holds up no other. */
+  async sendFrame() {
+    if (this.isSending) {
+      return;
+    }
+    this.isSending = true;
+    const frame = await this.feed.next();
+    const done = () => {
+      this.isSending = false;
+      frame.release();
+    };
+    if (this.socket.readyState === this.socket.OPEN) {
+      this.socket.send(frame.message, { binary: true }, done);
+    } else {
+      done();
+    }
+  }
+}
+
+export class Pages {
+  /** `onEmpty`, `onFirst`: the last page has gone, and one has come where there was none. */
+  constructor({ board, feed, runCommand, onFirst, onEmpty }) {
+    this.server = new WebSocketServer({ noServer: true, maxPayload: longestMessage, perMessageDeflate: false });
+    this.context = { board, feed, runCommand };
+    this.onFirst = onFirst;
+    this.onEmpty = onEmpty;
+  }
+
+  accept(request, socket, head) {
+    this.server.handleUpgrade(request, socket, head, (page) => this.welcome(page));
+  }
+
+  welcome(socket) {
+    if (this.server.clients.size > mostPages) {
+      socket.close(fullCode, 'too many pages are open');
+      return;
+    }
+    if (this.server.clients.size === 1) {
+      this.onFirst();
+    }
+    new Page(socket, this.context);
+    socket.once('close', () => this.server.clients.size === 0 && this.onEmpty());
+  }
+
+  close() {
+    this.server.clients.forEach((socket) => socket.terminate());
+  }
+}
