@@ -1,6 +1,7 @@
 // What a page may ask for. Arguments come from outside: each is looked at before it is used.
 
 import { previewSizes } from './camera.js';
+import { fewestPictures, mostPictures } from './stack.js';
 
 const isObject = (value) => typeof value === 'object' && value !== null && !Array.isArray(value);
 
@@ -69,7 +70,7 @@ function makeCommands({ camera, microscope, recording, stills, stack, misbehavio
     stack: (args) => {
       needFocus();
       return stack.take({ from: focusPosition(args, 'from'), to: focusPosition(args, 'to'),
-        steps: integer(args, 'steps', stack.fewest, stack.most) });
+        steps: integer(args, 'steps', fewestPictures, mostPictures) });
     },
     cancelStack: () => stack.cancel(),
     hand: (args) => misbehaviour.run(args),

@@ -97,10 +97,20 @@ export class FrameFeed {
     }
   }
 
-  /** The next frame there is, however long that takes; to be released. */
-  next() {
-    return new Promise((resolve) => {
-      this.waiting.push(resolve);
+  /** The next frame there is, however long that takes unless `signal` says that it is in vain; to be released. */
+  next(signal) {
+    return new Promise((resolve, reject) => {
+      const withdraw = () => {
+        this.waiting.splice(this.waiting.indexOf(take), 1);
+        reject(signal.reason);
+      };
+      const take = (lease) => {
+        signal?.removeEventListener('abort', withdraw);
+        resolve(lease);
+      };
+      signal?.throwIfAborted();
+      signal?.addEventListener('abort', withdraw);
+      this.waiting.push(take);
       this.wake();
     });
   }

@@ -152,3 +152,11 @@ export function watchDinoLite({ native }) {
   }, 50);
   return watch;
 }
+
+export async function fuseStack({ native, frames: pictures, onProgress }) {
+  const { analyseFrame, makeRequest, measureStack } = await import('../examples/lib/focus-stack/measure-stack.js');
+  const measured = measureStack(pictures.map(analyseFrame), (stageDone) => onProgress({ stage: 'aligning', stageDone, done: stageDone * 0.7 }));
+  const { data } = native.edofMultibandFuse(makeRequest(pictures, measured));
+  return { ...pictures[0], rgba: data, reference: measured.reference, gain: 1.5, measuringMs: 1, fusingMs: 1,
+    frames: measured.frames.map((frame, index) => ({ ...frame, index })) };
+}

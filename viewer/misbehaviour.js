@@ -51,6 +51,20 @@ export class Misbehaviour {
     }
   }
 
+  /** Lets the specimen stand, without numbers on the pictures; gives what puts both back. */
+  async holdStill() {
+    if (!this.control) {
+      return async () => {};
+    }
+    const { moving, numbers } = this.values;
+    await this.send(settings.moving.words(false));
+    await this.send(settings.numbers.words(false));
+    return async () => {
+      await this.send(settings.moving.words(moving));
+      await this.send(settings.numbers.words(numbers));
+    };
+  }
+
   send(words) {
     return this.control.run(`device ${this.camera.camera?.index ?? 0} ${words}`);
   }

@@ -65,8 +65,8 @@ export class DraggedValue {
   }
 }
 
-function formatText({ width, height, frameRate, type }) {
-  return `${width} × ${height}, ${frameRate} fps, ${type}`;
+function formatText({ width, height, frameRate }) {
+  return `${width} × ${height}, ${frameRate} fps`;
 }
 
 export class Controls {

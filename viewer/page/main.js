@@ -6,6 +6,7 @@ import { Link } from './link.js';
 import { Painter } from './painter.js';
 import { Readouts } from './readouts.js';
 import { listenForShortcuts } from './shortcuts.js';
+import { StackView } from './stack-view.js';
 import { Views } from './views.js';
 
 const link = new Link();
@@ -14,6 +15,7 @@ const readouts = new Readouts(painter);
 const controls = new Controls(link);
 const hand = new Hand(link);
 const views = new Views();
+const stackView = new StackView(link, () => views.show('stack'));
 
 listenForShortcuts({ v: () => views.toggle() });
 
@@ -22,5 +24,5 @@ link.addEventListener('frame', ({ detail }) => {
   link.askFrame();
   painter.take(detail);
 });
-link.addEventListener('state', ({ detail: state }) => [controls, readouts, hand].forEach((part) => part.show(state)));
+link.addEventListener('state', ({ detail: state }) => [controls, readouts, hand, stackView].forEach((part) => part.show(state)));
 link.addEventListener('closed', () => readouts.showHealth('closed'));
