@@ -11,16 +11,16 @@ export const headerBytes = 32;
 /** One frame, which those who got it release when they have read it. */
 class Lease {
   constructor(feed, whole, frame) {
-    const { sequence, timestampMs, width, height, data } = frame;
+    const { sequence, timestampMs, width, height, sourceWidth, sourceHeight, data } = frame;
     const view = new DataView(whole.buffer);
     view.setFloat64(0, sequence, true);
     view.setFloat64(8, timestampMs, true);
     view.setUint32(16, width, true);
     view.setUint32(20, height, true);
-    view.setUint32(24, frame.sourceWidth, true);
-    view.setUint32(28, frame.sourceHeight, true);
+    view.setUint32(24, sourceWidth, true);
+    view.setUint32(28, sourceHeight, true);
     whole.set(data, headerBytes);
-    Object.assign(this, { feed, whole, sequence, timestampMs, width, height, readers: 0 });
+    Object.assign(this, { feed, whole, sequence, timestampMs, width, height, sourceWidth, sourceHeight, readers: 0 });
     /** Header and pixels. */
     this.message = whole.subarray(0, headerBytes + data.length);
   }

@@ -60,7 +60,7 @@ export class StackDesk {
 
   async run(choice, signal) {
     const id = ++this.count;
-    const before = this.microscope.told.focus;
+    const { focus: before, pixel, fieldOfView, magnification } = this.microscope.told;
     const release = await this.misbehaviour.holdStill();
     let pictures;
     try {
@@ -77,7 +77,8 @@ export class StackDesk {
       onProgress: ({ stage, stageDone, done }) => this.tell(
         stage === 'fusing' ? 'Fusing' : `${stageTexts[stage]}, ${Math.round(100 * stageDone)} %`, takingShare + (1 - takingShare) * done),
     });
-    return this.keep(id, await sources, fused);
+    const { sourceWidth, sourceHeight } = pictures[0];
+    return { ...await this.keep(id, await sources, fused), sourceWidth, sourceHeight, optics: { pixel, fieldOfView, magnification } };
   }
 
   async takePictures(positions, signal) {
@@ -95,10 +96,10 @@ export class StackDesk {
       (await this.camera.feed.next(signal)).release();
     }
     const frame = await this.camera.feed.next(signal);
-    const { width, height } = frame;
+    const { width, height, sourceWidth, sourceHeight } = frame;
     const rgba = frame.pixels.slice();
     frame.release();
-    return { width, height, rgba };
+    return { width, height, sourceWidth, sourceHeight, rgba };
   }
 
   keepSources(id, pictures) {

@@ -18,11 +18,13 @@ function readHeader(message) {
 }
 
 export class Painter {
-  /** `onFrame(header)`: after each frame that was painted. */
+  /** `onFrame`: called after each frame that was painted. */
   constructor(canvas, onFrame) {
     Object.assign(this, { canvas, onFrame });
     this.context = canvas.getContext('2d', { alpha: false });
     this.newest = null;
+    /** What is written of the frame that the canvas shows. */
+    this.frame = null;
     this.skipped = 0;
     this.lastSequence = null;
     this.times = [];
@@ -39,14 +41,14 @@ export class Painter {
   paint() {
     const message = this.newest;
     this.newest = null;
-    const header = readHeader(message);
-    const { width, height, sequence } = header;
+    this.frame = readHeader(message);
+    const { width, height, sequence } = this.frame;
     if (this.canvas.width !== width || this.canvas.height !== height) {
       Object.assign(this.canvas, { width, height });
     }
     this.context.putImageData(new ImageData(new Uint8ClampedArray(message, headerBytes), width, height), 0, 0);
     this.count(sequence);
-    this.onFrame(header);
+    this.onFrame();
   }
 
   count(sequence) {

@@ -1,4 +1,4 @@
-// Numbers as people read them.
+// Numbers as people read them, and where they are written.
 
 /** 0:07.3, or 0:07 without tenths. */
 export function clock(ms, tenths = true) {
@@ -11,3 +11,11 @@ export function clock(ms, tenths = true) {
 export const megabytes = (bytes) => `${(bytes / 1e6).toFixed(1)} MB`;
 
 export const timeOfDay = (ms) => new Date(ms).toLocaleTimeString('sv-SE');
+
+/** Writes a text where it differs: what stays alone costs nothing and is not read out again. */
+export function write(id, text) {
+  const element = document.getElementById(id);
+  if (element.textContent !== text) {
+    element.textContent = text;
+  }
+}

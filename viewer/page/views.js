@@ -4,7 +4,9 @@ const $ = (id) => document.getElementById(id);
 const names = ['live', 'stack'];
 
 export class Views {
-  constructor() {
+  /** `onChange(name)`: another view is shown. */
+  constructor(onChange) {
+    this.onChange = onChange;
     names.forEach((name, i) => {
       $(`${name}-tab`).addEventListener('click', () => this.show(name));
       $(`${name}-tab`).addEventListener('keydown', ({ key }) => {
@@ -25,6 +27,7 @@ export class Views {
       $(`${each}-tab`).tabIndex = isShown ? 0 : -1;
       $(`${each}-view`).hidden = !isShown;
     });
+    this.onChange(name);
   }
 
   toggle() {
