@@ -3,14 +3,14 @@
 //   npm run example:fuse -- FOLDER [--output FOLDER]
 //
 // The pictures (PNG or JPEG, one size, in natural order of their names) are measured in script
-// code, see lib/focus-stack/, and fused by the addon.
+// code, see kit/focus-stack/, and fused by the addon.
 
 import path from 'node:path';
 import { parseArgs } from 'node:util';
 
 import { Step } from '../scripts/lib/output.js';
-import { chooseFrames } from './lib/focus-stack/choose-frames.js';
-import { analyseFrame, fewestFrames, measureStack, mostFrames } from './lib/focus-stack/measure-stack.js';
+import { chooseFrames } from '../kit/focus-stack/choose-frames.js';
+import { analyseFrame, fewestFrames, measureStack, mostFrames } from '../kit/focus-stack/measure-stack.js';
 import { loadAddon } from './lib/load-addon.js';
 import { recordingsDirectory, row, runExample, seconds, timeName, userPath } from './lib/report.js';
 import { fuseStack, printFrames, writeStackResult } from './lib/stack-result.js';

@@ -11,7 +11,7 @@ import { setTimeout as sleep } from 'node:timers/promises';
 import { parseArgs } from 'node:util';
 
 import { Step } from '../scripts/lib/output.js';
-import { analyseFrame, fewestFrames, measureStack, mostFrames } from './lib/focus-stack/measure-stack.js';
+import { analyseFrame, fewestFrames, measureStack, mostFrames } from '../kit/focus-stack/measure-stack.js';
 import { loadAddon } from './lib/load-addon.js';
 import { heading, recordingsDirectory, row, runExample, seconds, timeName, userPath } from './lib/report.js';
 import { check, expectDone } from './lib/results.js';

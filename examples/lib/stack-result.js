@@ -5,8 +5,8 @@ import { mkdir } from 'node:fs/promises';
 import path from 'node:path';
 
 import { Step } from '../../scripts/lib/output.js';
-import { drawOutBorder } from './focus-stack/border.js';
-import { makeRequest } from './focus-stack/measure-stack.js';
+import { drawOutBorder } from '../../kit/focus-stack/border.js';
+import { makeRequest } from '../../kit/focus-stack/measure-stack.js';
 import { row, seconds } from './report.js';
 
 function remarkOn({ registered, accepted }, isReference) {
