@@ -2,7 +2,7 @@
 
 import { cameraResults } from '../examples/lib/results.js';
 import { FrameFeed } from './frame-feed.js';
-import { watchCamera } from './kit-stand-in.js';
+import { watchCamera } from '../kit/index.js';
 
 /** Sizes that a preview is reduced to, at most. */
 export const previewSizes = [{ width: 960, height: 540 }, { width: 1920, height: 1080 }];
@@ -29,11 +29,11 @@ export class CameraDesk {
 
   /** Loads the library and lists what it sees. */
   async open(library) {
-    const loaded = await this.background.run('loadCameraBackend', library);
+    const loaded = await this.background.call('loadCameraBackend', library);
     if (!loaded.value) {
       throw new Error(`The camera library ${library} was refused: ${loaded.words}`);
     }
-    this.expect('cameraInitialize', await this.background.run('cameraInitialize'));
+    this.expect('cameraInitialize', await this.background.call('cameraInitialize'));
     await this.list();
     this.timer = setInterval(() => this.count(), countMs);
   }
@@ -45,13 +45,13 @@ export class CameraDesk {
   }
 
   async list() {
-    const { value: count } = await this.background.run('cameraDevicesCount');
+    const { value: count } = await this.background.call('cameraDevicesCount');
     const cameras = [];
     for (let index = 0; index < count; ++index) {
-      const { value: uniqueId } = await this.background.run('cameraDeviceUniqueId', index);
+      const { value: uniqueId } = await this.background.call('cameraDeviceUniqueId', index);
       if (uniqueId !== '') {
-        const { value: name } = await this.background.run('cameraDeviceName', index);
-        const { value: formats } = await this.background.run('cameraDeviceFormats', index);
+        const { value: name } = await this.background.call('cameraDeviceName', index);
+        const { value: formats } = await this.background.call('cameraDeviceFormats', index);
         cameras.push({ index, uniqueId, name, formats });
       }
     }
@@ -100,7 +100,6 @@ export class CameraDesk {
       throw error;
     }
     this.watch = watchCamera({ native: this.native, device })
-      .on('recovered', () => this.noteHealth('live', 'seen', 'The camera delivers frames'))
       .on('stalled', ({ silentMs, lastResult }) => this.noteHealth('stalled', 'refused',
         `The camera has delivered no frame for ${(silentMs / 1000).toFixed(1)} s; the last result is ${meaning(lastResult)}`))
       .on('lost', ({ reason, lastResult }) => this.noteHealth('lost', 'refused', reason === 'missing'
@@ -110,10 +109,10 @@ export class CameraDesk {
 
   async startCapture(device) {
     this.expect(`cameraStartCapture(${device})`,
-      await this.background.run('cameraStartCapture', device, 0, 0, this.choice.format));
+      await this.background.call('cameraStartCapture', device, 0, 0, this.choice.format));
     const size = previewSizes[this.choice.preview];
     this.expect('cameraPreviewStart',
-      await this.background.run('cameraPreviewStart', device, size.width, size.height, previewRate));
+      await this.background.call('cameraPreviewStart', device, size.width, size.height, previewRate));
     this.feed.start(device, size);
   }
 
@@ -146,8 +145,8 @@ export class CameraDesk {
     clearTimeout(this.retry);
     await this.watch?.close();
     this.feed.stop();
-    await this.background.run('cameraPreviewStop', device);
-    await this.background.run('cameraStopCapture', device);
+    await this.background.call('cameraPreviewStop', device);
+    await this.background.call('cameraStopCapture', device);
     this.setHealth('stopped');
   }
 
@@ -161,10 +160,13 @@ export class CameraDesk {
     this.tell();
   }
 
-  /** Reads what the preview counts. */
+  /** Reads what the preview counts, and whether it lives. */
   count() {
     if (this.device < 0) {
       return;
+    }
+    if (this.watch?.state === 'live' && this.health !== 'live') {
+      this.noteHealth('live', 'seen', 'The camera delivers frames');
     }
     const { droppedFrames, lastResult, producerFps, producedFrames } =
       this.native.cameraPreviewGetLatest(this.device, Number.MAX_SAFE_INTEGER);

@@ -1,6 +1,6 @@
 // Preview frames for several readers at once: each frame is fetched once, when somebody waits for it.
 
-import { frames } from './kit-stand-in.js';
+import { frames } from '../kit/index.js';
 
 /**
  * Bytes in front of a frame's pixels, little-endian: sequence and time as doubles; width and height, and those

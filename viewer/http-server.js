@@ -56,12 +56,12 @@ async function listen(server, port) {
 export class ViewerServer {
   /**
    * `findFile(name)`: what /files/NAME stands for, { file } on disk or { body } in memory, or undefined.
-   * `onPage(socket)`: a page has connected, by a WebSocket.
+   * `feed`: where frames come from. `acceptSocket(request, socket, head)`: a page wants a WebSocket.
    */
-  static async start({ port, findFile, acceptSocket }) {
+  static async start({ port, findFile, feed, acceptSocket }) {
     const viewer = new ViewerServer();
     viewer.page = await readPage();
-    viewer.findFile = findFile;
+    Object.assign(viewer, { findFile, feed });
     viewer.server = http.createServer((request, response) => viewer.answer(request, response));
     viewer.server.on('upgrade', (request, socket, head) => viewer.upgrade(request, socket, head, acceptSocket));
     const taken = await listen(viewer.server, port);
@@ -106,6 +106,8 @@ export class ViewerServer {
     } else if (this.page.has(address.pathname)) {
       const { body, type } = this.page.get(address.pathname);
       this.send(request, response, { 'Content-Type': type, 'Content-Length': body.length }, body);
+    } else if (address.pathname === '/frame') {
+      this.sendFrame(response).catch(() => response.destroy());
     } else if (address.pathname.startsWith('/files/')) {
       this.sendFile(request, response, address.pathname.slice('/files/'.length)).catch(() =>
         response.headersSent ? response.destroy() : this.say(response, 404, 'This file is gone.'));
@@ -121,6 +123,16 @@ export class ViewerServer {
   send(request, response, headers, body) {
     response.writeHead(200, { ...this.headers, ...headers });
     response.end(request.method === 'HEAD' ? undefined : body);
+  }
+
+  /** Answers with the next frame there is: each page is as fast as it asks, and holds up no other. */
+  async sendFrame(response) {
+    const gone = new AbortController();
+    response.once('close', () => gone.abort());
+    const frame = await this.feed.next(gone.signal);
+    response.once('close', () => frame.release());
+    const headers = { 'Content-Type': 'application/octet-stream', 'Content-Length': frame.message.length };
+    response.writeHead(200, { ...this.headers, ...headers }).end(frame.message);
   }
 
   async sendFile(request, response, name) {

@@ -12,8 +12,9 @@ import { parseArgs } from 'node:util';
 import { loadAddon } from '../examples/lib/load-addon.js';
 import { recordingsDirectory, row, userPath } from '../examples/lib/report.js';
 import { simulatedLibrary } from '../examples/lib/virtual-microscope.js';
+import { addonFileOf } from '../kit/native.js';
+import { NativeWorker } from '../kit/native-worker.js';
 import { Archive } from './archive.js';
-import { Background } from './background.js';
 import { Board } from './board.js';
 import { CameraDesk } from './camera.js';
 import { commandRunner } from './commands.js';
@@ -76,8 +77,8 @@ export class Viewer {
     const native = loadAddon(process.env.OSTREL_TEST_ADDON);
     const board = new Board();
     const archive = new Archive(choice.output);
-    const background = new Background(process.env.OSTREL_TEST_ADDON);
-    const asking = new Background(process.env.OSTREL_TEST_ADDON);
+    // What blocks runs beside the thread that serves pages: the camera's calls, and those of a microscope.
+    const [background, asking] = Array.from({ length: 2 }, () => new NativeWorker(addonFileOf(native)));
     const camera = new CameraDesk({ native, background, board });
     const microscope = new MicroscopeDesk({ native, background: asking, board });
     const recording = new RecordingDesk({ native, board, archive, camera });
@@ -86,9 +87,8 @@ export class Viewer {
     const stack = new StackDesk({ native, board, archive, camera, microscope, misbehaviour });
     Object.assign(viewer, { background, asking, board, camera, microscope, recording, stack, misbehaviour });
     const runCommand = commandRunner({ camera, microscope, recording, stills, stack, misbehaviour, board });
-    viewer.pages = new Pages({ board, feed: camera.feed, runCommand,
-      onFirst: () => viewer.wake(), onEmpty: () => viewer.linger() });
-    viewer.server = await ViewerServer.start({ port: choice.port, findFile: (name) => archive.find(name),
+    viewer.pages = new Pages({ board, runCommand, onFirst: () => viewer.wake(), onEmpty: () => viewer.linger() });
+    viewer.server = await ViewerServer.start({ port: choice.port, findFile: (name) => archive.find(name), feed: camera.feed,
       acceptSocket: (...request) => viewer.pages.accept(...request) });
     await viewer.open();
     return viewer;

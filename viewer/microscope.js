@@ -1,6 +1,6 @@
 // The microscope: focus, light, and what it tells of its optics.
 
-import { ostrelCommands, watchDinoLite, watchOstrel } from './kit-stand-in.js';
+import { ostrelCommands, watchDinoLite, watchOstrel } from '../kit/index.js';
 
 const tellMs = 50;
 // The LED's state is asked by a call that may wait for the library.
@@ -22,7 +22,7 @@ export class MicroscopeDesk {
   async open({ ostrel, dinoLite, onButton }) {
     if (ostrel) {
       await this.load('loadOstrel', ostrel);
-      this.capabilities = (await this.background.run('ostrelCapabilities')).value;
+      this.capabilities = (await this.background.call('ostrelCapabilities')).value;
       this.commands = ostrelCommands({ native: this.native });
       this.ostrel = this.follow(watchOstrel({ native: this.native, device: 0 }), onButton);
       this.ledTimer = setInterval(() => this.askLed(), ledMs);
@@ -35,7 +35,7 @@ export class MicroscopeDesk {
   }
 
   async load(call, library) {
-    const { value, words } = await this.background.run(call, library);
+    const { value, words } = await this.background.call(call, library);
     if (!value.ok) {
       throw new Error(`The microscope library ${library} was refused: ${words}`);
     }
@@ -90,7 +90,7 @@ export class MicroscopeDesk {
     }
     this.isAsking = true;
     try {
-      this.led = (await this.background.run('ostrelGetLedState')).value;
+      this.led = (await this.background.call('ostrelGetLedState')).value;
     } finally {
       this.isAsking = false;
     }

@@ -1,17 +1,15 @@
-// The pages that are open: each has a socket for commands, the state and frames.
+// The pages that are open: each has a socket for commands and the state.
 
 import { WebSocketServer } from 'ws';
 
-// A page asks for frame by frame; what it says is short.
 const longestMessage = 4096;
 const mostPages = 8;
 const fullCode = 1013;
 
 /** One open page. */
 class Page {
-  constructor(socket, { board, feed, runCommand }) {
-    Object.assign(this, { socket, feed, runCommand });
-    this.isSending = false;
+  constructor(socket, { board, runCommand }) {
+    Object.assign(this, { socket, runCommand });
     this.tell = (state) => this.send({ state });
     board.listeners.add(this.tell);
     socket.on('message', (data, isBinary) => this.receive(data, isBinary));
@@ -33,9 +31,7 @@ class Page {
     } catch {
       message = null;
     }
-    if (message?.frame === true) {
-      this.sendFrame();
-    } else if (typeof message?.command === 'string' && Number.isInteger(message.id)) {
+    if (typeof message?.command === 'string' && Number.isInteger(message.id)) {
       this.run(message);
     } else {
       this.socket.close(1008, 'not understood');
@@ -49,31 +45,13 @@ class Page {
       this.send({ id, error: error.message });
     }
   }
-
-  /** Sends the next frame, once for each time that the page asked: a slow page misses frames, and holds up no other. */
-  async sendFrame() {
-    if (this.isSending) {
-      return;
-    }
-    this.isSending = true;
-    const frame = await this.feed.next();
-    const done = () => {
-      this.isSending = false;
-      frame.release();
-    };
-    if (this.socket.readyState === this.socket.OPEN) {
-      this.socket.send(frame.message, { binary: true }, done);
-    } else {
-      done();
-    }
-  }
 }
 
 export class Pages {
   /** `onEmpty`, `onFirst`: the last page has gone, and one has come where there was none. */
-  constructor({ board, feed, runCommand, onFirst, onEmpty }) {
+  constructor({ board, runCommand, onFirst, onEmpty }) {
     this.server = new WebSocketServer({ noServer: true, maxPayload: longestMessage, perMessageDeflate: false });
-    this.context = { board, feed, runCommand };
+    this.context = { board, runCommand };
     this.onFirst = onFirst;
     this.onEmpty = onEmpty;
   }

@@ -1,6 +1,6 @@
 // Recording the preview to an MP4 file.
 
-import { record } from './kit-stand-in.js';
+import { record } from '../kit/index.js';
 
 const nothing = { elapsedMs: 0, bytes: 0, framesWritten: 0, framesDropped: 0 };
 

@@ -2,7 +2,7 @@
 
 import { writeFile } from 'node:fs/promises';
 
-import { fuseStack } from './kit-stand-in.js';
+import { fuseStack } from '../kit/index.js';
 import { encodeRgba } from './stills.js';
 
 // Frames that may have been exposed while the focus still moved: one that waited to be fetched, the

@@ -1,4 +1,4 @@
-// The socket to the viewer: commands and their answers, the state, and frames on request.
+// The socket to the viewer: commands and their answers, and the state.
 
 const retryMs = 1000;
 
@@ -12,12 +12,7 @@ export class Link extends EventTarget {
 
   connect() {
     this.socket = new WebSocket(`ws://${location.host}/socket`);
-    this.socket.binaryType = 'arraybuffer';
-    this.socket.onopen = () => {
-      this.tell('open');
-      this.askFrame();
-    };
-    this.socket.onmessage = ({ data }) => (typeof data === 'string' ? this.receive(JSON.parse(data)) : this.tell('frame', data));
+    this.socket.onmessage = ({ data }) => this.receive(JSON.parse(data));
     this.socket.onclose = ({ reason }) => {
       this.answers.forEach(({ reject }) => reject(new Error('The viewer is not connected.')));
       this.answers.clear();
@@ -38,13 +33,6 @@ export class Link extends EventTarget {
     const { resolve, reject } = this.answers.get(message.id);
     this.answers.delete(message.id);
     message.error === undefined ? resolve(message.result) : reject(new Error(message.error));
-  }
-
-  /** Asks for one more frame, as soon as there is one. */
-  askFrame() {
-    if (this.socket.readyState === WebSocket.OPEN) {
-      this.socket.send('{"frame":true}');
-    }
   }
 
   /** Runs a command and gives its result; its failure is thrown in words, which the log shows too. */

@@ -1,6 +1,7 @@
 // Puts the page together.
 
 import { Controls } from './controls.js';
+import { FrameSource } from './frame-source.js';
 import { Hand } from './hand.js';
 import { Link } from './link.js';
 import { OpticsBar } from './optics-bar.js';
@@ -14,7 +15,8 @@ const canvas = document.getElementById('picture');
 const pair = document.getElementById('pair');
 
 const link = new Link();
-const painter = new Painter(canvas, () => showOptics());
+const painter = new Painter(canvas, { onFrame: () => showOptics(), onDone: (buffer) => frames.giveBack(buffer) });
+const frames = new FrameSource((frame) => painter.take(frame));
 const optics = new OpticsBar(canvas);
 const stackView = new StackView(link, () => views.show('stack'));
 const views = new Views(() => showOptics());
@@ -30,11 +32,6 @@ function showOptics() {
 
 listenForShortcuts({ v: () => views.toggle() });
 
-link.addEventListener('frame', ({ detail }) => {
-  // The next one is on its way while this one is painted.
-  link.askFrame();
-  painter.take(detail);
-});
 link.addEventListener('state', ({ detail: state }) => {
   microscope = state.microscope;
   parts.forEach((part) => part.show(state));

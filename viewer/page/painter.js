@@ -1,62 +1,49 @@
 // Paints frames on the canvas: of those that come between two refreshes of the screen, the newest.
 
-const headerBytes = 32;
+import { headerBytes } from './frame-source.js';
+
 const rateMs = 2000;
 const silentMs = 300;
 
-/** What is written in front of a frame's pixels. */
-function readHeader(message) {
-  const view = new DataView(message);
-  return {
-    sequence: view.getFloat64(0, true),
-    timestampMs: view.getFloat64(8, true),
-    width: view.getUint32(16, true),
-    height: view.getUint32(20, true),
-    sourceWidth: view.getUint32(24, true),
-    sourceHeight: view.getUint32(28, true),
-  };
-}
-
 export class Painter {
-  /** `onFrame`: called after each frame that was painted. */
-  constructor(canvas, onFrame) {
-    Object.assign(this, { canvas, onFrame });
+  /** `onFrame`: called after each frame that was painted. `onDone(buffer)`: a frame's buffer is free again. */
+  constructor(canvas, { onFrame, onDone }) {
+    Object.assign(this, { canvas, onFrame, onDone });
     this.context = canvas.getContext('2d', { alpha: false });
     this.newest = null;
-    /** What is written of the frame that the canvas shows. */
+    /** What is known of the frame that the canvas shows. */
     this.frame = null;
     this.skipped = 0;
-    this.lastSequence = null;
     this.times = [];
   }
 
   /** Takes over a frame as it came. */
-  take(message) {
+  take(frame) {
     if (this.newest === null) {
       requestAnimationFrame(() => this.paint());
+    } else {
+      this.onDone(this.newest.buffer);
     }
-    this.newest = message;
+    this.newest = frame;
   }
 
   paint() {
-    const message = this.newest;
+    const { buffer, ...frame } = this.newest;
+    const { width, height } = frame;
     this.newest = null;
-    this.frame = readHeader(message);
-    const { width, height, sequence } = this.frame;
     if (this.canvas.width !== width || this.canvas.height !== height) {
       Object.assign(this.canvas, { width, height });
     }
-    this.context.putImageData(new ImageData(new Uint8ClampedArray(message, headerBytes), width, height), 0, 0);
-    this.count(sequence);
+    this.context.putImageData(new ImageData(new Uint8ClampedArray(buffer, headerBytes), width, height), 0, 0);
+    this.onDone(buffer);
+    this.count(frame.sequence, this.frame?.sequence ?? frame.sequence - 1);
+    this.frame = frame;
     this.onFrame();
   }
 
-  count(sequence) {
+  count(sequence, last) {
     // A preview that was started anew counts from 1 again.
-    if (this.lastSequence !== null && sequence > this.lastSequence) {
-      this.skipped += sequence - this.lastSequence - 1;
-    }
-    this.lastSequence = sequence;
+    this.skipped += Math.max(0, sequence - last - 1);
     this.times.push(performance.now());
   }
 
