@@ -85,7 +85,7 @@ export class Viewer {
     const stills = new StillsDesk({ native, board, archive, camera });
     const misbehaviour = new Misbehaviour({ board, camera, controlPath: virtual.controlPath });
     const stack = new StackDesk({ native, board, archive, camera, microscope, misbehaviour });
-    Object.assign(viewer, { background, asking, board, camera, microscope, recording, stack, misbehaviour });
+    Object.assign(viewer, { background, asking, board, camera, microscope, recording, stills, stack, misbehaviour });
     const runCommand = commandRunner({ camera, microscope, recording, stills, stack, misbehaviour, board });
     viewer.pages = new Pages({ board, runCommand, onFirst: () => viewer.wake(), onEmpty: () => viewer.linger() });
     viewer.server = await ViewerServer.start({ port: choice.port, findFile: (name) => archive.find(name), feed: camera.feed,
@@ -98,7 +98,11 @@ export class Viewer {
     await this.camera.open(this.choice.camera);
     await this.misbehaviour.open({ magnification: 50, moving: process.env.OSTREL_SIMULATOR_STAGE === 'moving',
       numbers: process.env.OSTREL_SIMULATOR_NUMBERS !== '0' });
-    await this.microscope.open({ ...this.choice, onButton: () => {} });
+    await this.microscope.open({ ...this.choice, onButton: () => this.takeStill() });
+  }
+
+  takeStill() {
+    this.stills.take().catch((error) => this.board.log('refused', error.message));
   }
 
   /** The first page: the camera runs as long as somebody looks. */

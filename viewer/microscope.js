@@ -24,12 +24,12 @@ export class MicroscopeDesk {
       await this.load('loadOstrel', ostrel);
       this.capabilities = (await this.background.call('ostrelCapabilities')).value;
       this.commands = ostrelCommands({ native: this.native });
-      this.ostrel = this.follow(watchOstrel({ native: this.native, device: 0 }), onButton);
+      this.ostrel = this.follow('Ostrel', watchOstrel({ native: this.native, device: 0 }), onButton);
       this.ledTimer = setInterval(() => this.askLed(), ledMs);
     }
     if (dinoLite) {
       await this.load('loadDinoLite', dinoLite);
-      this.dinoLite = this.follow(watchDinoLite({ native: this.native, device: 0 }), onButton);
+      this.dinoLite = this.follow('Dino-Lite', watchDinoLite({ native: this.native, device: 0 }), onButton);
     }
     this.timer = setInterval(() => this.tell(), tellMs);
   }
@@ -41,14 +41,15 @@ export class MicroscopeDesk {
     }
   }
 
-  follow(watch, onButton) {
+  /** `family`: whose library it is. */
+  follow(family, watch, onButton) {
     watch.on('button', () => {
       this.board.log('seen', 'The button was pressed');
       onButton();
     });
-    watch.on('connected', ({ name }) => this.board.log('seen', `${name} is connected`));
-    watch.on('disconnected', ({ name }) => this.board.log('refused', `${name} is not connected any more`));
-    watch.on('trouble', (error) => this.board.log('refused', error.message));
+    watch.on('connected', ({ name }) => this.board.log('seen', `${family}: ${name} is connected`));
+    watch.on('disconnected', ({ name }) => this.board.log('refused', `${family}: ${name} is not connected any more`));
+    watch.on('trouble', (error) => this.board.log('refused', `${family}: ${error.message}`));
     return watch;
   }
 

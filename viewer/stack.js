@@ -110,12 +110,12 @@ export class StackDesk {
     }));
   }
 
-  async keep(id, sources, { width, height, rgba, frames, reference, gain, measuringMs, fusingMs }) {
+  async keep(id, sources, { width, height, rgba, frames, reference, measuringMs, fusingMs }) {
     const { name, file } = await this.archive.newFile('fused', '.png');
     await writeFile(file, await encodeRgba({ width, height, rgba }));
     const reports = new Map(frames.map((report) => [report.index, report]));
     return {
-      id, width, height, fused: name, gain, measuringMs, fusingMs, reference,
+      id, width, height, fused: name, measuringMs, fusingMs, reference,
       sources: sources.map((source, i) => ({ ...source, share: reports.get(i)?.share ?? 0 })),
     };
   }

@@ -3,12 +3,11 @@
 import { showFile } from './controls.js';
 
 const $ = (id) => document.getElementById(id);
+const seconds = (ms) => `${(ms / 1000).toFixed(1)} s`;
 const explanation = 'Takes pictures from one focus position to the other and fuses them.';
 
-function describe({ sources, measuringMs, fusingMs, gain }) {
-  const seconds = ((measuringMs + fusingMs) / 1000).toFixed(1);
-  const detail = Number.isFinite(gain) ? `; ${gain.toFixed(1)} times the fine detail of the best` : '';
-  return `${sources.length} pictures, fused in ${seconds} s${detail}.`;
+function describe({ sources, measuringMs, fusingMs }) {
+  return `${sources.length} pictures, measured in ${seconds(measuringMs)} and fused in ${seconds(fusingMs)}.`;
 }
 
 export class StackView {
