@@ -72,8 +72,7 @@ export class Viewer {
   static async start(choice) {
     const viewer = new Viewer();
     viewer.choice = choice;
-    const virtual = choice.isVirtual ? await prepareVirtual() : { controlPath: null };
-    viewer.temporary = virtual.directory;
+    viewer.suited = Promise.resolve();
     const native = loadAddon(process.env.OSTREL_TEST_ADDON);
     const board = new Board();
     const archive = new Archive(choice.output);
@@ -83,21 +82,29 @@ export class Viewer {
     const microscope = new MicroscopeDesk({ native, background: asking, board });
     const recording = new RecordingDesk({ native, board, archive, camera });
     const stills = new StillsDesk({ native, board, archive, camera });
-    const misbehaviour = new Misbehaviour({ board, camera, controlPath: virtual.controlPath });
+    const misbehaviour = new Misbehaviour({ board, camera });
     const stack = new StackDesk({ native, board, archive, camera, microscope, misbehaviour });
     Object.assign(viewer, { background, asking, board, camera, microscope, recording, stills, stack, misbehaviour });
     const runCommand = commandRunner({ camera, microscope, recording, stills, stack, misbehaviour, board });
     viewer.pages = new Pages({ board, runCommand, onFirst: () => viewer.wake(), onEmpty: () => viewer.linger() });
     viewer.server = await ViewerServer.start({ port: choice.port, findFile: (name) => archive.find(name), feed: camera.feed,
       acceptSocket: (...request) => viewer.pages.accept(...request) });
-    await viewer.open();
+    try {
+      await viewer.open();
+    } catch (error) {
+      await viewer.close();
+      throw error;
+    }
     return viewer;
   }
 
   async open() {
+    const virtual = this.choice.isVirtual ? await prepareVirtual() : { directory: null, controlPath: null };
+    this.temporary = virtual.directory;
     await this.camera.open(this.choice.camera);
-    await this.misbehaviour.open({ magnification: 50, moving: process.env.OSTREL_SIMULATOR_STAGE === 'moving',
-      numbers: process.env.OSTREL_SIMULATOR_NUMBERS !== '0' });
+    if (virtual.controlPath) {
+      await this.misbehaviour.open(virtual.controlPath);
+    }
     await this.microscope.open({ ...this.choice, onButton: () => this.takeStill() });
   }
 
@@ -105,28 +112,37 @@ export class Viewer {
     this.stills.take().catch((error) => this.board.log('refused', error.message));
   }
 
-  /** The first page: the camera runs as long as somebody looks. */
+  /** A page has come where there was none. */
   wake() {
     clearTimeout(this.lingering);
-    if (this.camera.device < 0) {
-      this.camera.choose().catch((error) => this.board.log('refused', error.message));
-    }
+    this.suitPages();
   }
 
   /** The last page has gone: one that is only reloaded comes back in time. */
   linger() {
-    this.lingering = setTimeout(async () => {
-      await this.recording.stop();
-      await this.camera.stop();
-    }, this.choice.lingerMs);
+    this.lingering = setTimeout(() => this.suitPages(), this.choice.lingerMs);
+  }
+
+  /** The camera runs as long as somebody looks; without anybody, what is recorded is finished. */
+  suitPages() {
+    this.suited = this.suited.then(async () => {
+      if (this.pages.count === 0) {
+        await this.recording.stop();
+        await this.camera.stop();
+      } else if (this.camera.device < 0) {
+        await this.camera.choose();
+      }
+    }).catch((error) => this.board.log('refused', error.message));
   }
 
   /** Ends all, finishing what runs. */
   async close() {
     clearTimeout(this.lingering);
+    this.stack.cancel();
     await this.misbehaviour.close();
     this.pages.close();
     await this.server.close();
+    await this.suited;
     await this.recording.stop();
     await this.camera.close();
     await this.microscope.close();

@@ -21,19 +21,18 @@ const settings = {
 const wellBehaved = { plugged: true, frozen: false, slowMs: 0, hanging: 'nothing', refusing: false };
 
 export class Misbehaviour {
-  /** `controlPath`: of the virtual microscope's socket; null where the instrument is a real one. */
-  constructor({ board, camera, controlPath }) {
-    Object.assign(this, { board, camera, controlPath, control: null });
-    this.values = null;
+  constructor({ board, camera }) {
+    Object.assign(this, { board, camera, control: null, values: null });
   }
 
-  /** Takes the hand, once the library is in use. */
-  async open(values) {
-    if (this.controlPath) {
-      this.control = await MicroscopeControl.connect(this.controlPath);
-      this.values = { ...wellBehaved, ...values };
-      this.board.set({ hand: this.values });
-    }
+  /** Takes the hand at the socket that the virtual microscope listens at, once its library is in use. */
+  async open(controlPath) {
+    this.control = await MicroscopeControl.connect(controlPath);
+    const status = (await this.control.run('status')).split(' ');
+    const read = (name) => status[status.indexOf(name) + 1];
+    this.values = { ...wellBehaved, moving: read('stage') === 'moving', magnification: Number(read('magnification')),
+      numbers: process.env.OSTREL_SIMULATOR_NUMBERS !== '0' };
+    this.board.set({ hand: this.values });
   }
 
   async run({ name, value, press }) {

@@ -56,20 +56,24 @@ export class Pages {
     this.onEmpty = onEmpty;
   }
 
+  get count() {
+    return this.server.clients.size;
+  }
+
   accept(request, socket, head) {
     this.server.handleUpgrade(request, socket, head, (page) => this.welcome(page));
   }
 
   welcome(socket) {
-    if (this.server.clients.size > mostPages) {
+    if (this.count > mostPages) {
       socket.close(fullCode, 'too many pages are open');
       return;
     }
-    if (this.server.clients.size === 1) {
+    if (this.count === 1) {
       this.onFirst();
     }
     new Page(socket, this.context);
-    socket.once('close', () => this.server.clients.size === 0 && this.onEmpty());
+    socket.once('close', () => this.count === 0 && this.onEmpty());
   }
 
   close() {

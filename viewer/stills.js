@@ -39,7 +39,7 @@ export class StillsDesk {
   async keep({ width, height, data }) {
     const { name, file } = await this.archive.newFile('still', '.png');
     await writeFile(file, await encode(data, width, height, 3));
-    this.board.log('done', `Took ${name}, ${width} x ${height}`);
+    this.board.log('done', `Took ${name}, ${width} × ${height}`);
     this.board.set({ still: { name, width, height } });
     return { name, width, height };
   }

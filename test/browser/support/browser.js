@@ -44,7 +44,8 @@ export async function awaitText(page, id, pattern) {
 }
 
 /** Waits until the canvas has been painted anew so often. */
-export const awaitFrames = (page, count) => page.evaluate((wanted) => new Promise((resolve) => {
+export const awaitFrames = (page, count) => page.evaluate(([wanted, longest]) => new Promise((resolve, reject) => {
+  setTimeout(() => reject(new Error('The canvas is not painted any more')), longest);
   const { prototype } = CanvasRenderingContext2D;
   const paint = prototype.putImageData;
   let left = wanted;
@@ -55,7 +56,7 @@ export const awaitFrames = (page, count) => page.evaluate((wanted) => new Promis
       resolve();
     }
   };
-}), count);
+}), [count, longestMs]);
 
 /**
  * What the canvas shows: size, mean brightness, and sharpness, the mean square of the difference between each
