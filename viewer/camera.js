@@ -101,7 +101,8 @@ export class CameraDesk {
     }
     this.watch = watchCamera({ native: this.native, device })
       .on('stalled', ({ silentMs, lastResult }) => this.noteHealth('stalled', 'refused',
-        `The camera has delivered no frame for ${(silentMs / 1000).toFixed(1)} s; the last result is ${meaning(lastResult)}`))
+        `The camera has delivered no frame for ${(silentMs / 1000).toFixed(1)} s` +
+        `${lastResult < 0 ? `; the last result is ${meaning(lastResult)}` : ''}`))
       .on('lost', ({ reason, lastResult }) => this.noteHealth('lost', 'refused', reason === 'missing'
         ? 'The camera is not listed any more' : `The camera answers with ${meaning(lastResult)}`))
       .on('found', (found) => this.startAgain(found.device));

@@ -52,7 +52,7 @@ test('unplugged: the camera is lost, told in words, and found again when it is b
 test('frozen: the silence is told, and its end', async () => {
   await flip('frozen');
   await awaitHealth(page, 'stalled');
-  await awaitText(page, 'error-text', /The camera has delivered no frame for [\d.]+ s; the last result is -256: nothing yet/);
+  await awaitText(page, 'error-text', /The camera has delivered no frame for [\d.]+ s/);
   await awaitText(page, 'camera-rate', /^0\.0$/);
   await flip('frozen');
   await awaitHealth(page, 'live');

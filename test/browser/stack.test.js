@@ -38,9 +38,11 @@ async function sharpnessOf(png) {
   return { width, height, sharpness: sum / (width * height) };
 }
 
-/** Downloads what an image of the page shows, with the page's own rights. */
-const fetchImage = async (selector) => Buffer.from(await page.evaluate(async (name) =>
-  Array.from(new Uint8Array(await (await fetch(document.querySelector(name).src)).arrayBuffer())), selector));
+/** What an image of the page shows, fetched with the page's own rights. */
+async function fetchImage(selector) {
+  const response = await page.context().request.get(await page.evaluate((name) => document.querySelector(name).src, selector));
+  return response.body();
+}
 
 test('a stack that cannot be taken says why', async () => {
   await page.fill('#stack-to', '48');
