@@ -5,7 +5,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <utility>
 #include <vector>
 
 #include "camera/camera_binding.h"
@@ -50,8 +49,8 @@ void InstallQuality(CameraPreviewProducer& producer, std::vector<std::uint8_t>& 
 struct MjpegWorker {
   CameraPreviewProducer& producer;
   std::uint64_t generation;
-  Decompressor decompressor;
 
+  Decompressor decompressor = {};
   std::vector<std::uint8_t> jpeg = {};  // the frame in work
   std::uint64_t sequence = 0;           // of the frame in work, as are the next two
   std::int64_t timestampMs = 0;
@@ -62,6 +61,7 @@ struct MjpegWorker {
 
   bool IsStale() const { return producer.IsStale(generation); }
 
+  bool OpenDecompressor();
   void RunCycle();
   bool AwaitJpeg();
   bool HasExpectedSize() const;
@@ -72,12 +72,23 @@ struct MjpegWorker {
   void KeepAsLatest();
 };
 
+// False, with the reason in the last result, if there is none to be had.
+bool MjpegWorker::OpenDecompressor() {
+  decompressor.reset(g_turboJpeg.Available() ? g_turboJpeg.tjInitDecompress() : nullptr);
+  if (decompressor == nullptr) {
+    producer.lastResult = kResultUnsupported;
+  }
+  return decompressor != nullptr;
+}
+
 void MjpegWorker::RunCycle() {
   if (!AwaitJpeg()) {
     return;
   }
   if (!HasExpectedSize()) {
     producer.CountDrop(kResultFrameFailed);
+    // One that has refused a header may refuse every one after it.
+    OpenDecompressor();
     return;
   }
   if (Deliver()) {
@@ -223,14 +234,9 @@ void QualityWorker::SleepUntil(std::int64_t steadyNs) {
 }  // namespace
 
 void CameraPreviewProducer::RunSharedMjpegLoop(std::uint64_t ownGeneration, int) {
-  Decompressor decompressor(g_turboJpeg.Available() ? g_turboJpeg.tjInitDecompress() : nullptr);
-  if (decompressor == nullptr) {
-    lastResult = kResultUnsupported;
-    return;
-  }
-  MjpegWorker jpegWorker{
-      .producer = *this, .generation = ownGeneration, .decompressor = std::move(decompressor)};
-  while (!IsStale(ownGeneration)) {
+  MjpegWorker jpegWorker{.producer = *this, .generation = ownGeneration};
+  jpegWorker.OpenDecompressor();
+  while (jpegWorker.decompressor != nullptr && !IsStale(ownGeneration)) {
     try {
       jpegWorker.RunCycle();
     } catch (...) {
