@@ -14,9 +14,9 @@ import os from 'node:os';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 
-import { drawOutBorder } from '../examples/lib/focus-stack/border.js';
-import { analyseFrame, makeRequest, measureStack } from '../examples/lib/focus-stack/measure-stack.js';
-import { lumaOf, makePlane, sampleBilinear } from '../examples/lib/focus-stack/planes.js';
+import { drawOutBorder } from '../kit/focus-stack/border.js';
+import { analyseFrame, makeRequest, measureStack } from '../kit/focus-stack/measure-stack.js';
+import { lumaOf, makePlane, sampleBilinear } from '../kit/focus-stack/planes.js';
 import { buildDirectory } from '../examples/lib/load-addon.js';
 import { listPictures, readPicture, writePng } from '../examples/lib/pictures.js';
 import { edgeTransfer, keptSharpness, meanGradient } from './lib/fusion-figures.js';

@@ -1,7 +1,7 @@
 // Figures for the quality of a fused picture that need no perfect picture to compare with. All work
 // on brightness (luma planes of 0 to 255) of the result and of the aligned frames.
 
-import { makePlane } from '../../examples/lib/focus-stack/planes.js';
+import { makePlane } from '../../kit/focus-stack/planes.js';
 
 /** Gradients by the Sobel operator: { strength, angle }, two planes; the border row stays 0. */
 function sobel({ width, height, data }) {

@@ -5,6 +5,7 @@ import fs from 'node:fs';
 import path from 'node:path';
 import { describe, it } from 'node:test';
 
+import * as kit from '../../kit/index.js';
 import { markdownFiles } from './support/doc-examples.js';
 import { loadAddon } from './support/environment.js';
 import { root } from './support/packed.js';
@@ -32,7 +33,7 @@ describe('the pages about the functions', () => {
     const everywhere = pages.filter(({ page }) => page === 'README.md' || isPacked(page));
     const unknown = everywhere.flatMap(({ page, text }) => [...text.matchAll(/`(?:native\.)?([A-Za-z_]+)\b/g)]
       .map(([, name]) => name)
-      .filter((name) => families.test(name) && !(name in addon))
+      .filter((name) => families.test(name) && !(name in addon) && !(name in kit))
       .map((name) => `${page}: ${name}`));
     assert.deepEqual(unknown, []);
   });

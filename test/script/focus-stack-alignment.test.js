@@ -3,14 +3,14 @@
 import assert from 'node:assert/strict';
 import { describe, it } from 'node:test';
 
-import { coarseDetail } from '../../examples/lib/focus-stack/choose-frames.js';
-import { makeField, mapPositions, mapSizeFor } from '../../examples/lib/focus-stack/fields.js';
-import { measureSharpness } from '../../examples/lib/focus-stack/focus-measure.js';
-import { solveSymmetric } from '../../examples/lib/focus-stack/linear-equations.js';
-import { halve, lumaOf, makePlane, pyramidOf, sampleBilinear, smooth } from '../../examples/lib/focus-stack/planes.js';
-import { prepareFrame, register } from '../../examples/lib/focus-stack/registration.js';
-import { compose, identity, invert, rotationOf, scaleOf } from '../../examples/lib/focus-stack/similarity.js';
-import { alignFrames, joinNeighbours } from '../../examples/lib/focus-stack/stack-alignment.js';
+import { coarseDetail } from '../../kit/focus-stack/choose-frames.js';
+import { makeField, mapPositions, mapSizeFor } from '../../kit/focus-stack/fields.js';
+import { measureSharpness } from '../../kit/focus-stack/focus-measure.js';
+import { solveSymmetric } from '../../kit/focus-stack/linear-equations.js';
+import { halve, lumaOf, makePlane, pyramidOf, sampleBilinear, smooth } from '../../kit/focus-stack/planes.js';
+import { prepareFrame, register } from '../../kit/focus-stack/registration.js';
+import { compose, identity, invert, rotationOf, scaleOf } from '../../kit/focus-stack/similarity.js';
+import { alignFrames, joinNeighbours } from '../../kit/focus-stack/stack-alignment.js';
 import { constantFrame, makeScene, makeStack, renderScene } from './support/synthetic-stack.js';
 
 const similarity = (scale, rotation, tx, ty) => ({ a: scale * Math.cos(rotation), b: scale * Math.sin(rotation), tx, ty });

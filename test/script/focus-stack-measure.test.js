@@ -3,13 +3,13 @@
 import assert from 'node:assert/strict';
 import { describe, it } from 'node:test';
 
-import { drawOutBorder } from '../../examples/lib/focus-stack/border.js';
-import { chooseFrames, coarseDetail } from '../../examples/lib/focus-stack/choose-frames.js';
-import { measureSharpness, noiseFloor } from '../../examples/lib/focus-stack/focus-measure.js';
-import { focusWeights, regionSharpness, winnerShares } from '../../examples/lib/focus-stack/focus-weights.js';
-import { analyseFrame, makeRequest, measureStack } from '../../examples/lib/focus-stack/measure-stack.js';
-import { lumaOf, makePlane } from '../../examples/lib/focus-stack/planes.js';
-import { identity } from '../../examples/lib/focus-stack/similarity.js';
+import { drawOutBorder } from '../../kit/focus-stack/border.js';
+import { chooseFrames, coarseDetail } from '../../kit/focus-stack/choose-frames.js';
+import { measureSharpness, noiseFloor } from '../../kit/focus-stack/focus-measure.js';
+import { focusWeights, regionSharpness, winnerShares } from '../../kit/focus-stack/focus-weights.js';
+import { analyseFrame, makeRequest, measureStack } from '../../kit/focus-stack/measure-stack.js';
+import { lumaOf, makePlane } from '../../kit/focus-stack/planes.js';
+import { identity } from '../../kit/focus-stack/similarity.js';
 import { edgeTransfer, keptSharpness, meanGradient } from '../../bench/lib/fusion-figures.js';
 import { loadAddon } from './support/environment.js';
 import { constantFrame, greyFrame, makeScene, makeStack, renderScene } from './support/synthetic-stack.js';

@@ -1,7 +1,7 @@
 // Focus stacks whose truth is known, made from a seed.
 
-import { makePlane, smooth } from '../../../examples/lib/focus-stack/planes.js';
-import { identity, invert } from '../../../examples/lib/focus-stack/similarity.js';
+import { makePlane, smooth } from '../../../kit/focus-stack/planes.js';
+import { identity, invert } from '../../../kit/focus-stack/similarity.js';
 import { makeRandom } from './odd-values.js';
 
 const octaves = [3, 7, 19, 53];
