@@ -40,6 +40,13 @@ struct I420Planes {
                     static_cast<std::size_t>(chromaHeight)) {}
 };
 
+bool ReadHeader(tjhandle decompressor, const std::uint8_t* jpeg, std::size_t jpegSize,
+                JpegHeader& header) {
+  return g_turboJpeg.tjDecompressHeader3(decompressor, jpeg, jpegSize, &header.width,
+                                         &header.height, &header.subsampling,
+                                         &header.colourspace) == 0;
+}
+
 int RoundUpToSamplingUnit(int size) {
   return (size + kLargestSamplingUnit - 1) / kLargestSamplingUnit * kLargestSamplingUnit;
 }
@@ -123,6 +130,13 @@ std::int64_t CellEnd(std::int64_t start, std::int64_t nextStart, std::int64_t si
 
 }  // namespace
 
+bool IsJpegOfSize(tjhandle decompressor, const std::uint8_t* jpeg, std::size_t jpegSize, int width,
+                  int height) {
+  JpegHeader header;
+  return ReadHeader(decompressor, jpeg, jpegSize, header) && header.width == width &&
+         header.height == height;
+}
+
 bool DecodeJpegToRgb(tjhandle decompressor, const std::uint8_t* jpeg, std::size_t jpegSize,
                      std::uint8_t* destination, int width, int height) {
   const std::size_t rowBytes = static_cast<std::size_t>(width) * 3;
@@ -137,8 +151,7 @@ bool DecodeJpegToI420(tjhandle decompressor, const std::uint8_t* jpeg, std::size
                       std::uint8_t* destination, std::size_t capacity, int width, int height,
                       std::vector<std::uint8_t>& scratch) {
   JpegHeader header;
-  if (g_turboJpeg.tjDecompressHeader3(decompressor, jpeg, jpegSize, &header.width, &header.height,
-                                      &header.subsampling, &header.colourspace) != 0) {
+  if (!ReadHeader(decompressor, jpeg, jpegSize, header)) {
     return false;
   }
   if (header.width != width || header.height != height || width < 1 || height < 1 ||

@@ -41,9 +41,9 @@ inline std::vector<std::uint8_t> SamplePicture(int width, int height) {
   return rgb;
 }
 
-/// Such a picture as a JPEG; `subsampling` is a `TJSAMP_` code.
-inline std::vector<std::uint8_t> SampleJpeg(int width, int height, int subsampling) {
-  const std::vector<std::uint8_t> rgb = SamplePicture(width, height);
+/// An RGB picture, rows tight, as a JPEG; `subsampling` is a `TJSAMP_` code.
+inline std::vector<std::uint8_t> JpegOf(const std::vector<std::uint8_t>& rgb, int width, int height,
+                                        int subsampling) {
   const tjhandle compressor = TURBOJPEG(tjInitCompress)();
   unsigned char* bytes = nullptr;
   unsigned long size = 0;
@@ -56,6 +56,11 @@ inline std::vector<std::uint8_t> SampleJpeg(int width, int height, int subsampli
     throw std::runtime_error("tjCompress2 failed");
   }
   return jpeg;
+}
+
+/// A coloured, detailed picture as a JPEG.
+inline std::vector<std::uint8_t> SampleJpeg(int width, int height, int subsampling) {
+  return JpegOf(SamplePicture(width, height), width, height, subsampling);
 }
 
 /// Puts `g_turboJpeg` back into its empty state.
