@@ -114,13 +114,15 @@ describe('the packed tarball', {
     });
     const program = programOf(files, { from: root });
     assert.deepEqual(findings(program), []);
-    const declared = program.getSourceFiles().map(({ fileName }) => fileName).filter((file) => /ostrel-native\/index\.d\./.test(file));
+    const declared = program.getSourceFiles().map(({ fileName }) => fileName)
+      .filter((file) => /ostrel-native\/index\.d\./.test(file));
     assert.deepEqual(declared.sort(), ['index.d.cts', 'index.d.ts'].map((file) => path.join(packageFolder, file)));
   });
 
   it("brings the doctor's command, which finds the package's own binary and its empty FFmpeg slot", async () => {
     const command = path.join(user, 'node_modules', '.bin', 'ostrel-doctor');
-    const { code, stdout, stderr } = await runAsUser(command, ['--json', '--camera', simulatorPath, '--need', 'camera'], { cwd: user });
+    const { code, stdout, stderr } =
+      await runAsUser(command, ['--json', '--camera', simulatorPath, '--need', 'camera'], { cwd: user });
     assert.deepEqual({ code, stderr }, { code: 0, stderr: '' });
     const { ok, findings: found } = JSON.parse(stdout);
     assert.equal(ok, true);
