@@ -95,6 +95,11 @@ describe('the packed tarball', {
         });
       });
 
+      it('gives the kit', async () => {
+        const text = await outputAsUser(node, ['kit.mjs', simulatorPath], { cwd: user });
+        assert.deepEqual(JSON.parse(text), { width: 320, height: 240, isRising: true });
+      });
+
       it('is that release', async () => {
         assert.equal(await outputAsUser(node, ['--print', 'process.versions.node.split(".")[0]']), `${name.slice(5)}\n`);
       });
@@ -103,14 +108,27 @@ describe('the packed tarball', {
 
   it('type-checks in a module and in CommonJS', () => {
     const types = path.join(root, 'test', 'types');
-    const files = ['module.mts', 'commonjs.cts', 'refused.mts'].map((name) => {
+    const files = ['module.mts', 'commonjs.cts', 'refused.mts', 'kit.mts', 'kit-refused.mts'].map((name) => {
       fs.copyFileSync(path.join(types, name), path.join(user, name));
       return path.join(user, name);
     });
     const program = programOf(files, { from: root });
     assert.deepEqual(findings(program), []);
-    const declared = program.getSourceFiles().map(({ fileName }) => fileName).filter((file) => /ostrel-native\/index\.d\./.test(file));
+    const declared = program.getSourceFiles().map(({ fileName }) => fileName)
+      .filter((file) => /ostrel-native\/index\.d\./.test(file));
     assert.deepEqual(declared.sort(), ['index.d.cts', 'index.d.ts'].map((file) => path.join(packageFolder, file)));
+  });
+
+  it("brings the doctor's command, which finds the package's own binary and its empty FFmpeg slot", async () => {
+    const command = path.join(user, 'node_modules', '.bin', 'ostrel-doctor');
+    const { code, stdout, stderr } =
+      await runAsUser(command, ['--json', '--camera', simulatorPath, '--need', 'camera'], { cwd: user });
+    assert.deepEqual({ code, stderr }, { code: 0, stderr: '' });
+    const { ok, findings: found } = JSON.parse(stdout);
+    assert.equal(ok, true);
+    const folder = fs.realpathSync(packageFolder);
+    assert.equal(found.find(({ text }) => text.endsWith('.node')).text, binaryOf(folder));
+    assert.ok(found.some(({ text }) => text.includes(path.join(folder, 'natives', 'x64'))), stdout);
   });
 
   it('tells a missing binary, naming where it looked', async () => {
