@@ -95,6 +95,15 @@ describe('the packed tarball', {
         });
       });
 
+      it('runs the doctor, and with it the kit', async () => {
+        const doctor = path.join('node_modules', '.bin', 'ostrel-doctor');
+        const text = await outputAsUser(node, [doctor, '--json', '--camera', simulatorPath, '--need', 'camera'], { cwd: user });
+        const { ok, versions, findings } = JSON.parse(text);
+        assert.equal(ok, true, text);
+        assert.equal(`v${versions.node}`, (await outputAsUser(node, ['--version'])).trim());
+        assert.equal(findings.find(({ id }) => id === 'addon.file').text, fs.realpathSync(binaryOf(packageFolder)));
+      });
+
       it('is that release', async () => {
         assert.equal(await outputAsUser(node, ['--print', 'process.versions.node.split(".")[0]']), `${name.slice(5)}\n`);
       });
@@ -103,7 +112,7 @@ describe('the packed tarball', {
 
   it('type-checks in a module and in CommonJS', () => {
     const types = path.join(root, 'test', 'types');
-    const files = ['module.mts', 'commonjs.cts', 'refused.mts'].map((name) => {
+    const files = ['module.mts', 'commonjs.cts', 'refused.mts', 'kit.mts', 'kit-refused.mts'].map((name) => {
       fs.copyFileSync(path.join(types, name), path.join(user, name));
       return path.join(user, name);
     });
