@@ -100,6 +100,15 @@ describe('the packed tarball', {
         assert.deepEqual(JSON.parse(text), { width: 320, height: 240, isRising: true });
       });
 
+      it('runs the doctor, and with it the kit', async () => {
+        const doctor = path.join('node_modules', '.bin', 'ostrel-doctor');
+        const text = await outputAsUser(node, [doctor, '--json', '--camera', simulatorPath, '--need', 'camera'], { cwd: user });
+        const { ok, versions, findings } = JSON.parse(text);
+        assert.equal(ok, true, text);
+        assert.equal(`v${versions.node}`, (await outputAsUser(node, ['--version'])).trim());
+        assert.equal(findings.find(({ id }) => id === 'addon.file').text, fs.realpathSync(binaryOf(packageFolder)));
+      });
+
       it('is that release', async () => {
         assert.equal(await outputAsUser(node, ['--print', 'process.versions.node.split(".")[0]']), `${name.slice(5)}\n`);
       });
