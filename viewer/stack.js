@@ -51,11 +51,16 @@ export class StackDesk {
     const { signal } = this.canceller;
     try {
       this.result = await this.run(choice, signal);
+      this.board.log('done', `Fused ${this.result.sources.length} pictures to ${this.result.fused}`);
+    } catch (error) {
+      if (!signal.aborted) {
+        throw error;
+      }
+      this.board.log('seen', 'The focus stack was cancelled');
     } finally {
       this.canceller = null;
       this.tell(signal.aborted ? 'Cancelled' : '', 0);
     }
-    this.board.log('done', `Fused ${this.result.sources.length} pictures to ${this.result.fused}`);
   }
 
   async run(choice, signal) {
@@ -121,6 +126,6 @@ export class StackDesk {
   }
 
   cancel() {
-    this.canceller?.abort(new Error('The focus stack was cancelled.'));
+    this.canceller?.abort();
   }
 }

@@ -61,6 +61,7 @@ test('a stack can be cancelled, and the focus goes back', async () => {
   assert.ok(await page.isDisabled('#focus'));
   await page.click('#take-stack');
   await awaitText(page, 'stack-text', /^Cancelled$/);
+  assert.equal(await text(page, 'error-text'), 'none');
   await awaitText(page, 'focus-now', new RegExp(`^${before}$`));
   assert.ok(await page.isEnabled('#focus'));
 });

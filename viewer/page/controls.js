@@ -14,6 +14,7 @@ function fill(select, choices, chosen) {
   // An open list is not changed under the hand.
   if (document.activeElement !== select || select.value === '') {
     select.value = String(chosen);
+    select.title = select.selectedOptions[0]?.text ?? '';
   }
 }
 
