@@ -238,6 +238,7 @@ struct CameraPreviewProducer {
   std::atomic<bool> directCallbackRegistered{false};  ///< the backend holds our callback
   /// Keep the lent arrays alive; script thread only.
   Napi::Reference<Napi::Object> slotReferences[kBufferCount];
+  std::thread::id lender;  ///< that the references belong to; script thread only
   // The three that follow change only while the backend doesn't hold our callback.
   std::uint8_t* slotData[kBufferCount] = {};   ///< first byte of each lent array
   std::uint64_t slotBytes[kBufferCount] = {};  ///< length of each lent array

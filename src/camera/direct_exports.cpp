@@ -4,7 +4,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <string>
+#include <thread>
 
 #include "addon/script_arguments.h"
 #include "camera/camera_exports.h"
@@ -12,6 +14,7 @@
 #include "camera/direct_frame.h"
 #include "camera/direct_plan.h"
 #include "camera/lent_array.h"
+#include "camera/lent_references.h"
 #include "camera/preview_answers.h"
 
 namespace ostrel_native {
@@ -20,21 +23,27 @@ namespace {
 
 constexpr int kSlots = CameraPreviewProducer::kBufferCount;
 
+bool IsLender(napi_env env) {
+  return static_cast<napi_env>(g_cameraPreview.slotReferences[0].Env()) == env;
+}
+
 // An environment that ends frees the arrays that its script code has lent, with no word to them and
 // well before the process exits. So a preview that writes into them ends with it.
 struct LendingEnvironment {
   explicit LendingEnvironment(Napi::Env env) : self(env) {}
   ~LendingEnvironment() {
-    if (static_cast<napi_env>(g_cameraPreview.slotReferences[0].Env()) == self) {
+    if (IsLender(self)) {
       g_cameraPreview.Stop(-1);
     }
+    ReleaseHandedOver();
   }
 
-  // Once per environment.
+  // Before each preview that `env` lends to.
   static void Watch(Napi::Env env) {
     if (env.GetInstanceData<LendingEnvironment>() == nullptr) {
       env.SetInstanceData(new LendingEnvironment(env));
     }
+    ReleaseHandedOver();
   }
 
   napi_env self;
@@ -50,6 +59,7 @@ void ReadSlots(const Napi::Value (&elements)[kSlots], LentSlot (&lent)[kSlots]) 
 
 void ReferToArrays(const Napi::Value (&elements)[kSlots]) {
   LendingEnvironment::Watch(elements[0].Env());
+  g_cameraPreview.lender = std::this_thread::get_id();
   try {
     for (int slot = 0; slot < kSlots; ++slot) {
       g_cameraPreview.slotReferences[slot] = Napi::Persistent(elements[slot].As<Napi::Object>());
@@ -102,7 +112,9 @@ int StartDirectPreview(const Napi::Array& buffers, int device, int width, int he
 }
 
 Napi::Value LatestDirectFrame(Napi::Env env, int device, std::uint64_t lastSequence) {
-  DirectFrame frame(g_cameraPreview, device, lastSequence);
+  // No other environment than the lender's can have a view of the arrays: to it there is no frame.
+  DirectFrame frame(g_cameraPreview, device,
+                    IsLender(env) ? lastSequence : std::numeric_limits<std::uint64_t>::max());
   if (frame.result != kResultOk) {
     return AnswerWithoutFrame(env, frame.result, frame.sequence, frame.reportsCounters);
   }

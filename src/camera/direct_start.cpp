@@ -8,6 +8,7 @@
 #include "camera/direct_delivery.h"
 #include "camera/direct_plan.h"
 #include "camera/frame_clock.h"
+#include "camera/lent_references.h"
 
 namespace ostrel_native {
 
@@ -74,8 +75,7 @@ void CameraPreviewProducer::DropSlots() {
     slotStates[slot] = SlotState::Free;
     slotData[slot] = nullptr;
     slotBytes[slot] = 0;
-    // Its destructor lets go of the array.
-    const Napi::Reference<Napi::Object> dropped(std::move(slotReferences[slot]));
+    ReleaseOnLender(std::move(slotReferences[slot]), lender);
   }
 }
 
