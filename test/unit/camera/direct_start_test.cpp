@@ -45,6 +45,7 @@ TEST_F(DirectStart, RunsWithEverythingSetBeforeTheBackendIsTold) {
     return 5;  // any number from 0 on is a success
   };
   ASSERT_EQ(Start(), 0);
+  onRegister = [](bool) { return 0; };
   EXPECT_TRUE(wasReady);
   EXPECT_EQ(CallsOfTheEnd(), (CallList{"cdshow_set_frame_callback(3,ptr,ptr,1)"}));
   EXPECT_EQ(callbackContext, producer.get());
@@ -140,6 +141,21 @@ TEST_F(DirectStart, PassesOnTheBackendsRefusalAndLetsGoOfTheArrays) {
                                        "release 2", "release 3"}));
   producer->Stop(-1);  // there is no callback to take back
   EXPECT_EQ(CallsOfTheEnd().size(), 4U);
+}
+
+TEST_F(DirectStart, RefusesABackendThatLostItsEntryMeanwhile) {
+  DirectPlan plan;
+  UseDirectShow({});
+  ASSERT_EQ(producer->PrepareDirect(kDevice, 4, 2, 30, plan), 0);
+  g_camera.cdshow_set_frame_callback = nullptr;
+  EXPECT_EQ(producer->StartDirect(plan, {{}, {}, {}}), -6);
+  UseAvFoundation({});
+  ASSERT_EQ(producer->PrepareDirect(kDevice, 4, 2, 30, plan), 0);
+  g_camera.avf_set_frame_callback = nullptr;
+  EXPECT_EQ(producer->StartDirect(plan, {{}, {}, {}}), -6);
+  Use(BackendKind::None);
+  EXPECT_EQ(producer->StartDirect(plan, {{}, {}, {}}), -6);
+  EXPECT_FALSE(producer->running);
 }
 
 TEST_F(DirectStart, IgnoresWhatARefusingBackendSendsLater) {
