@@ -45,6 +45,7 @@ TEST_F(DirectStart, RunsWithEverythingSetBeforeTheBackendIsTold) {
     return 5;  // any number from 0 on is a success
   };
   ASSERT_EQ(Start(), 0);
+  onRegister = [](bool) { return 0; };
   EXPECT_TRUE(wasReady);
   EXPECT_EQ(CallsOfTheEnd(), (CallList{"cdshow_set_frame_callback(3,ptr,ptr,1)"}));
   EXPECT_EQ(callbackContext, producer.get());
