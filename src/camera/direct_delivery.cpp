@@ -241,26 +241,22 @@ void AvfDirectFrameCallback(std::int32_t device, std::int32_t format, std::int32
 
 int SetFrameCallback(int device, CameraPreviewProducer& producer) {
   constexpr int kEnable = 1;
-  switch (g_camera.kind.load(std::memory_order_acquire)) {
-    case BackendKind::DirectShow:
-      return g_camera.cdshow_set_frame_callback(device, DirectFrameCallback, &producer, kEnable);
-    case BackendKind::AvFoundation:
-      return g_camera.avf_set_frame_callback(device, AvfDirectFrameCallback, &producer, kEnable);
-    default:
-      return kResultNoBackend;
+  const BackendKind kind = g_camera.kind.load(std::memory_order_acquire);
+  if (kind == BackendKind::DirectShow && g_camera.cdshow_set_frame_callback != nullptr) {
+    return g_camera.cdshow_set_frame_callback(device, DirectFrameCallback, &producer, kEnable);
   }
+  if (kind == BackendKind::AvFoundation && g_camera.avf_set_frame_callback != nullptr) {
+    return g_camera.avf_set_frame_callback(device, AvfDirectFrameCallback, &producer, kEnable);
+  }
+  return kResultNoBackend;
 }
 
 void ClearFrameCallback(int device) {
-  switch (g_camera.kind.load(std::memory_order_acquire)) {
-    case BackendKind::DirectShow:
-      g_camera.cdshow_set_frame_callback(device, nullptr, nullptr, 0);
-      break;
-    case BackendKind::AvFoundation:
-      g_camera.avf_set_frame_callback(device, nullptr, nullptr, 0);
-      break;
-    default:
-      break;
+  const BackendKind kind = g_camera.kind.load(std::memory_order_acquire);
+  if (kind == BackendKind::DirectShow && g_camera.cdshow_set_frame_callback != nullptr) {
+    g_camera.cdshow_set_frame_callback(device, nullptr, nullptr, 0);
+  } else if (kind == BackendKind::AvFoundation && g_camera.avf_set_frame_callback != nullptr) {
+    g_camera.avf_set_frame_callback(device, nullptr, nullptr, 0);
   }
 }
 

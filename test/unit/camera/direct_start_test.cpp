@@ -143,6 +143,21 @@ TEST_F(DirectStart, PassesOnTheBackendsRefusalAndLetsGoOfTheArrays) {
   EXPECT_EQ(CallsOfTheEnd().size(), 4U);
 }
 
+TEST_F(DirectStart, RefusesABackendThatLostItsEntryMeanwhile) {
+  DirectPlan plan;
+  UseDirectShow({});
+  ASSERT_EQ(producer->PrepareDirect(kDevice, 4, 2, 30, plan), 0);
+  g_camera.cdshow_set_frame_callback = nullptr;
+  EXPECT_EQ(producer->StartDirect(plan, {{}, {}, {}}), -6);
+  UseAvFoundation({});
+  ASSERT_EQ(producer->PrepareDirect(kDevice, 4, 2, 30, plan), 0);
+  g_camera.avf_set_frame_callback = nullptr;
+  EXPECT_EQ(producer->StartDirect(plan, {{}, {}, {}}), -6);
+  Use(BackendKind::None);
+  EXPECT_EQ(producer->StartDirect(plan, {{}, {}, {}}), -6);
+  EXPECT_FALSE(producer->running);
+}
+
 TEST_F(DirectStart, IgnoresWhatARefusingBackendSendsLater) {
   UseDirectShow({});
   onRegister = [](bool) { return -1; };
