@@ -2,18 +2,18 @@
 //
 //   npm run example:fuse -- FOLDER [--output FOLDER]
 //
-// The pictures (PNG or JPEG, one size, in natural order of their names) are measured in script
-// code, see kit/focus-stack/, and fused by the addon.
+// The pictures (PNG or JPEG, one size, in natural order of their names) are measured and fused by the
+// kit, off the main thread.
 
 import path from 'node:path';
 import { parseArgs } from 'node:util';
 
 import { Step } from '../scripts/lib/output.js';
 import { chooseFrames } from '../kit/focus-stack/choose-frames.js';
-import { analyseFrame, fewestFrames, measureStack, mostFrames } from '../kit/focus-stack/measure-stack.js';
+import { analyseFrame, fewestFrames, mostFrames } from '../kit/focus-stack/measure-stack.js';
 import { loadAddon } from './lib/load-addon.js';
-import { recordingsDirectory, row, runExample, seconds, timeName, userPath } from './lib/report.js';
-import { fuseStack, printFrames, writeStackResult } from './lib/stack-result.js';
+import { recordingsDirectory, row, runExample, timeName, userPath } from './lib/report.js';
+import { fuseFrames, printFrames, writeStackResult } from './lib/stack-result.js';
 
 const usage = 'npm run example:fuse -- FOLDER [--output FOLDER]';
 const largestSide = 16384;
@@ -37,12 +37,10 @@ async function loadPackages() {
   }
 }
 
-/** Reads the pictures one after the other and checks them; gives what `analyse` makes of each. */
-async function readStack(step, files, readPicture, analyse) {
-  const results = [];
+/** Reads the pictures one after the other and checks them. */
+async function* readStack(files, readPicture) {
   let first;
-  for (const [i, file] of files.entries()) {
-    step.progress(`${i + 1} of ${files.length}  ${path.basename(file)}`);
+  for (const file of files) {
     const frame = await readPicture(file);
     first ??= frame;
     if (frame.width !== first.width || frame.height !== first.height) {
@@ -53,9 +51,8 @@ async function readStack(step, files, readPicture, analyse) {
       throw new Error(`${path.basename(file)} has ${frame.width} x ${frame.height} pixels, but at most ` +
         `${largestSide} a side can be fused.`);
     }
-    results.push(analyse(frame));
+    yield frame;
   }
-  return results;
 }
 
 /** At most as many files as can be fused: of a longer stack, those that together show most sharply. */
@@ -68,13 +65,15 @@ async function thinOut(files, readPicture) {
     return files;
   }
   const step = new Step('choosing');
-  const details = await readStack(step, files, readPicture, (frame) => analyseFrame(frame).detail);
+  const details = [];
+  for await (const frame of readStack(files, readPicture)) {
+    details.push(analyseFrame(frame).detail);
+    step.progress(`${details.length} of ${files.length}`);
+  }
   const chosen = chooseFrames(details, mostFrames).map((index) => files[index]);
   step.done(`${mostFrames} of ${files.length} pictures, which together show most sharply; more can't be fused at once`);
   return chosen;
 }
-
-const meanOf = (values) => values.reduce((sum, value) => sum + value, 0) / values.length;
 
 async function main() {
   const { folder, output } = readArguments();
@@ -82,28 +81,19 @@ async function main() {
   const files = await thinOut(await listPictures(folder), readPicture);
   const addon = loadAddon();
 
-  const reading = new Step('measuring');
-  let measuringMs = 0;
-  const timed = (work) => {
-    const started = performance.now();
-    const result = work();
-    measuringMs += performance.now() - started;
-    return result;
-  };
-  const stack = await readStack(reading, files, readPicture,
-    (frame) => ({ frame, analysis: timed(() => analyseFrame(frame)) }));
-  const frames = stack.map(({ frame }) => frame);
-  const analyses = stack.map(({ analysis }) => analysis);
-  const measured = timed(() =>
-    measureStack(analyses, (done) => reading.progress(`aligning and weighing, ${Math.round(100 * done)} %`)));
-  reading.done(`${files.length} frames of ${frames[0].width} x ${frames[0].height} in ${seconds(measuringMs)}`);
-  printFrames('frame', files.map((file) => path.basename(file)), measured);
-
-  const result = fuseStack(addon, frames, measured);
-  const sharpest = Math.max(...analyses.map(({ detail }) => meanOf(detail.data)));
-  const gain = meanOf(analyseFrame(result).detail.data) / sharpest;
+  // Kept for the contact sheet.
+  const frames = [];
+  async function* keepFrames() {
+    for await (const frame of readStack(files, readPicture)) {
+      frames.push(frame);
+      yield frame;
+    }
+  }
+  const fused = await fuseFrames(addon, keepFrames(), files.length);
+  printFrames('frame', files.map((file) => path.basename(file)), fused);
+  const { gain } = fused;
   row('fine detail', Number.isFinite(gain) ? `${gain.toFixed(2)} times that of the best single frame` : 'none in any frame');
-  await writeStackResult(output, frames, measured, result);
+  await writeStackResult(output, frames, fused);
 }
 
 await runExample(main);

@@ -11,11 +11,11 @@ import { setTimeout as sleep } from 'node:timers/promises';
 import { parseArgs } from 'node:util';
 
 import { Step } from '../scripts/lib/output.js';
-import { analyseFrame, fewestFrames, measureStack, mostFrames } from '../kit/focus-stack/measure-stack.js';
+import { fewestFrames, mostFrames } from '../kit/focus-stack/measure-stack.js';
 import { loadAddon } from './lib/load-addon.js';
-import { heading, recordingsDirectory, row, runExample, seconds, timeName, userPath } from './lib/report.js';
+import { heading, recordingsDirectory, row, runExample, timeName, userPath } from './lib/report.js';
 import { check, expectDone } from './lib/results.js';
-import { fuseStack, printFrames, writeStackResult } from './lib/stack-result.js';
+import { fuseFrames, printFrames, writeStackResult } from './lib/stack-result.js';
 import { simulatedLibrary } from './lib/virtual-microscope.js';
 
 const device = 0;
@@ -87,7 +87,7 @@ function grabStill(addon) {
   return { width, height, rgba: new Uint8Array(data.buffer, data.byteOffset, data.length) };
 }
 
-/** One still at each focus position, with what has to be measured of it alone. */
+/** One still at each focus position. */
 async function takeStack(addon, { from, to, steps }) {
   const taking = new Step('taking stills');
   const stack = [];
@@ -95,11 +95,10 @@ async function takeStack(addon, { from, to, steps }) {
     const position = Math.round(from + (to - from) * i / (steps - 1));
     taking.progress(`${i + 1} of ${steps}, focus at ${position}`);
     expectDone(addon, await addon.ostrelSetFocusPositionAsync(position), `ostrelSetFocusPositionAsync(${position})`);
-    const frame = grabStill(addon);
-    stack.push({ position: addon.ostrelGetFocusPosition(), frame, analysis: analyseFrame(frame) });
+    stack.push({ frame: grabStill(addon), position: addon.ostrelGetFocusPosition() });
   }
   const { width, height } = stack[0].frame;
-  taking.done(`${steps} of ${width} x ${height}, measured one by one`);
+  taking.done(`${steps} of ${width} x ${height}`);
   return stack;
 }
 
@@ -115,15 +114,6 @@ async function captureStack(addon, choice) {
   }
 }
 
-function measure(stack) {
-  const aligning = new Step('aligning');
-  const started = performance.now();
-  const analyses = stack.map(({ analysis }) => analysis);
-  const measured = measureStack(analyses, (done) => aligning.progress(`${Math.round(100 * done)} %`));
-  aligning.done(seconds(performance.now() - started));
-  return measured;
-}
-
 async function main() {
   const choice = readArguments();
   // The specimen of the virtual microscope has to stand still, without numbers on the pictures.
@@ -132,10 +122,10 @@ async function main() {
   const addon = loadAddon();
   heading('Focus stack');
   const stack = await captureStack(addon, choice);
-  const measured = measure(stack);
-  printFrames('focus', stack.map(({ position }) => String(position).padStart(5)), measured);
   const frames = stack.map(({ frame }) => frame);
-  await writeStackResult(choice.output, frames, measured, fuseStack(addon, frames, measured));
+  const fused = await fuseFrames(addon, frames, frames.length);
+  printFrames('focus', stack.map(({ position }) => String(position).padStart(5)), fused);
+  await writeStackResult(choice.output, frames, fused);
 }
 
 await runExample(main);

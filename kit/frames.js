@@ -132,8 +132,10 @@ class FrameIteration {
       return null;
     }
     if (answer.result !== 0) {
-      // A preview that has counted less far than ours is a new one.
-      this.#sequence = Math.min(this.#sequence, answer.sequence);
+      // A preview that has counted less far is a new one, of which nothing was given yet.
+      if (answer.sequence < this.#sequence) {
+        this.#sequence = 0;
+      }
       return null;
     }
     return this.#describe(answer);

@@ -7,8 +7,10 @@
 
 import type { EventEmitter } from 'node:events';
 
+import type { OstrelNative } from '../index.js';
+
 /** The package's main export. */
-export type Native = (typeof import('../index.js'))['default'];
+export type Native = OstrelNative;
 
 export interface NativeOption {
   /** The native object; the package's main export if left out. */
@@ -52,7 +54,7 @@ export interface FramesOptions extends NativeOption {
   /** How many target arrays are used in turn: 2 to 64, 3 if left out. */
   ring?: number;
   /** Ends the iteration: what is waiting, or the next that asks, gets the signal's reason. */
-  signal?: AbortSignal;
+  signal?: AbortSignal | undefined;
 }
 
 export interface PreviewFrame {
@@ -112,7 +114,7 @@ export interface WatchCameraOptions extends NativeOption {
   pollMs?: number;
   /** Between two searches for a lost camera: 1000. */
   searchMs?: number;
-  signal?: AbortSignal;
+  signal?: AbortSignal | undefined;
 }
 
 export interface CameraWatchEvents {
@@ -166,7 +168,7 @@ export interface RecordOptions extends NativeOption, WorkerOption {
   /** How long the preview may be silent before the file is finished: 5000. Also the wait for its first frame. */
   silenceMs?: number;
   /** Finishes the file; during the start it also makes `record` throw the signal's reason. */
-  signal?: AbortSignal;
+  signal?: AbortSignal | undefined;
 }
 
 export interface RecordingProgress {
@@ -228,7 +230,8 @@ export class Recording extends EventEmitter<RecordingEvents> {
  * Records the running preview, whose real size it reads, into an MP4 file. Opening the encoder and
  * finishing the file block a worker thread, not the caller's. The file is finished whichever way the
  * recording ends: stop, abort, error, a preview that is lost, the end of the process.
- * A recording alone keeps the process alive only with `seconds`, or while its progress is iterated.
+ * A recording keeps the process alive with `seconds` and while somebody waits for it: listens to 'progress' or
+ * 'end', iterates it, or has asked for `finished`. One that was left alone is finished at the process's end.
  * Meanwhile leave `cameraRecordingStart`, `cameraRecordingStop` and `cameraStopCapture` to the kit.
  * Rejected with words if the size is odd, if a recording runs, if no preview runs or the recorder refuses.
  */
@@ -263,7 +266,7 @@ export interface FuseStackOptions extends NativeOption, WorkerOption {
    */
   transfer?: boolean;
   /** Cancels: the promise is rejected with the signal's reason once nothing runs any more. A native fusion is waited for. */
-  signal?: AbortSignal;
+  signal?: AbortSignal | undefined;
   onProgress?: (progress: FuseProgress) => void;
 }
 
@@ -327,7 +330,7 @@ export interface Microscope {
 
 export interface CommandOptions {
   /** A command that still waits is withdrawn; one that runs is no more waited for, though its turn lasts until the library answers. */
-  signal?: AbortSignal;
+  signal?: AbortSignal | undefined;
 }
 
 /**
@@ -370,7 +373,7 @@ export interface WatchMicroscopeOptions extends NativeOption {
   releaseMs?: number;
   /** Between two looks at the list of microscopes: 2000. */
   searchMs?: number;
-  signal?: AbortSignal;
+  signal?: AbortSignal | undefined;
 }
 
 interface MicroscopeEvents {
@@ -464,7 +467,7 @@ export interface DoctorOptions {
   addonFile?: string;
   /** Each probe runs in a process of its own, which is ended after this time: 30000. */
   timeoutMs?: number;
-  signal?: AbortSignal;
+  signal?: AbortSignal | undefined;
 }
 
 export interface DoctorFinding {

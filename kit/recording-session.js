@@ -19,13 +19,14 @@ export class Recording extends EventEmitter {
   #signal;
   #onFinished;
   #timers;
-  #iterators = 0;
+  #isAwaited = false;
   #isOver = false;
   #started = performance.now();
   #progress = { elapsedMs: 0, durationMs: 0, framesWritten: 0, framesDropped: 0, bytes: 0 };
   #endedAt = null;
   #preview;
   #finishing = null;
+  #finished;
   #resolveFinished;
   #onAbort = () => this.finish('aborted');
   #onProcessEnd = () => this.finish('process-end');
@@ -41,16 +42,24 @@ export class Recording extends EventEmitter {
     this.#silenceMs = silenceMs;
     this.#signal = signal;
     this.#onFinished = onFinished;
-    this.finished = new Promise((resolve) => (this.#resolveFinished = resolve));
+    this.#finished = new Promise((resolve) => (this.#resolveFinished = resolve));
     const { sequence } = native.cameraPreviewGetLatest(device, noSequence);
     this.#preview = { sequence, taken: 0, changedAt: this.#started };
     this.#timers = [setInterval(() => this.#tick(), progressMs).unref()];
     if (seconds !== undefined) {
       this.#timers.push(setTimeout(() => this.finish('seconds'), seconds * 1000));
     }
+    this.on('newListener', () => queueMicrotask(() => this.#keepAlive())).on('removeListener', () => this.#keepAlive());
     signal?.addEventListener('abort', this.#onAbort, { once: true });
     process.on('beforeExit', this.#onProcessEnd);
     setImmediate(() => warnings.forEach((warning) => this.emit('warning', warning)));
+  }
+
+  /** Who asks for it waits for it. */
+  get finished() {
+    this.#isAwaited = true;
+    this.#keepAlive();
+    return this.#finished;
   }
 
   get progress() {
@@ -80,7 +89,6 @@ export class Recording extends EventEmitter {
     };
     const onEnd = () => wake?.();
     this.on('progress', onProgress).on('end', onEnd);
-    this.#keepAlive(1);
     try {
       while (newest || !this.#isOver) {
         if (newest) {
@@ -93,17 +101,17 @@ export class Recording extends EventEmitter {
       }
     } finally {
       this.off('progress', onProgress).off('end', onEnd);
-      this.#keepAlive(-1);
     }
-    const { error } = await this.finished;
+    const { error } = await this.#finished;
     if (error) {
       throw error;
     }
   }
 
-  #keepAlive(change) {
-    this.#iterators += change;
-    this.#timers[0][this.#iterators > 0 ? 'ref' : 'unref']();
+  /** As long as somebody listens or waits, the process goes on; a recording that was left alone must not hold it. */
+  #keepAlive() {
+    const isHeard = this.listenerCount('progress') + this.listenerCount('end') > 0;
+    this.#timers[0][isHeard || this.#isAwaited ? 'ref' : 'unref']();
   }
 
   async #tick() {

@@ -46,15 +46,15 @@ async function sendFrames(worker, { frames, transfer, signal }) {
   worker.postMessage({ isLast: true });
 }
 
-/** What the worker has to say until its result; rejected with what it throws, and with the signal's reason. */
-function resultOf(worker, { signal, onProgress }, over) {
+/** What the worker has to say until its result; rejected with what it throws, and with the reason of `over`. */
+function resultOf(worker, onProgress, over) {
   let furthest = 0;
   const tell = ({ stage, stageDone }) => {
     furthest = Math.max(furthest, stages[stage].from + stages[stage].share * stageDone);
     onProgress({ stage, stageDone, done: furthest });
   };
   return new Promise((resolve, reject) => {
-    signal?.addEventListener('abort', () => reject(signal.reason), { once: true, signal: over });
+    over.addEventListener('abort', () => reject(over.reason), { once: true });
     worker.on('error', reject);
     worker.on('exit', () => reject(new Error('The thread that fuses the stack has ended.')));
     worker.on('message', (message) => {
@@ -62,7 +62,7 @@ function resultOf(worker, { signal, onProgress }, over) {
         reject(message.error);
       } else if (message.result) {
         resolve(message.result);
-      } else if (!over.aborted && !signal?.aborted) {
+      } else if (!over.aborted) {
         try {
           tell(message);
         } catch (error) {
@@ -81,7 +81,7 @@ export async function fuseStack(options) {
   const worker = startWorker('stack-worker.js', { workerData: { addonFile, expected, givesBack: transfer } });
   const over = new AbortController();
   choice.signal?.addEventListener('abort', () => over.abort(choice.signal.reason), { once: true, signal: over.signal });
-  const result = resultOf(worker, choice, over.signal);
+  const result = resultOf(worker, choice.onProgress, over.signal);
   const sending = sendFrames(worker, { ...choice, signal: over.signal });
   try {
     // Whichever fails first; the worker may find fault before all frames are sent.

@@ -7,7 +7,7 @@ import { fileURLToPath } from 'node:url';
 
 import { build, configure } from './lib/build.js';
 import { findFfmpeg, provideFfmpeg } from './lib/ffmpeg.js';
-import { provideNpmPackages } from './lib/npm-packages.js';
+import { provideNodeVersions, provideNpmPackages } from './lib/npm-packages.js';
 import { Failure, Step, commandLine, runCommand } from './lib/output.js';
 import { providePackages } from './lib/packages.js';
 import { setupLog } from './lib/paths.js';
@@ -34,8 +34,8 @@ function checkNode(step) {
 /**
  * Provides everything that a preset's build needs, and builds it.
  * `groups`: package groups beyond those that every build needs. `tests`: whether the unit tests
- * and the fakes are configured too; they need packages that running the addon doesn't. `presets`:
- * built one after the other. `targets`: all if empty.
+ * and the fakes are configured too, and the Node.js releases fetched that the package is tried with;
+ * they need packages that running the addon doesn't. `presets`: built one after the other. `targets`: all if empty.
  */
 export async function setUp({ presets = ['release'], groups = [], tests = false, targets = [] }) {
   fs.mkdirSync(path.dirname(setupLog), { recursive: true });
@@ -46,6 +46,9 @@ export async function setUp({ presets = ['release'], groups = [], tests = false,
   const ffmpegGroups = ffmpeg ? (ffmpeg.isSystem ? [] : ['ffmpegRun']) : ['ffmpegBuild', 'ffmpegRun'];
   await providePackages(new Step('system packages'), ['build', 'run', ...ffmpegGroups, ...groups]);
   await provideNpmPackages(new Step('npm packages'));
+  if (tests) {
+    await provideNodeVersions(new Step('Node.js releases'));
+  }
   const ffmpegIncludeDirectory = await provideFfmpeg(new Step('FFmpeg 4 libraries'));
   for (const preset of presets) {
     await configure(new Step(`configure ${preset}`), preset, { tests, ffmpegIncludeDirectory });

@@ -17,11 +17,11 @@ function weightPicture({ mapWidth, mapHeight }, weights) {
 /**
  * Writes the sheet as PNG. From the top: the frames in their order, `columns` in a row, each with
  * its weight map (white where the frame alone counts, black where it does not) below it, and the
- * result over the whole width at the bottom. `frames` and `result`: { width, height, rgba };
- * `measured`: what `measureStack` gives.
+ * result over the whole width at the bottom. `frames`: { width, height, rgba } each; `fused`: what the
+ * kit's fuseStack gives of them.
  */
-export async function writeContactSheet(file, frames, measured, result) {
-  const tileHeight = Math.max(1, Math.round(tileWidth * result.height / result.width));
+export async function writeContactSheet(file, frames, fused) {
+  const tileHeight = Math.max(1, Math.round(tileWidth * fused.height / fused.width));
   const tile = async (image, size) => image.resize({ ...size, fit: 'fill' }).removeAlpha().png().toBuffer();
   const small = { width: tileWidth, height: tileHeight };
   const parts = [];
@@ -29,14 +29,14 @@ export async function writeContactSheet(file, frames, measured, result) {
     parts.push({ input, left: gap + column * (tileWidth + gap), top: gap + row * (tileHeight + gap) });
   for (const [i, frame] of frames.entries()) {
     const row = 2 * Math.trunc(i / columns);
-    const { field, weights } = measured.frames[i];
+    const { field, weights } = fused.frames[i];
     place(await tile(pixels(frame), small), i % columns, row);
     place(await tile(weightPicture(field, weights), small), i % columns, row + 1);
   }
   const rows = 2 * Math.ceil(frames.length / columns);
   const width = columns * (tileWidth + gap) - gap;
-  const height = Math.max(1, Math.round(width * result.height / result.width));
-  place(await tile(pixels(result), { width, height }), 0, rows);
+  const height = Math.max(1, Math.round(width * fused.height / fused.width));
+  place(await tile(pixels(fused), { width, height }), 0, rows);
   const sheet = { width: width + 2 * gap, height: rows * (tileHeight + gap) + height + 2 * gap };
   await sharp({ create: { ...sheet, channels: 3, background } }).composite(parts).png().toFile(file);
 }

@@ -1,36 +1,13 @@
 // What the addon's result codes mean, and one way to stop at a call that failed.
 
-/** Codes of the camera functions, beside those that a camera library answers by itself. */
-export const cameraResults = {
-  0: 'success',
-  [-1]: 'there is no preview of this device',
-  [-5]: 'the preview is not running',
-  [-6]: 'no camera library is loaded, or it lacks the function',
-  [-7]: 'wrong kind of buffer',
-  [-8]: 'the frame could not be taken',
-  [-9]: 'the camera has no such control',
-  [-10]: 'the frame size is unknown',
-  [-11]: 'the frame does not fit',
-  [-13]: 'the camera library cannot do this',
-  [-256]: 'nothing yet, or nothing new',
-};
+import { CallError as NativeCallError, cameraResults, recordingResults } from '../../kit/results.js';
 
-/** Codes of cameraRecordingStart and cameraRecordingStop. */
-export const recordingResults = {
-  0: 'success',
-  [-1]: 'the path, size, frame rate or bit rate was refused',
-  [-2]: 'the encoder did not start in time',
-  [-3]: 'the recording failed',
-  [-5]: 'no preview is running',
-  [-13]: 'no FFmpeg of the right generation was found',
-};
+export { cameraResults, recordingResults };
 
 /** A call of the addon that failed; the message tells the code, its meaning and the addon's words. */
-export class CallError extends Error {
+export class CallError extends NativeCallError {
   constructor(addon, call, code, meanings, advice) {
-    const words = addon.getLastError();
-    const meaning = meanings[code] ?? 'a code of the camera library itself';
-    super(`${call} gave ${code}: ${meaning}${words ? ` ("${words}")` : ''}.\n${advice}`);
+    super({ call, code, meanings, advice, words: addon.getLastError() });
   }
 }
 

@@ -5,7 +5,7 @@ import path from 'node:path';
 
 import { commandLine } from './output.js';
 import { root } from './paths.js';
-import { mustRun } from './processes.js';
+import { mustRun, run } from './processes.js';
 
 /**
  * Whether an install differs from what the lock file asks for. Both arguments are the `packages`
@@ -31,16 +31,38 @@ function readPackages(file) {
   }
 }
 
+/** Whether a folder's node_modules holds what its lock file says. */
+function isInstalled(directory) {
+  const installed = readPackages(path.join(directory, 'node_modules', '.package-lock.json'));
+  const isWhole = installed &&
+    Object.keys(installed).every((name) => fs.existsSync(path.join(directory, name, 'package.json')));
+  return isWhole && !isStale(readPackages(path.join(directory, 'package-lock.json')), installed);
+}
+
+const installArguments = ['ci', '--ignore-scripts', '--prefer-offline', '--fetch-retries=1'];
+
 /** Sees to it that node_modules holds what the lock file says, as one step. */
 export async function provideNpmPackages(step) {
-  const installed = readPackages(path.join(root, 'node_modules', '.package-lock.json'));
-  const isWhole = installed &&
-    Object.keys(installed).every((name) => fs.existsSync(path.join(root, name, 'package.json')));
-  if (isWhole && !isStale(readPackages(path.join(root, 'package-lock.json')), installed)) {
+  if (isInstalled(root)) {
     step.done('here');
     return;
   }
-  await step.during('installing', mustRun('npm', ['ci', '--ignore-scripts', '--prefer-offline', '--fetch-retries=1'],
+  await step.during('installing', mustRun('npm', installArguments,
     `npm ci failed: check the network and npm's registry setting, then run "${commandLine()}" again.`));
   step.done('installed');
+}
+
+/**
+ * Sees to it that the Node.js releases are here that the packed tarball is tried with, as one step.
+ * Without them everything else can still be tested, so a failure is told and skips those tests.
+ */
+export async function provideNodeVersions(step) {
+  const directory = path.join(root, 'test', 'node-versions');
+  if (isInstalled(directory)) {
+    step.done('here');
+    return;
+  }
+  const code = await step.during('fetching', run('npm', [...installArguments, '--prefix', directory]));
+  step.done(code === 0 ? 'installed'
+    : `not here, their tests are skipped: check the network and npm's registry setting, then run "${commandLine()}" again.`);
 }

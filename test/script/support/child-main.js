@@ -8,6 +8,7 @@ import * as dinoLite from './fake-dino-lite.js';
 import * as environment from './environment.js';
 import * as everyFunction from './every-function.js';
 import * as hang from './hang.js';
+import * as kit from '../../../kit/index.js';
 import * as oddValues from './odd-values.js';
 import * as ostrel from './fake-ostrel.js';
 import * as waiting from './waiting.js';
@@ -25,6 +26,7 @@ const context = {
   ...oddValues,
   ...ostrel,
   ...waiting,
+  kit,
   get addon() {
     return environment.loadAddon();
   },

@@ -1,0 +1,3 @@
+// The native object as it stands, for import native from 'ostrel-native'.
+
+export { default } from './index.cjs';
