@@ -68,13 +68,14 @@ struct Comparison {
 /// Runs both operations, each on the calling thread alone, in turns, so that a slower or a busier
 /// moment of the machine meets both. The ratio is the median of the ratios of the rounds, not the
 /// ratio of the medians.
-inline Comparison Compare(const std::function<void()>& ours, const std::function<void()>& theirs) {
+inline Comparison Compare(const std::function<void()>& ours, const std::function<void()>& theirs,
+                          int rounds = kRounds) {
   const int ourRepeats = RepeatsPerTurn(ours);
   const int theirRepeats = RepeatsPerTurn(theirs);
   std::vector<double> ourSeconds;
   std::vector<double> theirSeconds;
   std::vector<double> ratios;
-  for (int round = 0; round < kRounds; ++round) {
+  for (int round = 0; round < rounds; ++round) {
     ourSeconds.push_back(ThreadSecondsOf(ours, ourRepeats) / ourRepeats);
     theirSeconds.push_back(ThreadSecondsOf(theirs, theirRepeats) / theirRepeats);
     ratios.push_back(theirSeconds.back() / ourSeconds.back());

@@ -1,39 +1,15 @@
 // What the preview worker costs a frame, against a plain memcpy of the bytes that it must move:
 // the camera's frame into its scratch memory, and the preview out of it.
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <new>
 #include <vector>
 
 #include "camera/camera_binding.h"
 #include "camera/camera_preview.h"
 #include "harness.h"
-
-namespace {
-
-std::atomic<std::uint64_t> g_allocations{0};
-
-}  // namespace
-
-// Counts what the steady state allocates.
-void* operator new(std::size_t size) {
-  ++g_allocations;
-  void* const memory = std::malloc(size);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
+#include "unit/support/allocation_spy.h"
 
 namespace ostrel_native {
 
@@ -69,7 +45,7 @@ int Grab(int, void* buffer, int capacity) {
   MemoryCamera& camera = g_memoryCamera;
   std::memcpy(buffer, camera.frame.data(), static_cast<std::size_t>(capacity));
   if (--camera.warmUpFrames == 0) {
-    camera.allocationsAtStart = g_allocations;
+    camera.allocationsAtStart = test::Allocations();
   }
   if (--camera.framesLeft == 0) {
     camera.producer->running = false;
@@ -148,7 +124,7 @@ void ReportAllocations() {
   Prepare(producer, kCases[0]);
   g_memoryCamera.warmUpFrames = kWarmUpFrames;
   RunWorker(producer, kCases[0], kWarmUpFrames + kCountedFrames);
-  const std::uint64_t allocations = g_allocations - g_memoryCamera.allocationsAtStart;
+  const std::uint64_t allocations = test::Allocations() - g_memoryCamera.allocationsAtStart;
   std::printf("\nheap allocations in %d frames of the steady state: %llu\n", kCountedFrames,
               static_cast<unsigned long long>(allocations));
 }

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstring>
 #include <iterator>
+#include <map>
 #include <sstream>
 #include <vector>
 
@@ -54,6 +55,19 @@ std::string Describe(Microscope& microscope) {
   return text.str();
 }
 
+std::string RunHang(Faults& faults, const Words& words) {
+  // Never destroyed: asked also while the process exits.
+  static const auto& parts =
+      *new std::map<std::string, DevicePart>{{"nothing", DevicePart::None},
+                                             {"camera", DevicePart::Camera},
+                                             {"microscope", DevicePart::Microscope}};
+  const auto part = words.size() == 2 ? parts.find(words[1]) : parts.end();
+  if (part != parts.end()) {
+    faults.Hang(part->second);
+  }
+  return Answer(part != parts.end());
+}
+
 std::string RunOnDevice(Device& device, const Words& words) {
   Microscope& microscope = device.microscope;
   const std::string& name = words[0];
@@ -90,6 +104,19 @@ std::string RunOnDevice(Device& device, const Words& words) {
   }
   if (name == "release") {
     return WithoutArguments(words, [&] { microscope.Hold(false); });
+  }
+  if (name == "freeze") {
+    return WithNumber(words, 0, 1, [&](int frozen) { microscope.faults.freezes = frozen == 1; });
+  }
+  if (name == "slow") {
+    return WithNumber(words, 0, kSlowest, [&](int ms) { microscope.faults.slowMs = ms; });
+  }
+  if (name == "refuse") {
+    return WithNumber(words, 0, 1,
+                      [&](int refusing) { microscope.faults.refuses = refusing == 1; });
+  }
+  if (name == "hang") {
+    return RunHang(microscope.faults, words);
   }
   if (name == "unplug") {
     return WithoutArguments(words, [&] { device.SetPlugged(false); });

@@ -188,7 +188,7 @@ int dl_led_mode(int index) {
 }
 
 bool dl_set_led_state(int mode) {
-  Microscope* const microscope = g_face.Selected();
+  Microscope* const microscope = g_face.Commanded();
   const std::span<const LedMode> modes = LedModesOf(microscope);
   if (modes.empty()) {
     return false;

@@ -52,8 +52,18 @@ Microscope* FaceState::Selected() {
     Fail("No microscope is selected");
     return nullptr;
   }
+  microscope->faults.Delay(DevicePart::Microscope);
   if (!microscope->isPlugged) {
     Fail("The selected microscope is unplugged");
+    return nullptr;
+  }
+  return microscope;
+}
+
+Microscope* FaceState::Commanded() {
+  Microscope* const microscope = Selected();
+  if (microscope != nullptr && microscope->faults.refuses) {
+    Fail("The microscope refuses commands");
     return nullptr;
   }
   return microscope;

@@ -26,8 +26,11 @@ struct FaceState {
   /// Selects what is listed at an index; the selection stays with it, also while it is unplugged.
   bool Select(std::int64_t index);
 
-  /// The selected microscope where it can answer, or null.
+  /// The selected microscope where it can answer, or null; as late as its faults say.
   Microscope* Selected();
+
+  /// The same where it takes commands.
+  Microscope* Commanded();
 
   std::atomic<bool> isInitialized{false};
   std::atomic<Microscope*> selected{nullptr};

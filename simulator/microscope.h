@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 
+#include "simulator/faults.h"
 #include "simulator/focus_drive.h"
 #include "simulator/frame_painter.h"
 #include "simulator/settings.h"
@@ -92,6 +93,7 @@ struct Microscope {
   SimulatedClock& clock;
   std::atomic<bool> isPlugged{true};
   std::atomic<std::uint32_t> lastFrame{0};
+  Faults faults;  ///< also its camera's
 
   std::mutex specimenMutex;  ///< guards `specimen`
   std::shared_ptr<const LayeredSpecimen> specimen;

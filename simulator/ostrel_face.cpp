@@ -17,6 +17,7 @@ extern "C" {
 
 namespace {
 
+using ostrel_simulator::DevicePart;
 using ostrel_simulator::FaceState;
 using ostrel_simulator::FocusState;
 using ostrel_simulator::Microscope;
@@ -65,7 +66,7 @@ const DeviceTexts& TextsOf(const Microscope& microscope) {
 }
 
 int MoveBy(int steps) {
-  Microscope* const microscope = g_face.Selected();
+  Microscope* const microscope = g_face.Commanded();
   if (microscope == nullptr) {
     return kFailed;
   }
@@ -118,6 +119,7 @@ int GetScopeStatus() {
   if (selected == nullptr) {
     return kNothingSelected;
   }
+  selected->faults.Delay(DevicePart::Microscope);
   if (!selected->isPlugged) {
     return kUnplugged;
   }
@@ -192,7 +194,7 @@ int GetProtocolVersionInfo(std::uint16_t* major, std::uint8_t* minor, std::uint8
 }
 
 int TriggerAutoFocus() {
-  Microscope* const microscope = g_face.Selected();
+  Microscope* const microscope = g_face.Commanded();
   if (microscope == nullptr) {
     return kFailed;
   }
@@ -210,7 +212,7 @@ int GetFocusPosition(std::uint16_t* position) {
 }
 
 int SetFocusPosition(std::uint16_t position) {
-  Microscope* const microscope = g_face.Selected();
+  Microscope* const microscope = g_face.Commanded();
   if (microscope == nullptr) {
     return kFailed;
   }
@@ -235,7 +237,7 @@ int GetLedState(std::int32_t* state) {
 }
 
 int SetLedState(bool on) {
-  Microscope* const microscope = g_face.Selected();
+  Microscope* const microscope = g_face.Commanded();
   if (microscope == nullptr) {
     return kFailed;
   }

@@ -136,7 +136,7 @@ void Capture::MakeFrames() {
         return;
       }
     }
-    Slot* const slot = FreeSlot();
+    Slot* const slot = microscope.faults.freezes ? nullptr : FreeSlot();
     if (slot == nullptr) {
       continue;
     }
@@ -214,6 +214,9 @@ int SimulatedCamera::Start(int format) {
   if (!microscope.isPlugged) {
     return kNoDevice;
   }
+  if (microscope.faults.refuses) {
+    return kRefused;
+  }
   try {
     const CaptureFormat& chosen = formats[static_cast<std::size_t>(format)];
     const auto started = std::make_shared<Capture>(settings, chosen, microscope);
@@ -258,6 +261,7 @@ int SimulatedCamera::FrameBytesPerRow() {
 }
 
 int SimulatedCamera::Grab(void* buffer, int capacity) {
+  microscope.faults.Delay(DevicePart::Camera);
   const std::shared_ptr<Capture> current = Current();
   if (current == nullptr) {
     return kNotCapturing;
@@ -274,12 +278,15 @@ int SimulatedCamera::Grab(void* buffer, int capacity) {
   if (slot == nullptr) {
     return kNotYet;
   }
-  lastCapture = current;
-  lastNumber = slot->number;
-  std::memcpy(buffer, slot->pixels.data(), current->FrameBytes());
+  const bool isNew = !isSameCapture || slot->number > lastNumber || !microscope.faults.freezes;
+  if (isNew) {
+    lastCapture = current;
+    lastNumber = slot->number;
+    std::memcpy(buffer, slot->pixels.data(), current->FrameBytes());
+  }
   const std::lock_guard lock(current->mutex);
   --slot->readers;
-  return kOk;
+  return isNew ? kOk : kNotYet;
 }
 
 }  // namespace ostrel_simulator

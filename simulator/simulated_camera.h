@@ -19,6 +19,7 @@ inline constexpr int kNotCapturing = -2;  ///< the device is not capturing
 inline constexpr int kBadSetting = -3;    ///< an environment variable could not be read
 inline constexpr int kNoThread = -4;      ///< no memory or no thread for the capture
 inline constexpr int kNoRoom = -11;       ///< the frame does not fit the buffer
+inline constexpr int kRefused = -20;      ///< the device refuses to capture
 
 struct CaptureFormat {
   int width;
@@ -44,7 +45,7 @@ struct SimulatedCamera {
   SimulatedCamera(const Settings& cameraSettings, Microscope& cameraMicroscope);
 
   /// Starts the format, after ending a capture that runs. 0, -1 no such format or the microscope
-  /// is unplugged, -4.
+  /// is unplugged, -4, -20.
   int Start(int format);
 
   /// Ends the capture; 0 also without one.
@@ -60,7 +61,8 @@ struct SimulatedCamera {
 
   /// Copies the newest frame, all of its rows with their padding, into `buffer`. A thread that had
   /// that frame already waits for the next, at most a second and not beyond the capture's end.
-  /// 0, -256, -2, or -11 where `capacity` bytes are too few or `buffer` is null.
+  /// 0, -2, -11 where `capacity` bytes are too few or `buffer` is null, or -256, also where the
+  /// camera is frozen and the thread had its last frame.
   int Grab(void* buffer, int capacity);
 
   std::shared_ptr<Capture> Current();

@@ -191,6 +191,7 @@ export interface PreviewFunctions {
    * @param lastSequence `sequence` of the frame that the caller has; 0 for none.
    * @param target where the frame is copied to if it has room: a Uint8Array over a plain ArrayBuffer. Any other value,
    *   a Uint8ClampedArray or shared memory among them, is ignored, and the frame comes in a new Buffer.
+   * @throws Error "The buffer of slot N was detached or resized while it was lent", only with direct delivery.
    *
    * - Blocks: for the copy of one frame, well below a millisecond at 960 by 540. It never waits for the camera.
    * - Thread: script.

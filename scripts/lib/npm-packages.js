@@ -56,8 +56,7 @@ export async function provideNpmPackages(step) {
  * Sees to it that the Node.js releases are here that the packed tarball is tried with, as one step.
  * Without them everything else can still be tested, so a failure is told and skips those tests.
  */
-export async function provideNodeVersions(step) {
-  const directory = path.join(root, 'test', 'node-versions');
+export async function provideNodeVersions(step, directory = path.join(root, 'test', 'node-versions')) {
   if (isInstalled(directory)) {
     step.done('here');
     return;

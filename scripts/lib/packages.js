@@ -43,10 +43,12 @@ export const packageGroups = {
   test: [
     { name: 'libgtest-dev', header: 'gtest/gtest.h' },
     { name: 'ffmpeg', program: 'ffprobe' },
+    { name: 'chromium', program: 'chromium' },
   ],
   bench: [
     { name: 'libyuv-dev', header: 'libyuv.h' },
     { name: 'ffmpeg', program: 'ffmpeg' },
+    { name: 'chromium', program: 'chromium' },
   ],
   format: [{ name: 'clang-format', program: 'clang-format' }],
   lint: [{ name: 'clang-tidy', program: 'clang-tidy' }],

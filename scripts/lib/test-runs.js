@@ -97,7 +97,7 @@ export async function runUnitTests(step, preset, env = {}) {
   return finish(step, withExitCode(countJUnit(xml), exitCode), skipReasonsInJUnit(xml));
 }
 
-/** The script tests: every *.test.js below test/script. */
+/** The script tests: every *.test.js below test/script, or another folder. */
 export function findScriptTests(directory = path.join(root, 'test', 'script')) {
   return fs.readdirSync(directory, { withFileTypes: true })
     .flatMap((entry) => {
@@ -109,16 +109,16 @@ export function findScriptTests(directory = path.join(root, 'test', 'script')) {
 }
 
 /**
- * Runs the script tests against the addon of a preset, as one step, and gives their counts. They
- * find it through OSTREL_TEST_ADDON, and the fakes through OSTREL_TEST_BUILD_DIR.
+ * Runs the script tests below test/`folder` against the addon of a preset, as one step, and gives their
+ * counts. They find it through OSTREL_TEST_ADDON, and the fakes through OSTREL_TEST_BUILD_DIR.
  */
-export async function runScriptTests(step, preset, env = {}) {
+export async function runScriptTests(step, preset, env = {}, { folder = 'script', order = concurrency } = {}) {
   const directory = binaryDirectory(preset);
-  const log = path.join(directory, 'script-tests.log');
-  const report = path.join(directory, 'script-tests.txt');
+  const log = path.join(directory, `${folder}-tests.log`);
+  const report = path.join(directory, `${folder}-tests.txt`);
   [report, log].forEach((file) => fs.rmSync(file, { force: true }));
   // Those that wait out time-outs of twenty seconds begin at once.
-  const files = findScriptTests().sort((a, b) => waitsLong.test(b) - waitsLong.test(a));
+  const files = findScriptTests(path.join(root, 'test', folder)).sort((a, b) => waitsLong.test(b) - waitsLong.test(a));
   let finished = 0;
   let name = '';
   const onLine = (line) => {
@@ -127,7 +127,7 @@ export async function runScriptTests(step, preset, env = {}) {
       step.progress(`${++finished}  ${name}`);
     }
   };
-  const args = ['--test', ...concurrency, '--test-reporter=tap', '--test-reporter-destination=stdout',
+  const args = ['--test', ...order, '--test-reporter=tap', '--test-reporter-destination=stdout',
     '--test-reporter=spec', `--test-reporter-destination=${report}`, ...files];
   const exitCode = await run(process.execPath, args, {
     env: {
@@ -147,7 +147,12 @@ export async function runScriptTests(step, preset, env = {}) {
   return finish(step, withExitCode(countTap(tap), exitCode), skipReasonsInTap(tap));
 }
 
-/** Runs all tests of a preset and gives the counts of each kind. */
+/** Runs the tests of the viewer in a browser, which takes what processor there is, one file after the other. */
+export function runBrowserTests(step, preset) {
+  return runScriptTests(step, preset, {}, { folder: 'browser', order: concurrency.length > 0 ? ['--test-concurrency=1'] : [] });
+}
+
+/** Runs all tests of a preset but those in a browser, and gives the counts of each kind. */
 export async function runTests(preset, { unit, script } = {}) {
   return [
     await runUnitTests(new Step('unit tests'), preset, unit),

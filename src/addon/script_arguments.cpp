@@ -1,5 +1,7 @@
 #include "addon/script_arguments.h"
 
+#include "addon/number_conversion.h"
+
 namespace ostrel_native {
 
 namespace {
@@ -30,6 +32,10 @@ std::int32_t ReadIntArg(const Napi::CallbackInfo& info, std::size_t index, std::
 
 double ReadDoubleArg(const Napi::CallbackInfo& info, std::size_t index, double fallback) {
   return ReadNumber(info, index, fallback, napi_get_value_double);
+}
+
+std::uint64_t ReadUint64Arg(const Napi::CallbackInfo& info, std::size_t index) {
+  return SaturatingUint64(ReadDoubleArg(info, index, 0.0));
 }
 
 bool ReadBoolArg(const Napi::CallbackInfo& info, std::size_t index, bool fallback) {

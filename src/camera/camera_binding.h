@@ -108,6 +108,10 @@ struct CameraBinding {
   /// Thread: any.
   CameraPixelFormat FramePixelFormat(int device, CameraPixelFormat fallback) const;
 
+  /// The same with the platform's usual layout as the fallback: BGRA for DirectShow, else RGB.
+  /// Thread: any.
+  CameraPixelFormat FramePixelFormat(int device) const;
+
   /// The backend's plane count, unchecked; 1 without such an entry.
   /// Thread: any.
   int PlaneCount(int device) const;

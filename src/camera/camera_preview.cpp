@@ -37,6 +37,9 @@ int AnnounceReading(CameraPreviewProducer& producer) {
 }  // namespace
 
 CameraPreviewProducer::~CameraPreviewProducer() {
+  for (auto& reference : slotReferences) {
+    reference.SuppressDestruct();
+  }
   RequestStop();
   JoinAndReset();
 }
@@ -58,10 +61,7 @@ int CameraPreviewProducer::StartPolling(int device, int width, int height, int f
   }
   bufferBytes = bytes;
 
-  deviceIndex = device;
-  targetWidth = wantedWidth;
-  targetHeight = wantedHeight;
-  frameInterval = kNanosecondsPerSecond / std::clamp(frameRate, 1, kMaxFrameRate);
+  StorePace(device, wantedWidth, wantedHeight, frameRate);
   std::fill(std::begin(metas), std::end(metas), PreviewMeta{});
   droppedFrames = 0;
   lastResult = kResultNotYet;
@@ -69,14 +69,21 @@ int CameraPreviewProducer::StartPolling(int device, int width, int height, int f
   running = true;
   const std::uint64_t ownGeneration = ++generation;
   try {
-    worker = std::thread(&CameraPreviewProducer::RunLoop, this, ownGeneration, deviceIndex,
-                         targetWidth, targetHeight, frameInterval, bufferBytes);
+    worker = std::thread(&CameraPreviewProducer::RunLoop, this, ownGeneration, device, targetWidth,
+                         targetHeight, frameInterval, bufferBytes);
   } catch (...) {
     RequestStop();
     JoinAndReset();
     throw;
   }
   return kResultOk;
+}
+
+void CameraPreviewProducer::StorePace(int device, int width, int height, int frameRate) {
+  deviceIndex = device;
+  targetWidth = width;
+  targetHeight = height;
+  frameInterval = kNanosecondsPerSecond / std::clamp(frameRate, 1, kMaxFrameRate);
 }
 
 void CameraPreviewProducer::Stop(int device) {
@@ -87,14 +94,24 @@ void CameraPreviewProducer::Stop(int device) {
 }
 
 void CameraPreviewProducer::RequestStop() {
-  running = false;
-  ++generation;
+  {
+    // A worker that has just looked and is about to wait misses nothing.
+    const std::lock_guard<std::mutex> lock(sharedMutex);
+    running = false;
+    ++generation;
+  }
+  sharedCondition.notify_all();
 }
 
 void CameraPreviewProducer::JoinAndReset() {
+  // In this order: a callback or a worker may still write into the lent arrays.
+  ClearDirectCallback();
   if (worker.joinable()) {
     worker.join();
   }
+  direct = false;
+  directMjpeg = false;
+  DropSlots();
   publishedIndex = -1;
   readingIndex = -1;
   publishedSequence = 0;
@@ -105,6 +122,7 @@ void CameraPreviewProducer::JoinAndReset() {
   deviceIndex = -1;
   // `droppedFrames` keeps its count until the next start, for whoever asks why frames were lost.
   ClearQuality();
+  ClearEncoded();
 }
 
 void CameraPreviewProducer::ClearQuality() {
@@ -117,6 +135,17 @@ void CameraPreviewProducer::ClearQuality() {
   qualityDataSize = 0;
   qualityTimestampMs = 0;
   qualityIsBgra = false;
+}
+
+void CameraPreviewProducer::DescribeQuality(std::int32_t width, std::int32_t height, bool isBgra,
+                                            std::int64_t timestampMs) {
+  ++qualitySequence;
+  qualityWidth = width;
+  qualityHeight = height;
+  qualityBytesPerRow = width * (isBgra ? 4 : 3);
+  qualityDataSize = static_cast<std::int32_t>(qualityBuffer.size());
+  qualityTimestampMs = timestampMs;
+  qualityIsBgra = isBgra;
 }
 
 QualityFrame CameraPreviewProducer::LatestQualityFrame(int device, std::uint64_t lastSequence) {

@@ -1,8 +1,12 @@
-// The live preview: a worker that grabs frames at a fixed pace, and three buffers through which
-// the newest one reaches the script thread without a lock.
+// The live preview, in one of two modes. Polling: a worker grabs frames at a fixed pace, and three
+// buffers take the newest one to the script thread without a lock. Direct: the backend calls back
+// for each frame, which goes straight into one of three arrays that script code lends.
 #pragma once
 
+#include <napi.h>
+
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <thread>
@@ -43,20 +47,47 @@ struct QualityFrame {
   std::vector<std::uint8_t> data;
 };
 
+/// The newest JPEG that a direct preview has decoded, as `LatestEncodedFrame` hands it out.
+struct EncodedFrame {
+  bool isThere = false;  ///< false: nothing below is set
+  std::uint64_t sequence = 0;
+  std::int32_t width = 0;        ///< pixels
+  std::int32_t height = 0;       ///< pixels
+  std::int64_t timestampMs = 0;  ///< wall clock
+  std::vector<std::uint8_t> data;
+};
+
+/// Who may touch the bytes and the record of a slot of the direct mode.
+enum class SlotState : std::uint32_t {
+  Free = 0,     ///< nobody; may be taken for writing
+  Writing = 1,  ///< the thread that took it
+  Ready = 2,    ///< nobody; holds a finished frame that the script thread may claim
+  Held = 3,     ///< script code, until it releases the slot
+};
+
+struct DirectPlan;
+struct LentSlot;
+
 /// The one preview of the process.
 ///
-/// The worker writes only to a buffer that is neither published nor being read. The reader
-/// announces in `readingIndex` what it copies and then reads `publishedIndex` again. Each side
-/// stores one index and then loads the other's, so all four accesses need the one total order of
-/// `seq_cst`: with anything weaker both sides can miss each other and a picture tears.
+/// Polling mode: the worker writes only to a buffer that is neither published nor being read. The
+/// reader announces in `readingIndex` what it copies and then reads `publishedIndex` again. Each
+/// side stores one index and then loads the other's, so all four accesses need the one total order
+/// of `seq_cst`: with anything weaker both sides can miss each other and a picture tears.
+///
+/// Direct mode: a slot is an array that script code lends, its state and its record. The state
+/// alone decides who owns the slot. The backend's callback thread and the worker take free slots
+/// and finish them; only the script thread takes a slot out of `Ready` or `Held`, so a record that
+/// it has seen `Ready` stays as it is until the script thread itself lets go of it.
 struct CameraPreviewProducer {
-  /// Number of buffers: one published, one being read, one to write.
+  /// Number of buffers: one published, one being read, one to write. Direct mode: of slots.
   static constexpr int kBufferCount = 3;
 
   CameraPreviewProducer() = default;
   CameraPreviewProducer(const CameraPreviewProducer&) = delete;
   CameraPreviewProducer& operator=(const CameraPreviewProducer&) = delete;
-  /// Stops a running preview and waits for its worker.
+  /// Stops a running preview and waits for its worker. Leaves the references to lent arrays alone:
+  /// the environment that they belong to is gone when the process exits.
   ~CameraPreviewProducer();
 
   /// Stops what runs, then starts a preview of at most `width` by `height` pixels at `frameRate`
@@ -67,6 +98,21 @@ struct CameraPreviewProducer {
   /// cannot; the preview is then stopped.
   /// Thread: script.
   int StartPolling(int device, int width, int height, int frameRate);
+
+  /// Stops what runs, stores device, size and pace, and plans a direct preview's frames.
+  /// `HasFrameCallback` and a device of 0 or more are the caller's to see to.
+  /// Returns 0, or -11 if the backend's frames cannot be delivered directly; the preview is stopped
+  /// in either case.
+  /// Thread: script.
+  int PrepareDirect(int device, int width, int height, int frameRate, DirectPlan& plan);
+
+  /// Starts the prepared preview with its frames going into `lent`, whose memory must stay where it
+  /// is until the preview has stopped; `slotReferences` are the caller's to set before.
+  /// Returns 0, or the backend's negative code if it refuses the callback; the references are then
+  /// released. Throws `std::system_error` if the worker cannot be started; the preview is then
+  /// stopped.
+  /// Thread: script. The first frames may arrive before it returns, also on this thread.
+  int StartDirect(const DirectPlan& plan, const LentSlot (&lent)[kBufferCount]);
 
   /// Stops the preview if `device` is negative or the preview's; does nothing otherwise.
   /// Thread: script.
@@ -80,18 +126,76 @@ struct CameraPreviewProducer {
   /// Thread: script.
   void RequestStop();
 
-  /// Waits for the worker to end and clears the preview. After `RequestStop` only: the wait is
-  /// for ever otherwise. It lasts as long as the worker's pace and its current backend call.
+  /// Takes our callback back from the backend, if it has it. On return no callback runs.
+  /// Thread: script.
+  void ClearDirectCallback();
+
+  /// Takes the callback back, waits for the worker to end, then releases the lent arrays and
+  /// clears the preview. After `RequestStop` only: the wait is for ever otherwise. It lasts as long
+  /// as the worker's pace and its current backend call.
   /// Thread: script.
   void JoinAndReset();
+
+  /// Forgets the lent arrays and releases the references to them.
+  /// Thread: script, with neither callback nor worker.
+  void DropSlots();
 
   /// A copy of the newest full-resolution picture, if it is newer than `lastSequence`.
   /// Thread: script; may wait for the worker's own copy or grab of that picture.
   QualityFrame LatestQualityFrame(int device, std::uint64_t lastSequence);
 
-  /// Offers a published frame to the recorder, which copies it or refuses it.
-  /// Thread: producer worker.
+  /// A copy of the JPEG that was decoded last, in a direct preview of a JPEG camera.
+  /// Thread: script.
+  EncodedFrame LatestEncodedFrame(int device);
+
+  /// Frees a slot that script code holds. 0; -1 without such a slot in a direct preview of this
+  /// device; -7 if the slot isn't held or holds another frame than `sequence`.
+  /// Thread: script.
+  int ReleaseDirectSlot(int device, int slot, std::uint64_t sequence);
+
+  /// Frees all finished and held slots of a direct preview; a negative device means any.
+  /// Thread: script.
+  void ReleaseAllDirectSlots(int device);
+
+  /// Offers a published frame to the recorder, which copies it or refuses it. Throws
+  /// `std::bad_alloc` or `std::length_error` if the copy cannot be allocated.
+  /// Thread: producer worker, backend callback.
   void EnqueueRecordingFrame(const std::uint8_t* data, const PreviewMeta& meta);
+
+  /// Takes a frame from the backend: a JPEG goes to the worker, any other is copied into a free
+  /// slot. `data`: `size` bytes, the backend's. `flipped`: rows run bottom up.
+  /// A frame that can't be taken is a drop, with the reason in `lastResult`.
+  /// Thread: backend callback.
+  void OnDirectFrame(int device, const std::uint8_t* data, std::uint64_t size,
+                     bool flipped) noexcept;
+
+  /// The worker of a direct preview of a JPEG camera: decodes the newest JPEG into a free slot.
+  /// Thread: producer worker.
+  void RunSharedMjpegLoop(std::uint64_t ownGeneration, int device);
+
+  /// The worker of a direct preview of any other camera: grabs a full-resolution picture twice a
+  /// second.
+  /// Thread: producer worker.
+  void RunSharedQualityLoop(std::uint64_t ownGeneration, int device);
+
+  /// Whether a worker of this generation is to end.
+  /// Thread: any.
+  bool IsStale(std::uint64_t ownGeneration) const {
+    return !running || generation != ownGeneration;
+  }
+
+  /// Counts a lost frame and the reason for it.
+  /// Thread: producer worker, backend callback.
+  void CountDrop(int result) {
+    ++droppedFrames;
+    lastResult = result;
+  }
+
+  /// Stores what belongs to a new `qualityBuffer`, whose rows are tight and whose bytes fit int32.
+  /// The caller holds `qualityMutex`.
+  /// Thread: producer worker.
+  void DescribeQuality(std::int32_t width, std::int32_t height, bool isBgra,
+                       std::int64_t timestampMs);
 
   /// The worker's whole life; it ends only when `running` is cleared or `generation` moves on
   /// from `ownGeneration`. `interval`: nanoseconds a cycle. `capacity`: bytes of each buffer.
@@ -101,14 +205,14 @@ struct CameraPreviewProducer {
 
   // Each atomic is written by one side and read by the other with the default `seq_cst`: the two
   // indices need it (see above), for the rest it costs nothing that shows.
-  std::atomic<bool> running{false};         ///< script thread writes
-  std::thread worker;                       ///< script thread only
-  std::int32_t deviceIndex = -1;            ///< script thread only; -1: none
-  std::int32_t targetWidth = 960;           ///< pixels; script thread only
-  std::int32_t targetHeight = 540;          ///< pixels; script thread only
-  std::int64_t frameInterval = 33'000'000;  ///< nanoseconds; script thread only
-  std::atomic<bool> firstFrameSeen{false};  ///< worker writes
-  std::uint64_t bufferBytes = 0;            ///< of each buffer; changes only without a worker
+  std::atomic<bool> running{false};           ///< script thread writes
+  std::thread worker;                         ///< script thread only
+  std::atomic<std::int32_t> deviceIndex{-1};  ///< script thread writes; -1: none
+  std::int32_t targetWidth = 960;             ///< pixels; script thread only
+  std::int32_t targetHeight = 540;            ///< pixels; script thread only
+  std::int64_t frameInterval = 33'000'000;    ///< nanoseconds; script thread only
+  std::atomic<bool> firstFrameSeen{false};    ///< worker or callback writes
+  std::uint64_t bufferBytes = 0;              ///< of each buffer; changes only without a worker
   std::vector<std::uint8_t> buffers[kBufferCount];
   PreviewMeta metas[kBufferCount];               ///< ordered by the later store of `publishedIndex`
   std::atomic<std::int32_t> publishedIndex{-1};  ///< worker writes
@@ -129,8 +233,35 @@ struct CameraPreviewProducer {
   std::int64_t qualityTimestampMs = 0;  ///< wall clock
   bool qualityIsBgra = false;           ///< otherwise RGB
 
+  std::atomic<bool> direct{false};       ///< the preview runs in direct mode; script thread writes
+  std::atomic<bool> directMjpeg{false};  ///< frames are JPEG; script thread writes
+  std::atomic<bool> directCallbackRegistered{false};  ///< the backend holds our callback
+  /// Keep the lent arrays alive; script thread only.
+  Napi::Reference<Napi::Object> slotReferences[kBufferCount];
+  std::thread::id lender;  ///< that the references belong to; script thread only
+  // The three that follow change only while the backend doesn't hold our callback.
+  std::uint8_t* slotData[kBufferCount] = {};   ///< first byte of each lent array
+  std::uint64_t slotBytes[kBufferCount] = {};  ///< length of each lent array
+  std::atomic<SlotState> slotStates[kBufferCount] = {};
+  std::atomic<std::uint32_t> directCursor{0};  ///< where the next search for a slot begins
+  PreviewMeta directTemplate;  ///< what each frame's record starts from; set at the start
+  std::atomic<std::int64_t> fpsPeriodStart{0};    ///< steady nanoseconds; callback and worker
+  std::atomic<std::uint32_t> fpsPeriodFrames{0};  ///< callback and worker
+  std::mutex sharedMutex;                         ///< guards the encoded fields that follow
+  std::condition_variable sharedCondition;        ///< wakes the worker of a direct preview
+  std::vector<std::uint8_t> encodedPending;       ///< the newest JPEG, to be decoded
+  std::vector<std::uint8_t> encodedLatest;        ///< the JPEG that was decoded last
+  bool encodedPendingFlag = false;                ///< `encodedPending` has not been taken yet
+  std::uint64_t encodedPendingSequence = 0;       ///< counts the JPEGs
+  std::int64_t encodedPendingTimestampMs = 0;     ///< wall clock
+  std::int64_t encodedPendingTicks = 0;           ///< steady clock, ticks of 100 ns
+  std::uint64_t encodedLatestSequence = 0;
+  std::int64_t encodedLatestTimestampMs = 0;  ///< wall clock
+
  private:
+  void StorePace(int device, int width, int height, int frameRate);
   void ClearQuality();
+  void ClearEncoded();
 };
 
 /// One look at the newest frame. As long as it is held, the frame's buffer is announced as being

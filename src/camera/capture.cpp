@@ -144,6 +144,7 @@ int StopCapture(int device) {
   const bool stopsPreview = g_cameraPreview.IsPreviewDevice(device);
   if (stopsPreview) {
     g_cameraPreview.RequestStop();
+    g_cameraPreview.ClearDirectCallback();
   }
   const auto entry =
       g_camera.Entry(&CameraBinding::cnokhwa_stop_capture, &CameraBinding::cdshow_stop_capture,
@@ -158,14 +159,12 @@ int StopCapture(int device) {
 }
 
 FrameInfo ReadFrameInfo(int device) {
-  const auto defaultFormat =
-      CurrentKind() == BackendKind::DirectShow ? CameraPixelFormat::Bgra : CameraPixelFormat::Rgb;
   FrameInfo info;
   info.width = g_camera.FrameWidth(device);
   info.height = g_camera.FrameHeight(device);
   info.bytesPerRow = g_camera.PreviewFrameBytesPerRow(device);
   info.dataSize = g_camera.PreviewFrameDataSize(device);
-  info.pixelFormat = FramePixelFormatName(g_camera.FramePixelFormat(device, defaultFormat));
+  info.pixelFormat = FramePixelFormatName(g_camera.FramePixelFormat(device));
   info.planeCount = std::clamp(g_camera.PlaneCount(device), 0, FrameInfo::kMaxPlanes);
   for (int plane = 0; plane < info.planeCount; ++plane) {
     info.planeOffsets[plane] = g_camera.PlaneOffset(device, plane);

@@ -89,7 +89,7 @@ Napi::Value CameraGrabFrame(const Napi::CallbackInfo& info) {
   answer.Set("width", plan.width);
   answer.Set("height", plan.height);
   answer.Set("bytesPerRow", plan.bytesPerRow);
-  answer.Set("pixelFormat", plan.pixelFormat);
+  answer.Set("pixelFormat", plan.isBgra ? "bgra" : "rgb");
   if (plan.result != kResultOk) {
     answer.Set("result", plan.result);
     answer.Set("data", env.Null());

@@ -1,31 +1,170 @@
-// The calls of direct frame delivery, which needs a backend with a frame callback. No backend of
-// this platform has one, so each call answers as without a direct preview.
+// What script code sees of direct delivery: the arrays that it lends, the frames in them, and the
+// JPEG behind them.
+#include "camera/direct_exports.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <thread>
+
+#include "addon/script_arguments.h"
 #include "camera/camera_exports.h"
-#include "camera/camera_types.h"
+#include "camera/camera_preview.h"
+#include "camera/direct_frame.h"
+#include "camera/direct_plan.h"
+#include "camera/lent_array.h"
+#include "camera/lent_references.h"
+#include "camera/preview_answers.h"
 
 namespace ostrel_native {
 
-/// `cameraGrabEncodedFrame(deviceIndex)`: object with "result" -256 and "data" null.
-Napi::Value CameraGrabEncodedFrame(const Napi::CallbackInfo& info) {
-  Napi::Object answer = Napi::Object::New(info.Env());
-  answer.Set("result", kResultNotYet);
-  answer.Set("data", info.Env().Null());
+namespace {
+
+constexpr int kSlots = CameraPreviewProducer::kBufferCount;
+
+bool IsLender(napi_env env) {
+  return static_cast<napi_env>(g_cameraPreview.slotReferences[0].Env()) == env;
+}
+
+// An environment that ends frees the arrays that its script code has lent, with no word to them and
+// well before the process exits. So a preview that writes into them ends with it.
+struct LendingEnvironment {
+  explicit LendingEnvironment(Napi::Env env) : self(env) {}
+  ~LendingEnvironment() {
+    if (IsLender(self)) {
+      g_cameraPreview.Stop(-1);
+    }
+    ReleaseHandedOver();
+  }
+
+  // Before each preview that `env` lends to.
+  static void Watch(Napi::Env env) {
+    if (env.GetInstanceData<LendingEnvironment>() == nullptr) {
+      env.SetInstanceData(new LendingEnvironment(env));
+    }
+    ReleaseHandedOver();
+  }
+
+  napi_env self;
+};
+
+// The elements of `buffers` as they stand once no script runs any more.
+void ReadSlots(const Napi::Value (&elements)[kSlots], LentSlot (&lent)[kSlots]) {
+  for (int slot = 0; slot < kSlots; ++slot) {
+    const LentArray array = ReadLentArray(elements[slot]);
+    lent[slot] = {.isByteArray = array.isByteArray, .data = array.data, .bytes = array.bytes};
+  }
+}
+
+void ReferToArrays(const Napi::Value (&elements)[kSlots]) {
+  LendingEnvironment::Watch(elements[0].Env());
+  g_cameraPreview.lender = std::this_thread::get_id();
+  try {
+    for (int slot = 0; slot < kSlots; ++slot) {
+      g_cameraPreview.slotReferences[slot] = Napi::Persistent(elements[slot].As<Napi::Object>());
+    }
+  } catch (...) {
+    g_cameraPreview.DropSlots();
+    throw;
+  }
+}
+
+Napi::Value ViewOfSlot(Napi::Env env, int slot, std::size_t size) {
+  const LentArray array = ReadLentArray(g_cameraPreview.slotReferences[slot].Value());
+  if (array.data != g_cameraPreview.slotData[slot] || array.bytes < size) {
+    throw Napi::Error::New(env, "The buffer of slot " + std::to_string(slot) +
+                                    " was detached or resized while it was lent");
+  }
+  return array.View(size);
+}
+
+}  // namespace
+
+int StartDirectPreview(const Napi::Array& buffers, int device, int width, int height,
+                       int frameRate) {
+  if (device < 0 || buffers.Length() < kSlots || !HasFrameCallback()) {
+    return kResultUnsupported;
+  }
+  DirectPlan plan;
+  int refusal = g_cameraPreview.PrepareDirect(device, width, height, frameRate, plan);
+  if (refusal != kResultOk) {
+    return refusal;
+  }
+  // Reading an element may run script code, which may do anything: start or stop a preview, detach
+  // an element that was read before. So all elements come first, and what they are only afterwards.
+  const std::uint64_t prepared = g_cameraPreview.generation;
+  const Napi::Value elements[kSlots] = {buffers[0U], buffers[1U], buffers[2U]};
+  if (g_cameraPreview.generation != prepared) {
+    refusal = g_cameraPreview.PrepareDirect(device, width, height, frameRate, plan);
+    if (refusal != kResultOk) {
+      return refusal;
+    }
+  }
+  LentSlot lent[kSlots];
+  ReadSlots(elements, lent);
+  refusal = CheckLentSlots(lent, plan.bytes);
+  if (refusal != kResultOk) {
+    return refusal;
+  }
+  ReferToArrays(elements);
+  return g_cameraPreview.StartDirect(plan, lent);
+}
+
+Napi::Value LatestDirectFrame(Napi::Env env, int device, std::uint64_t lastSequence) {
+  // No other environment than the lender's can have a view of the arrays: to it there is no frame.
+  DirectFrame frame(g_cameraPreview, device,
+                    IsLender(env) ? lastSequence : std::numeric_limits<std::uint64_t>::max());
+  if (frame.result != kResultOk) {
+    return AnswerWithoutFrame(env, frame.result, frame.sequence, frame.reportsCounters);
+  }
+  const Napi::Value data =
+      ViewOfSlot(env, frame.slot, static_cast<std::size_t>(frame.meta.dataSize));
+  const Napi::Object answer = AnswerWithFrame(env, frame.meta, data, frame.slot);
+  frame.Keep();
   return answer;
 }
 
-/// `cameraPreviewIsDirect()`: false.
+/// `cameraPreviewIsDirect()`: boolean, whether the preview delivers into lent buffers.
 Napi::Value CameraPreviewIsDirect(const Napi::CallbackInfo& info) {
-  return Napi::Boolean::New(info.Env(), false);
+  return Napi::Boolean::New(info.Env(), g_cameraPreview.direct);
 }
 
-/// `cameraPreviewReleaseDirectSlot(deviceIndex, slot, sequence)`: -1, there is no such slot.
+/// `cameraPreviewReleaseDirectSlot(deviceIndex = -1, slot = -1, sequence = 0)`: gives a frame's
+/// buffer back. 0; -1 if there is no such slot; -7 if it does not hold this frame.
 Napi::Value CameraPreviewReleaseDirectSlot(const Napi::CallbackInfo& info) {
-  return Napi::Number::New(info.Env(), kResultNoPreview);
+  const int device = ReadIntArg(info, 0, -1);
+  const int slot = ReadIntArg(info, 1, -1);
+  const std::uint64_t sequence = ReadUint64Arg(info, 2);
+  return Napi::Number::New(info.Env(), g_cameraPreview.ReleaseDirectSlot(device, slot, sequence));
 }
 
-/// `cameraPreviewReleaseAllDirectSlots(deviceIndex)`: always 0.
+/// `cameraPreviewReleaseAllDirectSlots(deviceIndex = -1)`: always 0. Gives all buffers back, also
+/// those with frames that nobody has asked for.
 Napi::Value CameraPreviewReleaseAllDirectSlots(const Napi::CallbackInfo& info) {
+  g_cameraPreview.ReleaseAllDirectSlots(ReadIntArg(info, 0, -1));
   return Napi::Number::New(info.Env(), kResultOk);
+}
+
+/// `cameraGrabEncodedFrame(deviceIndex = -1)`: object with the JPEG that a direct preview decoded
+/// last; "result" 0, or -256 with "data" null where there is none.
+Napi::Value CameraGrabEncodedFrame(const Napi::CallbackInfo& info) {
+  const Napi::Env env = info.Env();
+  const EncodedFrame frame = g_cameraPreview.LatestEncodedFrame(ReadIntArg(info, 0, -1));
+  Napi::Object answer = Napi::Object::New(env);
+  if (!frame.isThere) {
+    answer.Set("result", kResultNotYet);
+    answer.Set("data", env.Null());
+    return answer;
+  }
+  answer.Set("result", kResultOk);
+  SetCount(answer, "sequence", frame.sequence);
+  answer.Set("width", frame.width);
+  answer.Set("height", frame.height);
+  answer.Set("mimeType", "image/jpeg");
+  answer.Set("timestampMs", static_cast<double>(frame.timestampMs));
+  answer.Set("data", Napi::Buffer<std::uint8_t>::Copy(env, frame.data.data(), frame.data.size()));
+  return answer;
 }
 
 }  // namespace ostrel_native

@@ -22,4 +22,11 @@ inline std::int64_t SteadyNs() {
   return std::chrono::duration_cast<nanoseconds>(now).count();
 }
 
+/// Steady clock in the ticks of 100 ns that frames and recordings count in.
+/// Thread: any.
+inline std::int64_t SteadyTicks() {
+  constexpr std::int64_t kNanosecondsPerTick = 100;
+  return SteadyNs() / kNanosecondsPerTick;
+}
+
 }  // namespace ostrel_native

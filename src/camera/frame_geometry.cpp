@@ -144,6 +144,11 @@ CameraPixelFormat CameraBinding::FramePixelFormat(int device, CameraPixelFormat 
   return entry == nullptr ? fallback : static_cast<CameraPixelFormat>(entry(device));
 }
 
+CameraPixelFormat CameraBinding::FramePixelFormat(int device) const {
+  const bool isDirectShow = kind.load(std::memory_order_acquire) == BackendKind::DirectShow;
+  return FramePixelFormat(device, isDirectShow ? CameraPixelFormat::Bgra : CameraPixelFormat::Rgb);
+}
+
 int CameraBinding::PlaneCount(int device) const {
   const auto entry = Entry(nullptr, &CameraBinding::cdshow_frame_plane_count,
                            &CameraBinding::avf_frame_plane_count);

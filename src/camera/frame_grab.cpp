@@ -85,12 +85,11 @@ int PlanReduction(RgbaGrab& grab, int maxWidth, int maxHeight) {
 }  // namespace
 
 FrameGrabPlan PlanFrameGrab(int device) {
-  const bool isBgra = GrabsBgra();
   FrameGrabPlan plan;
+  plan.isBgra = GrabsBgra();
   plan.width = g_camera.FrameWidth(device);
   plan.height = g_camera.FrameHeight(device);
-  plan.bytesPerRow = ByteProduct(plan.width, isBgra ? kFourBytes : kRgbBytes).value_or(-1);
-  plan.pixelFormat = isBgra ? "bgra" : "rgb";
+  plan.bytesPerRow = ByteProduct(plan.width, plan.isBgra ? kFourBytes : kRgbBytes).value_or(-1);
   if (plan.bytesPerRow < 1 || plan.height < 1) {
     return plan;
   }

@@ -15,21 +15,21 @@ struct FrameGrabPlan {
   std::int32_t width = -1;   ///< pixels
   std::int32_t height = -1;  ///< pixels
   std::int32_t bytesPerRow = -1;
-  const char* pixelFormat = "rgb";  ///< a literal, "rgb" or "bgra"
+  bool isBgra = false;  ///< otherwise RGB
   /// 0 if a grab can be tried; -10 if the size is unknown; -11 if the frame exceeds int32.
   int result = kResultNoGeometry;
   std::int32_t size = 0;  ///< bytes of the frame, with a result of 0
 };
 
 /// Asks the backend for the shape of the current frame.
-/// Thread: script.
+/// Thread: any.
 FrameGrabPlan PlanFrameGrab(int device);
 
 /// Grabs the newest frame into `buffer` of `size` bytes, which the caller owns; `size` is that of
 /// the device's plan. Rows are tight, also where the backend's own are longer.
 /// 0; -6 without a backend or an entry; -8 if a grab or a decode failed; the codes of the
 /// conversions; or the backend's code. Sets no last error.
-/// Thread: script.
+/// Thread: any.
 int GrabFrame(int device, std::uint8_t* buffer, std::int32_t size);
 
 /// A grabbed frame that waits to be reduced.

@@ -40,6 +40,13 @@ struct I420Planes {
                     static_cast<std::size_t>(chromaHeight)) {}
 };
 
+bool ReadHeader(tjhandle decompressor, const std::uint8_t* jpeg, std::size_t jpegSize,
+                JpegHeader& header) {
+  return g_turboJpeg.tjDecompressHeader3(decompressor, jpeg, jpegSize, &header.width,
+                                         &header.height, &header.subsampling,
+                                         &header.colourspace) == 0;
+}
+
 int RoundUpToSamplingUnit(int size) {
   return (size + kLargestSamplingUnit - 1) / kLargestSamplingUnit * kLargestSamplingUnit;
 }
@@ -121,7 +128,51 @@ std::int64_t CellEnd(std::int64_t start, std::int64_t nextStart, std::int64_t si
   return nextStart > start ? nextStart : std::min(start + 1, size);
 }
 
+// One row of cells, each of `kColumns` by `kRows` samples: numbers that the compiler knows make a
+// loop that it can vectorize.
+template <int kColumns, int kRows>
+void AverageRow(const std::uint8_t* source, std::ptrdiff_t sourceWidth, std::uint8_t* destination,
+                std::ptrdiff_t cells) {
+  constexpr std::uint32_t kCount = kColumns * kRows;
+  for (std::ptrdiff_t x = 0; x < cells; ++x) {
+    std::uint32_t sum = kCount / 2;
+    for (std::ptrdiff_t row = 0; row < kRows; ++row) {
+      for (std::ptrdiff_t column = 0; column < kColumns; ++column) {
+        sum += source[row * sourceWidth + x * kColumns + column];
+      }
+    }
+    destination[x] = static_cast<std::uint8_t>(sum / kCount);
+  }
+}
+
+struct PlaneSize {
+  std::int64_t width;
+  std::int64_t height;
+};
+
+// Averages the plane if each of its cells is of `kColumns` by `kRows` samples; false if not.
+template <int kColumns, int kRows>
+bool AverageWholeCells(const std::uint8_t* source, const PlaneSize& sourceSize,
+                       std::uint8_t* destination, const PlaneSize& size) {
+  if (sourceSize.width != size.width * kColumns || sourceSize.height != size.height * kRows) {
+    return false;
+  }
+  for (std::int64_t y = 0; y < size.height; ++y) {
+    AverageRow<kColumns, kRows>(source, sourceSize.width, destination, size.width);
+    source += sourceSize.width * kRows;
+    destination += size.width;
+  }
+  return true;
+}
+
 }  // namespace
+
+bool IsJpegOfSize(tjhandle decompressor, const std::uint8_t* jpeg, std::size_t jpegSize, int width,
+                  int height) {
+  JpegHeader header;
+  return ReadHeader(decompressor, jpeg, jpegSize, header) && header.width == width &&
+         header.height == height;
+}
 
 bool DecodeJpegToRgb(tjhandle decompressor, const std::uint8_t* jpeg, std::size_t jpegSize,
                      std::uint8_t* destination, int width, int height) {
@@ -137,8 +188,7 @@ bool DecodeJpegToI420(tjhandle decompressor, const std::uint8_t* jpeg, std::size
                       std::uint8_t* destination, std::size_t capacity, int width, int height,
                       std::vector<std::uint8_t>& scratch) {
   JpegHeader header;
-  if (g_turboJpeg.tjDecompressHeader3(decompressor, jpeg, jpegSize, &header.width, &header.height,
-                                      &header.subsampling, &header.colourspace) != 0) {
+  if (!ReadHeader(decompressor, jpeg, jpegSize, header)) {
     return false;
   }
   if (header.width != width || header.height != height || width < 1 || height < 1 ||
@@ -159,6 +209,14 @@ bool DecodeJpegToI420(tjhandle decompressor, const std::uint8_t* jpeg, std::size
 void TurboJpegRuntime::ResamplePlane(const std::uint8_t* source, int sourceWidth, int sourceHeight,
                                      std::uint8_t* destination, int destinationWidth,
                                      int destinationHeight) {
+  // The chroma of 4:2:2, 4:4:4 and 4:4:0, on its way to that of 4:2:0.
+  const PlaneSize from = {sourceWidth, sourceHeight};
+  const PlaneSize to = {destinationWidth, destinationHeight};
+  if (AverageWholeCells<1, 2>(source, from, destination, to) ||
+      AverageWholeCells<2, 2>(source, from, destination, to) ||
+      AverageWholeCells<2, 1>(source, from, destination, to)) {
+    return;
+  }
   for (std::int64_t y = 0; y < destinationHeight; ++y) {
     const std::int64_t y0 = CellStart(y, sourceHeight, destinationHeight);
     const std::int64_t y1 =

@@ -12,6 +12,11 @@
 
 namespace ostrel_native {
 
+/// Whether the data begins like a JPEG of this size.
+/// Thread: any.
+bool IsJpegOfSize(tjhandle decompressor, const std::uint8_t* jpeg, std::size_t jpegSize, int width,
+                  int height);
+
 /// Decodes to packed RGB, 3 * `width` bytes a row, into `destination` of 3 * `width` * `height`
 /// bytes. A picture of another size is scaled to fit within it; what it leaves free is zero.
 /// False for data that is not a whole JPEG or cannot be scaled to fit; `destination` is then

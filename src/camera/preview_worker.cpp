@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <cstring>
 #include <iterator>
 #include <vector>
@@ -11,6 +10,7 @@
 #include "camera/camera_binding.h"
 #include "camera/camera_preview.h"
 #include "camera/frame_clock.h"
+#include "camera/frame_rates.h"
 #include "camera/pixel_rows.h"
 #include "camera/preview_plan.h"
 
@@ -19,10 +19,6 @@ namespace ostrel_native {
 namespace {
 
 constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
-constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
-constexpr std::int64_t kNanosecondsPerTick = 100;
-constexpr std::int64_t kQualityPeriodNs = 500'000'000;
-constexpr std::int64_t kRatePeriodNs = 1'000'000'000;
 
 void SleepUntil(std::int64_t steadyNs) {
   timespec deadline{};
@@ -52,16 +48,14 @@ struct PreviewWorker {
   PreviewPlan plan = {};
   std::vector<std::uint8_t> sourceScratch = {};
   std::vector<std::uint8_t> qualityScratch = {};
-  bool hasQuality = false;
-  std::int64_t lastQualityNs = 0;
+  QualityClock qualityClock = {};
   std::int64_t ratePeriodStart = tick;
   std::uint32_t rateFrames = 0;
 
-  bool IsStale() const { return !producer.running || producer.generation != generation; }
+  bool IsStale() const { return producer.IsStale(generation); }
 
   CycleEnd Drop(int result) {
-    ++producer.droppedFrames;
-    producer.lastResult = result;
+    producer.CountDrop(result);
     return CycleEnd::Pace;
   }
 
@@ -73,7 +67,7 @@ struct PreviewWorker {
   int ChooseWriteBuffer() const;
   int Grab(std::uint8_t* buffer) const;
   void RefreshQuality(const std::uint8_t* grabbed);
-  bool CopyQuality(const std::uint8_t* grabbed);
+  void CopyQuality(const std::uint8_t* grabbed);
   bool GrabQuality();
   void Convert(std::uint8_t* out) const;
   CycleEnd Publish(int index);
@@ -81,20 +75,8 @@ struct PreviewWorker {
   void Pace();
 };
 
-// A backend without a pixel format entry delivers its platform's usual layout.
-CameraPixelFormat SourceFormat(int device) {
-  switch (g_camera.kind.load(std::memory_order_acquire)) {
-    case BackendKind::DirectShow:
-      return g_camera.FramePixelFormat(device, CameraPixelFormat::Bgra);
-    case BackendKind::AvFoundation:
-      return g_camera.FramePixelFormat(device, CameraPixelFormat::Rgb);
-    default:
-      return CameraPixelFormat::Rgb;
-  }
-}
-
 void PreviewWorker::Run() {
-  layout = DescribeSource(SourceFormat(device));
+  layout = DescribeSource(g_camera.FramePixelFormat(device));
   while (!IsStale()) {
     CycleEnd end = CycleEnd::Pace;
     try {
@@ -241,27 +223,25 @@ int PreviewWorker::Grab(std::uint8_t* buffer) const {
 
 void PreviewWorker::RefreshQuality(const std::uint8_t* grabbed) {
   const std::int64_t now = SteadyNs();
-  if (hasQuality && now - lastQualityNs < kQualityPeriodNs) {
+  if (!qualityClock.IsDue(now)) {
     return;
   }
   const std::lock_guard<std::mutex> lock(producer.qualityMutex);
-  if (!(layout.native ? GrabQuality() : CopyQuality(grabbed))) {
+  if (layout.native && !GrabQuality()) {
     return;
   }
-  ++producer.qualitySequence;
-  producer.qualityWidth = plan.source.width;
-  producer.qualityHeight = plan.source.height;
-  producer.qualityDataSize = static_cast<std::int32_t>(producer.qualityBuffer.size());
-  producer.qualityTimestampMs = WallClockMs();
-  hasQuality = true;
-  lastQualityNs = now;
+  if (!layout.native) {
+    CopyQuality(grabbed);
+  }
+  const bool isBgra = !layout.native && layout.format == CameraPixelFormat::Bgra;
+  producer.DescribeQuality(plan.source.width, plan.source.height, isBgra, WallClockMs());
+  qualityClock.Taken(now);
 }
 
 // Takes the picture from the frame that was grabbed, its rows tight.
-bool PreviewWorker::CopyQuality(const std::uint8_t* grabbed) {
-  const bool isBgra = layout.format == CameraPixelFormat::Bgra;
+void PreviewWorker::CopyQuality(const std::uint8_t* grabbed) {
   const auto rowBytes =
-      static_cast<std::size_t>(plan.source.width) * static_cast<std::size_t>(isBgra ? 4 : 3);
+      static_cast<std::size_t>(plan.source.width) * static_cast<std::size_t>(layout.bytesPerPixel);
   const auto stride = static_cast<std::size_t>(plan.source.bytesPerRow);
   const auto rows = static_cast<std::size_t>(plan.source.height);
   producer.qualityBuffer.resize(rowBytes * rows);
@@ -273,9 +253,6 @@ bool PreviewWorker::CopyQuality(const std::uint8_t* grabbed) {
       std::memcpy(out + row * rowBytes, grabbed + row * stride, rowBytes);
     }
   }
-  producer.qualityBytesPerRow = static_cast<std::int32_t>(rowBytes);
-  producer.qualityIsBgra = isBgra;
-  return true;
 }
 
 // A native frame is no picture to save, so another one is grabbed as RGB.
@@ -296,8 +273,6 @@ bool PreviewWorker::GrabQuality() {
     return false;
   }
   producer.qualityBuffer.swap(qualityScratch);
-  producer.qualityBytesPerRow = *rowBytes;
-  producer.qualityIsBgra = false;
   return true;
 }
 
@@ -329,7 +304,7 @@ CycleEnd PreviewWorker::Publish(int index) {
   meta.sourceHeight = plan.source.height;
   meta.sourceBytesPerRow = plan.source.bytesPerRow;
   meta.timestampMs = WallClockMs();
-  meta.monotonicTicks = SteadyNs() / kNanosecondsPerTick;
+  meta.monotonicTicks = SteadyTicks();
   meta.pixelFormat = plan.pixelFormat;
   meta.planeCount = plan.planeCount;
   std::copy(std::begin(plan.planeOffsets), std::end(plan.planeOffsets), meta.planeOffsets);
@@ -349,9 +324,7 @@ void PreviewWorker::CountRate() {
   if (elapsed < kRatePeriodNs) {
     return;
   }
-  const std::int64_t elapsedMs = elapsed / kNanosecondsPerMillisecond;
-  const double tenths = rateFrames * 10000.0 / static_cast<double>(elapsedMs);
-  producer.producerFpsTenths = std::max(static_cast<int>(std::lround(tenths)), 0);
+  producer.producerFpsTenths = FpsTenths(rateFrames, elapsed);
   ratePeriodStart = now;
   rateFrames = 0;
 }

@@ -13,6 +13,10 @@ namespace {
 static_assert(std::atomic<double>::is_always_lock_free);
 static_assert(std::atomic<std::int64_t>::is_always_lock_free);
 
+constinit CoalescedKey g_amrKey = {"amr"};
+constinit CoalescedKey g_fovKey = {"fov"};
+constinit CoalescedKey g_microtouchKey = {"microtouch"};
+
 std::optional<double> Served(const std::atomic<double>& value,
                              const std::atomic<std::int64_t>& stampMs) {
   const std::int64_t stamp = stampMs;
@@ -108,7 +112,7 @@ std::optional<double> PollDinoAmr(std::int32_t deviceIndex) {
   } else {
     amr = Served(g_dinoCachedAmr, g_dinoCachedAmrAtMs);
   }
-  g_dinoLiteExecutor.PostCoalesced("amr", RefreshAmrOnOwnerThread);
+  g_dinoLiteExecutor.PostCoalesced(g_amrKey, RefreshAmrOnOwnerThread);
   return amr;
 }
 
@@ -121,13 +125,14 @@ std::optional<double> PollDinoFov(double amr, std::int32_t selector) {
     fov = Served(g_dinoCachedFov, g_dinoCachedFovAtMs);
   }
   const std::int32_t known = std::max(selector, 0);
-  g_dinoLiteExecutor.PostCoalesced("fov", [amr, known] { RefreshFovOnOwnerThread(amr, known); });
+  g_dinoLiteExecutor.PostCoalesced(g_fovKey, [amr, known] { RefreshFovOnOwnerThread(amr, known); });
   return fov;
 }
 
 bool PollDinoMicrotouch() {
-  const bool pressed = g_dinoCachedMicrotouch.exchange(false);
-  g_dinoLiteExecutor.PostCoalesced("microtouch", LatchMicrotouchOnOwnerThread);
+  // Most polls find nothing; looking is cheaper than exchanging.
+  const bool pressed = g_dinoCachedMicrotouch && g_dinoCachedMicrotouch.exchange(false);
+  g_dinoLiteExecutor.PostCoalesced(g_microtouchKey, LatchMicrotouchOnOwnerThread);
   return pressed;
 }
 

@@ -11,6 +11,8 @@ static_assert(std::atomic<std::int64_t>::is_always_lock_free);
 static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
 static_assert(std::atomic<float>::is_always_lock_free);
 
+constinit CoalescedKey g_telemetryKey = {"telemetry"};
+
 bool IsTelemetryFresh() {
   return IsFreshNow(g_ostrelCachedTelemetryAtMs);
 }
@@ -80,7 +82,7 @@ void ReadAllButTheButton() {
 }  // namespace
 
 void ScheduleOstrelTelemetry() {
-  g_ostrelExecutor.PostCoalesced("telemetry", RunOstrelTelemetryPassOnOwnerThread);
+  g_ostrelExecutor.PostCoalesced(g_telemetryKey, RunOstrelTelemetryPassOnOwnerThread);
 }
 
 void RunOstrelTelemetryPassOnOwnerThread() {
@@ -182,7 +184,8 @@ OstrelLensGroup PollOstrelLensGroup() {
 }
 
 bool PollOstrelCapturePressed() {
-  const bool pressed = g_ostrelCachedCapturePressed.exchange(false);
+  // Most polls find nothing; looking is cheaper than exchanging.
+  const bool pressed = g_ostrelCachedCapturePressed && g_ostrelCachedCapturePressed.exchange(false);
   ScheduleOstrelTelemetry();
   return pressed;
 }

@@ -173,7 +173,7 @@ bool ConvertFrameToNv12PlanarWith(const Nv12Rows& rows, const Frame& frame, unsi
 
 bool ConvertFrameToNv12Planar(const Frame& frame, unsigned char* y, int yStride, unsigned char* uv,
                               int uvStride) {
-  const Nv12Rows& rows = __builtin_cpu_supports("ssse3") ? kNv12RowsSsse3 : kNv12RowsPlain;
+  const Nv12Rows& rows = __builtin_cpu_supports("sse4.1") ? kNv12RowsSse41 : kNv12RowsPlain;
   return ConvertFrameToNv12PlanarWith(rows, frame, y, yStride, uv, uvStride);
 }
 

@@ -32,8 +32,8 @@ struct Nv12Rows {
 /// For every x86-64 processor.
 extern const Nv12Rows kNv12RowsPlain;
 
-/// For processors with SSSE3 only.
-extern const Nv12Rows kNv12RowsSsse3;
+/// For processors with SSE4.1 only.
+extern const Nv12Rows kNv12RowsSse41;
 
 /// `ConvertFrameToNv12Planar` with the row functions given; rows below their `minWidth` take the
 /// plain form.

@@ -65,20 +65,31 @@ bool VendorSdkExecutor::Enqueue(std::function<void()> task) {
 }
 
 void VendorSdkExecutor::PostCoalesced(const std::string& key, std::function<void()> task) {
+  Post(key, std::move(task), nullptr);
+}
+
+void VendorSdkExecutor::Post(const std::string& key, std::function<void()> task,
+                             std::atomic<bool>* inFlight) {
   const std::lock_guard lock(mutex);
   if (stopping || coalescedKeys.contains(key)) {
     return;
   }
-  queue.emplace_back([this, key, task = std::move(task)] {
+  queue.emplace_back([this, key, task = std::move(task), inFlight] {
     RunQuietly(task);
     const std::lock_guard keyLock(mutex);
     coalescedKeys.erase(key);
+    if (inFlight != nullptr) {
+      *inFlight = false;
+    }
   });
   try {
     coalescedKeys.insert(key);
   } catch (...) {
     queue.pop_back();
     throw;
+  }
+  if (inFlight != nullptr) {
+    *inFlight = true;
   }
   wake.notify_one();
 }

@@ -28,6 +28,13 @@
 
 namespace ostrel_native {
 
+/// A key of `PostCoalesced` for those who post all the time, of one executor only: while a task of
+/// this key is in flight, another post costs the look at a flag. Outlives the executor.
+struct CoalescedKey {
+  const char* name;
+  std::atomic<bool> inFlight{false};  ///< queued or running; written under the executor's mutex
+};
+
 /// Guarantees: tasks run in the order of their arrival and never overlap; what was queued before
 /// the destruction begins still runs; what a task captured dies on the owner thread before the
 /// next wait, unless a caller of `Invoke` still holds it. Exceptions of tasks never reach the
@@ -51,6 +58,15 @@ struct VendorSdkExecutor {
   /// shutting down, it is dropped without a word. Never waits for a task.
   /// Thread: any.
   void PostCoalesced(const std::string& key, std::function<void()> task);
+
+  /// The same for a key whose posts are many.
+  /// Thread: any.
+  template <typename F>
+  void PostCoalesced(CoalescedKey& key, F&& task) {
+    if (!key.inFlight) {
+      Post(key.name, std::forward<F>(task), &key.inFlight);
+    }
+  }
 
   /// Runs `fn` on the owner thread and waits for its result, at most for `timeout`.
   /// Empty, with the last error set, after a time-out, after an exception of `fn`, and, without
@@ -76,6 +92,10 @@ struct VendorSdkExecutor {
 
   /// The owner thread's loop; nobody else calls it.
   void Run();
+
+  /// What both forms of `PostCoalesced` do. `inFlight`, unless null, is true for as long as the key
+  /// is in `coalescedKeys`.
+  void Post(const std::string& key, std::function<void()> task, std::atomic<bool>* inFlight);
 
   /// The texts that go to the last error; no member is touched, so a caller that wakes late may
   /// outlive the executor.

@@ -1,4 +1,4 @@
-// docs/errors.md: every text of the sources is in it, and every text in it is one of the sources.
+// docs/errors.md: every text of the sources, the loader and the kit is in it, and no other.
 
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
@@ -7,6 +7,7 @@ import { describe, it } from 'node:test';
 
 import { sourceFiles } from '../../scripts/lib/source-files.js';
 import { root } from './support/packed.js';
+import { errorTextsOf } from './support/script-errors.js';
 
 const catalogue = fs.readFileSync(path.join(root, 'docs', 'errors.md'), 'utf8');
 const loader = fs.readFileSync(path.join(root, 'lib', 'load-native.cjs'), 'utf8');
@@ -37,10 +38,11 @@ const literals = [...new Set(files.flatMap((file) => cppLiterals(fs.readFileSync
 // What is said to people has words; names of symbols, files and keys are one, as is one token.
 const isWords = (literal) => /[A-Za-z]{2}.* |^ .*[A-Za-z]{2}/.test(literal) || literal === 'LOCK_FILE_EXISTS';
 
-/** The texts of the catalogue's tables, as { pieces: [what stands between the placeholders] }. */
-const rows = [...catalogue.matchAll(/^\| `(?!OSTREL_)([^`]+)` \|/gm)].map(([, text]) => ({
-  text, pieces: text.split(/<[^>]+>/).filter((piece) => piece !== ''),
-}));
+const [nativeHalf, kitHalf] = catalogue.split(/^## The kit$/m);
+
+/** The texts in the tables of a part of the catalogue, codes of the loader aside. */
+const textsIn = (part) => [...part.matchAll(/^\| (?:`(?!OSTREL_)([^`]+)`|`` (.+?) ``) \|/gm)].map(([, plain, quoted]) => plain ?? quoted);
+const rows = textsIn(nativeHalf).map((text) => ({ text, pieces: text.split(/<[^>]+>/).filter((piece) => piece !== '') }));
 const loaderRows = [...catalogue.matchAll(/^\| `(OSTREL_[A-Z_]+)` \| `([^`]+)` \|/gm)]
   .map(([, code, text]) => ({ code, text }));
 const said = ['error <number>'];
@@ -73,7 +75,7 @@ describe('the catalogue of errors', () => {
   });
 
   it('has each text once', () => {
-    const texts = rows.map(({ text }) => text);
+    const texts = textsIn(catalogue);
     assert.deepEqual(texts.filter((text, index) => texts.indexOf(text) !== index), []);
   });
 
@@ -82,6 +84,13 @@ describe('the catalogue of errors', () => {
     const cells = (line) => line.slice(1, -1).split(' | ').map((cell) => cell.trim());
     assert.deepEqual(lines.filter((line) => cells(line).some((cell) => cell.length < 5)), []);
     assert.deepEqual(lines.filter((line) => cells(line).length !== (line.startsWith('| `OSTREL_') ? 4 : 3)), []);
+  });
+
+  it('has every text of the kit, and no other', () => {
+    const made = new Set(sourceFiles(['kit/*.js']).flatMap(errorTextsOf));
+    // A size that is refused begins in one place and goes on in two.
+    const told = textsIn(kitHalf).map((text) => text.replace(/^The preview is .*?, and /, '<>, and ').replace(/<[^>]+>/g, '<>'));
+    assert.deepEqual(told.sort(), [...made].sort());
   });
 
   it("has every code of the package's loader with its words, and no other", () => {

@@ -2,9 +2,10 @@
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
+import fs from 'node:fs';
 import { describe, it } from 'node:test';
 
-import { addonPath, loadAddon, skipUnderSanitizer, toolEnvironment } from './support/environment.js';
+import { addonPath, loadAddon, skipUnderSanitizer, testingAddonPath, toolEnvironment } from './support/environment.js';
 
 const functions = [
   'getLastError',
@@ -214,5 +215,21 @@ describe('the built file', () => {
 
   it('stays loaded until the process ends', () => {
     assert.match(dynamicSection('FLAGS_1').join(' '), /\bNODELETE\b/);
+  });
+});
+
+describe('the test build', () => {
+  it('holds what ships, and `testing` behind it', () => {
+    assert.deepEqual(Reflect.ownKeys(loadAddon(testingAddonPath)), [...Reflect.ownKeys(loadAddon()), 'testing']);
+  });
+
+  it('is not in the file that ships', () => {
+    const names = [...Object.keys(loadAddon(testingAddonPath).testing), 'testing', 'fake_control'];
+    const lacking = (file) => {
+      const bytes = fs.readFileSync(file);
+      return names.filter((name) => !bytes.includes(`${name}\0`));
+    };
+    assert.deepEqual(lacking(testingAddonPath), []);
+    assert.deepEqual(lacking(addonPath), names);
   });
 });

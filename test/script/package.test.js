@@ -95,6 +95,11 @@ describe('the packed tarball', {
         });
       });
 
+      it('gives the kit', async () => {
+        const text = await outputAsUser(node, ['kit.mjs', simulatorPath], { cwd: user });
+        assert.deepEqual(JSON.parse(text), { width: 320, height: 240, isRising: true });
+      });
+
       it('runs the doctor, and with it the kit', async () => {
         const doctor = path.join('node_modules', '.bin', 'ostrel-doctor');
         const text = await outputAsUser(node, [doctor, '--json', '--camera', simulatorPath, '--need', 'camera'], { cwd: user });
@@ -118,8 +123,21 @@ describe('the packed tarball', {
     });
     const program = programOf(files, { from: root });
     assert.deepEqual(findings(program), []);
-    const declared = program.getSourceFiles().map(({ fileName }) => fileName).filter((file) => /ostrel-native\/index\.d\./.test(file));
+    const declared = program.getSourceFiles().map(({ fileName }) => fileName)
+      .filter((file) => /ostrel-native\/index\.d\./.test(file));
     assert.deepEqual(declared.sort(), ['index.d.cts', 'index.d.ts'].map((file) => path.join(packageFolder, file)));
+  });
+
+  it("brings the doctor's command, which finds the package's own binary and its empty FFmpeg slot", async () => {
+    const command = path.join(user, 'node_modules', '.bin', 'ostrel-doctor');
+    const { code, stdout, stderr } =
+      await runAsUser(command, ['--json', '--camera', simulatorPath, '--need', 'camera'], { cwd: user });
+    assert.deepEqual({ code, stderr }, { code: 0, stderr: '' });
+    const { ok, findings: found } = JSON.parse(stdout);
+    assert.equal(ok, true);
+    const folder = fs.realpathSync(packageFolder);
+    assert.equal(found.find(({ text }) => text.endsWith('.node')).text, binaryOf(folder));
+    assert.ok(found.some(({ text }) => text.includes(path.join(folder, 'natives', 'x64'))), stdout);
   });
 
   it('tells a missing binary, naming where it looked', async () => {

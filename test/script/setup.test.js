@@ -8,10 +8,11 @@ import { describe, it } from 'node:test';
 
 import { needsConfigure, parseCache } from '../../scripts/lib/build.js';
 import { isGeneration } from '../../scripts/lib/ffmpeg.js';
-import { isStale } from '../../scripts/lib/npm-packages.js';
+import { isStale, provideNodeVersions } from '../../scripts/lib/npm-packages.js';
 import { commandLine } from '../../scripts/lib/output.js';
 import { missingPackages, missingSentence } from '../../scripts/lib/packages.js';
 import { findProgram } from '../../scripts/lib/processes.js';
+import { makeTemporaryDirectory } from './support/temporary.js';
 
 function systemWith({ installed = [], programs = [], headers = [], libraries = [] }) {
   return {
@@ -21,6 +22,40 @@ function systemWith({ installed = [], programs = [], headers = [], libraries = [
     hasLibrary: (name) => libraries.includes(name),
   };
 }
+
+describe('the Node.js releases', () => {
+  const folder = 'node_modules/node-x';
+  const installed = { [folder]: { version: '1.0.0' } };
+
+  /** What the step tells where npm is a shell script of these lines. */
+  async function toldWith(...lines) {
+    const directory = makeTemporaryDirectory();
+    fs.writeFileSync(path.join(directory, 'package-lock.json'), JSON.stringify({ packages: { '': {}, ...installed } }));
+    fs.writeFileSync(path.join(directory, 'npm'), ['#!/bin/sh', `cd '${directory}'`, ...lines, ''].join('\n'), { mode: 0o755 });
+    const { PATH } = process.env;
+    process.env.PATH = `${directory}${path.delimiter}${PATH}`;
+    const told = [];
+    const step = { during: (_, work) => work, done: (text) => told.push(text) };
+    try {
+      await provideNodeVersions(step, directory);
+      await provideNodeVersions(step, directory);
+    } finally {
+      process.env.PATH = PATH;
+    }
+    return told;
+  }
+
+  it('are fetched once', async () => {
+    assert.deepEqual(await toldWith(`mkdir -p ${folder}`, `echo '{}' > ${folder}/package.json`,
+      `echo '${JSON.stringify({ packages: installed })}' > node_modules/.package-lock.json`), ['installed', 'here']);
+  });
+
+  it('are told in one sentence where they cannot be fetched, and stop nothing', async () => {
+    const sentence = "not here, their tests are skipped: check the network and npm's registry setting, " +
+      `then run "${commandLine()}" again.`;
+    assert.deepEqual(await toldWith('exit 1'), [sentence, sentence]);
+  });
+});
 
 describe('missing packages', () => {
   it('are all of a group on an empty system, in the order of the table', () => {

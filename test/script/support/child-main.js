@@ -4,9 +4,11 @@ import fs from 'node:fs';
 import v8 from 'node:v8';
 
 import * as camera from './fake-camera.js';
+import * as directBackend from './direct-backend.js';
 import * as dinoLite from './fake-dino-lite.js';
 import * as environment from './environment.js';
 import * as everyFunction from './every-function.js';
+import * as fakeLibrary from './fake-library.js';
 import * as hang from './hang.js';
 import * as kit from '../../../kit/index.js';
 import * as oddValues from './odd-values.js';
@@ -19,9 +21,11 @@ const resultFd = 4;
 /** What `body` gets as its first argument. The addon is loaded when it is first asked for. */
 const context = {
   ...camera,
+  ...directBackend,
   ...dinoLite,
   ...environment,
   ...everyFunction,
+  ...fakeLibrary,
   ...hang,
   ...oddValues,
   ...ostrel,

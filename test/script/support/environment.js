@@ -12,6 +12,9 @@ const buildDirectory = process.env.OSTREL_TEST_BUILD_DIR ?? path.join(root, 'bui
 export const addonPath =
   path.resolve(process.env.OSTREL_TEST_ADDON ?? path.join(root, 'build', 'Release', 'ostrel_native.node'));
 
+/** The test build of the addon, whose exports also hold `testing`; see direct_backend_exports.cpp. */
+export const testingAddonPath = path.resolve(buildDirectory, 'testing', 'Release', 'ostrel_native_testing.node');
+
 /** The simulated camera of the same build. */
 export const simulatorPath = path.join(path.dirname(addonPath), 'simulator', 'libcnokhwa.so');
 
@@ -38,7 +41,7 @@ export const untidyEnvironment = { ASAN_OPTIONS: `${process.env.ASAN_OPTIONS ?? 
 /** For programs that aren't instrumented: a sanitizer's run-time library has nothing to do there. */
 export const toolEnvironment = { ...process.env, LD_PRELOAD: '' };
 
-export const loadAddon = () => createRequire(import.meta.url)(addonPath);
+export const loadAddon = (file = addonPath) => createRequire(import.meta.url)(file);
 
 // The place of FFmpeg behind the addon's own directory is right for the release build alone.
 // Children inherit the variable.

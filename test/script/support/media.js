@@ -40,11 +40,16 @@ export function decodingComplaints(file) {
   return stderr.toString() + (status === 0 ? '' : `exit code ${status}`);
 }
 
-/** The brightness planes of all pictures, one after the other. */
-export function decodeGrey(file) {
-  const args = ['-nostdin', '-v', 'error', '-i', file, '-vsync', '0', '-f', 'rawvideo', '-pix_fmt', 'gray', '-'];
+function decode(file, pixels) {
+  const args = ['-nostdin', '-v', 'error', '-i', file, '-vsync', '0', '-f', 'rawvideo', '-pix_fmt', pixels, '-'];
   return runTool('ffmpeg', args).stdout;
 }
+
+/** The brightness planes of all pictures, one after the other. */
+export const decodeGrey = (file) => decode(file, 'gray');
+
+/** All pictures as they are in the file, one after the other, each its planes Y, U and V. */
+export const decodeYuv = (file) => decode(file, 'yuv420p');
 
 /** The types of the boxes that an MP4 file consists of, in order. */
 export function topBoxes(file) {

@@ -9,6 +9,8 @@ export const root = fileURLToPath(new URL('../../..', import.meta.url));
 
 const versionsDirectory = path.join(root, 'test', 'node-versions');
 const longestMs = 60_000;
+// Packing builds the release first where a file of its sources has changed.
+const longestPackMs = 600_000;
 
 /** The Node.js releases to try: [{ name, node }]; `node` is null where the set-up could not fetch it. */
 export function nodeReleases() {
@@ -24,9 +26,9 @@ const userEnvironment = () =>
   Object.fromEntries(Object.entries(process.env).filter(([name]) => !/^(npm_|NODE_|OSTREL_|INIT_CWD$)/.test(name)));
 
 /** Runs a program as a user would; gives { stdout, stderr, code }. */
-export function runAsUser(command, args, { cwd, env = {} } = {}) {
+export function runAsUser(command, args, { cwd, timeout = longestMs } = {}) {
   const child = spawn(command, args, {
-    cwd, env: { ...userEnvironment(), ...env }, stdio: ['ignore', 'pipe', 'pipe'], timeout: longestMs, killSignal: 'SIGKILL',
+    cwd, env: userEnvironment(), stdio: ['ignore', 'pipe', 'pipe'], timeout, killSignal: 'SIGKILL',
   });
   const output = { stdout: '', stderr: '' };
   for (const name of Object.keys(output)) {
@@ -49,7 +51,7 @@ export async function outputAsUser(command, args, options) {
 
 /** Packs the package into `directory` and gives the path of the tarball. */
 export async function pack(directory) {
-  await outputAsUser('npm', ['pack', '--pack-destination', directory], { cwd: root });
+  await outputAsUser('npm', ['pack', '--pack-destination', directory], { cwd: root, timeout: longestPackMs });
   const [tarball] = fs.readdirSync(directory).filter((name) => name.endsWith('.tgz'));
   return path.join(directory, tarball);
 }

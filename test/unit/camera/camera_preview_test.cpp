@@ -7,7 +7,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <limits>
 #include <new>
 #include <stdexcept>
@@ -17,6 +16,7 @@
 #include "camera/camera_binding.h"
 #include "recording/video_recorder.h"
 #include "unit/support/eventually.h"
+#include "unit/support/hammer_seconds.h"
 #include "unit/support/scripted_camera.h"
 
 namespace ostrel_native {
@@ -217,12 +217,6 @@ TEST_F(CameraPreviewTest, JoinsItsWorkerWhenItIsDestroyed) {
   EXPECT_EQ(TheCamera().grabs, grabs);
 }
 
-// Seconds that the buffers are hammered; the sanitizer runs make it a minute.
-int HammerSeconds() {
-  const char* const seconds = std::getenv("OSTREL_TEST_HAMMER_SECONDS");
-  return seconds == nullptr ? 2 : std::atoi(seconds);
-}
-
 TEST_F(CameraPreviewTest, NeverTearsAFrameUnderAReaderThatPollsAsFastAsItCan) {
   // Every byte of a frame is its number, so a byte of another frame shows.
   static std::atomic<std::uint32_t> frameNumber;
@@ -245,7 +239,7 @@ TEST_F(CameraPreviewTest, NeverTearsAFrameUnderAReaderThatPollsAsFastAsItCan) {
   producer.worker = std::thread(&CameraPreviewProducer::RunLoop, &producer, 0, 0, 64, 48, 0,
                                 producer.bufferBytes);
 
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(HammerSeconds());
+  const auto end = std::chrono::steady_clock::now() + HammerSeconds();
   std::vector<std::uint8_t> copy(producer.bufferBytes);
   std::uint64_t last = 0;
   std::uint64_t frames = 0;

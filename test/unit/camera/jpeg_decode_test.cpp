@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <string>
 #include <vector>
 
@@ -406,6 +407,18 @@ TEST(ResamplePlane, AgreesWithItsDefinitionForAllSmallSizes) {
               << sourceWidth << " " << sourceHeight << " " << width << " " << height;
         }
       }
+    }
+  }
+}
+
+TEST(ResamplePlane, AgreesWithItsDefinitionForWholeCellsOfAnyWidth) {
+  for (int width = 1; width <= 70; ++width) {
+    for (const auto [columns, rows] : {std::array{1, 2}, {2, 2}, {2, 1}}) {
+      Bytes source = SamplePicture(width * columns, 3 * rows);
+      source.resize(static_cast<std::size_t>(width * columns * 3 * rows));
+      ASSERT_EQ(Resample(source, width * columns, 3 * rows, width, 3),
+                ResampleByDefinition(source, width * columns, 3 * rows, width, 3))
+          << width << " " << columns << " " << rows;
     }
   }
 }

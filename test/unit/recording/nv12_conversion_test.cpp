@@ -314,9 +314,9 @@ bool ConvertPlain(const Frame& frame, unsigned char* y, int yStride, unsigned ch
   return ConvertFrameToNv12PlanarWith(kNv12RowsPlain, frame, y, yStride, uv, uvStride);
 }
 
-bool ConvertSsse3(const Frame& frame, unsigned char* y, int yStride, unsigned char* uv,
+bool ConvertSse41(const Frame& frame, unsigned char* y, int yStride, unsigned char* uv,
                   int uvStride) {
-  return ConvertFrameToNv12PlanarWith(kNv12RowsSsse3, frame, y, yStride, uv, uvStride);
+  return ConvertFrameToNv12PlanarWith(kNv12RowsSse41, frame, y, yStride, uv, uvStride);
 }
 
 struct Form {
@@ -326,8 +326,8 @@ struct Form {
 
 struct Nv12ConversionOf : testing::TestWithParam<Form> {
   void SetUp() override {
-    if (GetParam().convert == ConvertSsse3 && !__builtin_cpu_supports("ssse3")) {
-      GTEST_SKIP() << "this processor has no SSSE3";
+    if (GetParam().convert == ConvertSse41 && !__builtin_cpu_supports("sse4.1")) {
+      GTEST_SKIP() << "this processor has no SSE4.1";
     }
   }
 
@@ -422,7 +422,7 @@ TEST_P(Nv12ConversionOf, FramesWithOneWrongNumberAreJudgedAsByTheReference) {
 
 INSTANTIATE_TEST_SUITE_P(Forms, Nv12ConversionOf,
                          testing::Values(Form{"Chosen", ConvertFrameToNv12Planar},
-                                         Form{"Plain", ConvertPlain}, Form{"Ssse3", ConvertSsse3}),
+                                         Form{"Plain", ConvertPlain}, Form{"Sse41", ConvertSse41}),
                          [](const auto& form) { return std::string(form.param.name); });
 
 }  // namespace

@@ -39,15 +39,15 @@ constexpr PackedLayout kLayouts[] = {
 struct Form {
   const char* name;
   const Nv12Rows* rows;
-  bool needsSsse3;
+  bool needsSse41;
 };
 
-constexpr Form kForms[] = {{"Plain", &kNv12RowsPlain, false}, {"Ssse3", &kNv12RowsSsse3, true}};
+constexpr Form kForms[] = {{"Plain", &kNv12RowsPlain, false}, {"Sse41", &kNv12RowsSse41, true}};
 
 struct Nv12RowsOf : testing::TestWithParam<Form> {
   void SetUp() override {
-    if (GetParam().needsSsse3 && !__builtin_cpu_supports("ssse3")) {
-      GTEST_SKIP() << "this processor has no SSSE3";
+    if (GetParam().needsSse41 && !__builtin_cpu_supports("sse4.1")) {
+      GTEST_SKIP() << "this processor has no SSE4.1";
     }
   }
 

@@ -65,6 +65,33 @@ TEST(Control, PressesTheButton) {
   EXPECT_FALSE(microscope.TakePress());
 }
 
+TEST(Control, SpoilsADeviceAndMendsIt) {
+  ControlledInstrument two(2);
+  Faults& faults = two.instrument.devices[1]->microscope.faults;
+  EXPECT_EQ(two.Run("device 1 freeze 1"), kOkText);
+  EXPECT_EQ(two.Run("device 1 refuse 1"), kOkText);
+  EXPECT_EQ(two.Run("device 1 slow 10000"), kOkText);
+  EXPECT_EQ(two.Run("device 1 hang camera"), kOkText);
+  EXPECT_TRUE(faults.freezes);
+  EXPECT_TRUE(faults.refuses);
+  EXPECT_EQ(faults.slowMs, 10000);
+  EXPECT_EQ(faults.hanging, DevicePart::Camera);
+  const Faults& others = two.instrument.devices[0]->microscope.faults;
+  EXPECT_FALSE(others.freezes || others.refuses || others.slowMs > 0);
+  EXPECT_EQ(others.hanging, DevicePart::None);
+  EXPECT_EQ(two.Run("device 1 hang microscope"), kOkText);
+  EXPECT_EQ(faults.hanging, DevicePart::Microscope);
+  for (const char* const command : {"freeze 0", "refuse 0", "slow 0", "hang nothing"}) {
+    EXPECT_EQ(two.Run(std::string("device 1 ") + command), kOkText);
+  }
+  EXPECT_FALSE(faults.freezes || faults.refuses || faults.slowMs > 0);
+  EXPECT_EQ(faults.hanging, DevicePart::None);
+  for (const char* const command : {"freeze", "freeze 2", "refuse yes", "slow -1", "slow 10001",
+                                    "hang", "hang both", "hang camera microscope"}) {
+    EXPECT_EQ(two.Run(command), kBadArguments) << command;
+  }
+}
+
 TEST(Control, ReachesEachDevice) {
   ControlledInstrument two(2);
   EXPECT_EQ(two.Run("device 1 focus 7"), kOkText);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -377,6 +378,46 @@ TEST(SimulatedOstrel, MayBeCalledByManyThreadsAtOnce) {
   for (std::thread& thread : threads) {
     thread.join();
   }
+}
+
+TEST(SimulatedOstrel, TakesNoCommandsWhileItRefuses) {
+  const SelectedTable library;
+  std::int32_t led = 0;
+  const int position = library.FocusPosition();
+  EXPECT_EQ(Control("refuse 1"), "ok");
+  for (const int result :
+       {library.SetFocusPosition(9), library.FocusNearStep(), library.FocusFarStep(),
+        library.TriggerAutoFocus(), library.SetLedState(false)}) {
+    EXPECT_EQ(result, 0);
+  }
+  EXPECT_EQ(library.LastError(), "The microscope refuses commands");
+  EXPECT_NE(library.GetLedState(&led), 0);
+  EXPECT_EQ(led, 1);
+  EXPECT_EQ(library.FocusPosition(), position);
+  EXPECT_EQ(library.GetScopeStatus(), 1);
+  EXPECT_EQ(Control("refuse 0"), "ok");
+  EXPECT_NE(library.SetLedState(false), 0);
+}
+
+TEST(SimulatedOstrel, KeepsCallsWhileItHangs) {
+  const SelectedTable library;
+  EXPECT_EQ(Control("hang microscope"), "ok");
+  std::atomic<int> back = 0;
+  std::thread status([&] {
+    EXPECT_EQ(library.GetScopeStatus(), 1);
+    ++back;
+  });
+  std::thread command([&] {
+    EXPECT_NE(library.SetLedState(false), 0);
+    ++back;
+  });
+  // The list of microscopes is not the microscope's.
+  EXPECT_EQ(library.GetDevicesCount(), 1);
+  EXPECT_EQ(back, 0);
+  EXPECT_EQ(Control("hang nothing"), "ok");
+  status.join();
+  command.join();
+  EXPECT_EQ(back, 2);
 }
 
 }  // namespace

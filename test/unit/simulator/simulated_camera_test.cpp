@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -238,6 +239,68 @@ TEST(SimulatedCamera, MayBeStartedStoppedAndAskedByAnyThread) {
   }
   EXPECT_EQ(small.camera.Stop(), kOk);
   EXPECT_EQ(small.camera.FrameWidth(), kNotCapturing);
+}
+
+TEST(SimulatedCamera, GivesNoFrameTwiceWhileItIsFrozen) {
+  SmallCamera small;
+  ASSERT_EQ(small.camera.Start(0), kOk);
+  small.AwaitFirstFrame();
+  small.microscope.faults.freezes = true;
+  std::vector<std::uint8_t> frame(640 * 480 * 3);
+  const auto grab = [&] { return small.camera.Grab(frame.data(), static_cast<int>(frame.size())); };
+  // Those that were made already come out.
+  while (grab() == kOk) {
+  }
+  const std::vector<std::uint8_t> last = frame;
+  EXPECT_EQ(grab(), kNotYet);
+  EXPECT_EQ(frame, last);
+  small.microscope.faults.freezes = false;
+  while (grab() == kNotYet) {
+  }
+  EXPECT_GT(small.NumberOf(frame), small.NumberOf(last));
+}
+
+TEST(SimulatedCamera, StartsNoCaptureWhileItRefuses) {
+  SmallCamera small;
+  small.microscope.faults.refuses = true;
+  EXPECT_EQ(small.camera.Start(0), kRefused);
+  EXPECT_EQ(small.camera.HasFirstFrame(), kNotCapturing);
+  small.microscope.faults.refuses = false;
+  EXPECT_EQ(small.camera.Start(0), kOk);
+}
+
+TEST(SimulatedCamera, KeepsAGrabWhileItHangs) {
+  SmallCamera small;
+  ASSERT_EQ(small.camera.Start(0), kOk);
+  small.AwaitFirstFrame();
+  small.microscope.faults.Hang(DevicePart::Camera);
+  std::atomic<bool> isBack = false;
+  std::vector<std::uint8_t> frame;
+  std::thread grab([&] {
+    frame = small.Grab();
+    isBack = true;
+  });
+  // All else answers meanwhile, also the end of the capture.
+  const std::uint32_t seen = small.microscope.lastFrame;
+  while (small.microscope.lastFrame < seen + 3) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_EQ(small.camera.HasFirstFrame(), kOk);
+  EXPECT_FALSE(isBack);
+  small.microscope.faults.Hang(DevicePart::Microscope);
+  grab.join();
+  EXPECT_GT(small.NumberOf(frame), seen);
+}
+
+TEST(SimulatedCamera, GrabsAsLateAsItIsSlowedDown) {
+  SmallCamera small;
+  ASSERT_EQ(small.camera.Start(0), kOk);
+  small.AwaitFirstFrame();
+  small.Grab();
+  small.microscope.faults.slowMs = 120;
+  const std::uint32_t before = small.NumberOf(small.Grab());
+  // Three periods pass in that time.
+  EXPECT_GE(small.NumberOf(small.Grab()), before + 3);
 }
 
 }  // namespace

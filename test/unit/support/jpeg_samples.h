@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "camera/turbojpeg_runtime.h"
@@ -41,9 +42,9 @@ inline std::vector<std::uint8_t> SamplePicture(int width, int height) {
   return rgb;
 }
 
-/// Such a picture as a JPEG; `subsampling` is a `TJSAMP_` code.
-inline std::vector<std::uint8_t> SampleJpeg(int width, int height, int subsampling) {
-  const std::vector<std::uint8_t> rgb = SamplePicture(width, height);
+/// An RGB picture, rows tight, as a JPEG; `subsampling` is a `TJSAMP_` code.
+inline std::vector<std::uint8_t> JpegOf(const std::vector<std::uint8_t>& rgb, int width, int height,
+                                        int subsampling) {
   const tjhandle compressor = TURBOJPEG(tjInitCompress)();
   unsigned char* bytes = nullptr;
   unsigned long size = 0;
@@ -56,6 +57,57 @@ inline std::vector<std::uint8_t> SampleJpeg(int width, int height, int subsampli
     throw std::runtime_error("tjCompress2 failed");
   }
   return jpeg;
+}
+
+/// A coloured, detailed picture as a JPEG.
+inline std::vector<std::uint8_t> SampleJpeg(int width, int height, int subsampling) {
+  return JpegOf(SamplePicture(width, height), width, height, subsampling);
+}
+
+/// One plane of a decoded JPEG, rows tight.
+struct JpegPlane {
+  int width = 0;
+  int height = 0;
+  std::vector<std::uint8_t> data;
+};
+
+/// A JPEG's own planes: Y, U and V, or Y alone of a grey one.
+struct DecodedJpeg {
+  int width = 0;   ///< pixels
+  int height = 0;  ///< pixels
+  int subsampling = 0;
+  std::vector<JpegPlane> planes;
+};
+
+/// Decodes as the addon does, fast and to planes, but in their own sizes.
+inline DecodedJpeg DecodeJpegPlanes(const std::vector<std::uint8_t>& jpeg) {
+  const tjhandle decompressor = TURBOJPEG(tjInitDecompress)();
+  DecodedJpeg decoded;
+  int colorspace = 0;
+  int result =
+      TURBOJPEG(tjDecompressHeader3)(decompressor, jpeg.data(), jpeg.size(), &decoded.width,
+                                     &decoded.height, &decoded.subsampling, &colorspace);
+  const int planeCount = decoded.subsampling == TJSAMP_GRAY ? 1 : 3;
+  unsigned char* data[3] = {};
+  for (int i = 0; result == 0 && i < planeCount; ++i) {
+    JpegPlane plane;
+    plane.width = TURBOJPEG(tjPlaneWidth)(i, decoded.width, decoded.subsampling);
+    plane.height = TURBOJPEG(tjPlaneHeight)(i, decoded.height, decoded.subsampling);
+    plane.data.resize(static_cast<std::size_t>(plane.width) *
+                      static_cast<std::size_t>(plane.height));
+    decoded.planes.push_back(std::move(plane));
+    data[i] = decoded.planes.back().data.data();
+  }
+  if (result == 0) {
+    result =
+        TURBOJPEG(tjDecompressToYUVPlanes)(decompressor, jpeg.data(), jpeg.size(), data,
+                                           decoded.width, nullptr, decoded.height, TJFLAG_FASTDCT);
+  }
+  TURBOJPEG(tjDestroy)(decompressor);
+  if (result != 0) {
+    throw std::runtime_error("the JPEG cannot be decoded");
+  }
+  return decoded;
 }
 
 /// Puts `g_turboJpeg` back into its empty state.

@@ -246,45 +246,93 @@ TEST_F(VendorSdkExecutorTest, SwallowsWhatQueuedTasksThrow) {
   EXPECT_EQ(GetLastErrorString(), "earlier");
 }
 
-TEST_F(VendorSdkExecutorTest, KeepsOneTaskOfAKeyInFlight) {
+// Both forms: with a text alone, and with a key that carries its flag.
+struct CoalescedPosts : testing::TestWithParam<bool> {
+  void Post(CoalescedKey& key, std::function<void()> task) {
+    if (GetParam()) {
+      executor.PostCoalesced(key, std::move(task));
+    } else {
+      executor.PostCoalesced(std::string(key.name), std::move(task));
+    }
+  }
+
+  void Barrier() {
+    ASSERT_TRUE(executor.InvokeVoid([] {}, kLong));
+  }
+
+  CoalescedKey first{"first"};
+  CoalescedKey second{"second"};
+  VendorSdkExecutor executor{"Test", milliseconds(10)};
+};
+
+TEST_P(CoalescedPosts, KeepsOneTaskOfAKeyInFlight) {
   const auto gate = Gate::Hold(executor);
   const auto runs = std::make_shared<std::vector<std::string>>();
   for (int i = 0; i < 3; ++i) {
-    executor.PostCoalesced("one", [runs] { runs->push_back("one"); });
-    executor.PostCoalesced("two", [runs] { runs->push_back("two"); });
+    Post(first, [runs] { runs->push_back("one"); });
+    Post(second, [runs] { runs->push_back("two"); });
   }
   gate->Open();
   Barrier();
   EXPECT_EQ(*runs, (std::vector<std::string>{"one", "two"}));
-  executor.PostCoalesced("one", [runs] { runs->push_back("again"); });
+  Post(first, [runs] { runs->push_back("again"); });
   Barrier();
   EXPECT_EQ(*runs, (std::vector<std::string>{"one", "two", "again"}));
 }
 
-TEST_F(VendorSdkExecutorTest, DropsAPostWhileItsKeyRunsAlsoByTheTaskItself) {
+TEST_P(CoalescedPosts, DropsAPostWhileItsKeyRunsAlsoByTheTaskItself) {
   const auto runs = std::make_shared<std::atomic<int>>(0);
   const auto gate = std::make_shared<Gate>();
-  executor.PostCoalesced("key", [this, runs, gate] {
+  Post(first, [this, runs, gate] {
     ++*runs;
-    executor.PostCoalesced("key", [runs] { *runs += 100; });
+    Post(first, [runs] { *runs += 100; });
     gate->Pass();
   });
   gate->entered.wait();
-  executor.PostCoalesced("key", [runs] { *runs += 100; });
+  Post(first, [runs] { *runs += 100; });
   gate->Open();
   Barrier();
   EXPECT_EQ(*runs, 1);
 }
 
-TEST_F(VendorSdkExecutorTest, ReleasesTheKeyOfATaskThatThrows) {
+TEST_P(CoalescedPosts, ReleasesTheKeyOfATaskThatThrows) {
   const auto runs = std::make_shared<int>(0);
-  executor.PostCoalesced("std", [] { throw std::runtime_error("lost"); });
-  executor.PostCoalesced("other", [] { throw 5; });
+  Post(first, [] { throw std::runtime_error("lost"); });
+  Post(second, [] { throw 5; });
   Barrier();
-  executor.PostCoalesced("std", [runs] { *runs += 1; });
-  executor.PostCoalesced("other", [runs] { *runs += 10; });
+  Post(first, [runs] { *runs += 1; });
+  Post(second, [runs] { *runs += 10; });
   Barrier();
   EXPECT_EQ(*runs, 11);
+}
+
+INSTANTIATE_TEST_SUITE_P(, CoalescedPosts, testing::Bool(), [](const auto& instance) {
+  return std::string(instance.param ? "ByKeyWithFlag" : "ByText");
+});
+
+TEST_F(VendorSdkExecutorTest, TellsByTheFlagOfAKeyThatItsTaskIsQueuedOrRuns) {
+  CoalescedKey key{"key"};
+  EXPECT_FALSE(key.inFlight);
+  const auto gate = Gate::Hold(executor);
+  const auto task = std::make_shared<Gate>();
+  executor.PostCoalesced(key, [task] { task->Pass(); });
+  EXPECT_TRUE(key.inFlight);
+  gate->Open();
+  task->entered.wait();
+  EXPECT_TRUE(key.inFlight);
+  EXPECT_TRUE(executor.coalescedKeys.contains("key"));
+  task->Open();
+  Barrier();
+  EXPECT_FALSE(key.inFlight);
+  // One text is one key, whichever form named it.
+  const auto again = Gate::Hold(executor);
+  const auto runs = std::make_shared<int>(0);
+  executor.PostCoalesced("key", [runs] { *runs += 1; });
+  executor.PostCoalesced(key, [runs] { *runs += 10; });
+  EXPECT_FALSE(key.inFlight);
+  again->Open();
+  Barrier();
+  EXPECT_EQ(*runs, 1);
 }
 
 TEST_F(VendorSdkExecutorTest, ATaskMayItselfQueueWork) {

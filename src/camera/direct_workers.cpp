@@ -1,0 +1,256 @@
+// The workers of a direct preview. The callback fills the slots; they do what would hold it up:
+// decoding JPEG, and taking stills.
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "camera/camera_binding.h"
+#include "camera/camera_preview.h"
+#include "camera/direct_slots.h"
+#include "camera/frame_clock.h"
+#include "camera/frame_grab.h"
+#include "camera/frame_rates.h"
+#include "camera/jpeg_decode.h"
+#include "camera/turbojpeg_runtime.h"
+
+namespace ostrel_native {
+
+namespace {
+
+constexpr std::int64_t kNanosecondsPerMillisecond = 1'000'000;
+// How long a worker sleeps before it looks again whether it is to end, and for a first frame.
+constexpr std::int64_t kJpegWaitNs = 100 * kNanosecondsPerMillisecond;
+constexpr std::int64_t kFirstFrameWaitNs = 10 * kNanosecondsPerMillisecond;
+
+std::chrono::steady_clock::time_point SteadyTime(std::int64_t steadyNs) {
+  return std::chrono::steady_clock::time_point(std::chrono::nanoseconds(steadyNs));
+}
+
+struct DestroyDecompressor {
+  using pointer = tjhandle;
+  void operator()(tjhandle decompressor) const { g_turboJpeg.tjDestroy(decompressor); }
+};
+using Decompressor = std::unique_ptr<void, DestroyDecompressor>;
+
+// Makes `picture` the still; gets the memory of the one before.
+void InstallQuality(CameraPreviewProducer& producer, std::vector<std::uint8_t>& picture,
+                    std::int32_t width, std::int32_t height, bool isBgra,
+                    std::int64_t timestampMs) {
+  const std::lock_guard<std::mutex> lock(producer.qualityMutex);
+  producer.qualityBuffer.swap(picture);
+  producer.DescribeQuality(width, height, isBgra, timestampMs);
+}
+
+// What the decoding worker keeps between frames. The steady state allocates nothing: three vectors
+// of JPEG data change places among the callback, the worker and whoever asks for the latest.
+struct MjpegWorker {
+  CameraPreviewProducer& producer;
+  std::uint64_t generation;
+
+  Decompressor decompressor = {};
+  std::vector<std::uint8_t> jpeg = {};  // the frame in work
+  std::uint64_t sequence = 0;           // of the frame in work, as are the next two
+  std::int64_t timestampMs = 0;
+  std::int64_t ticks = 0;
+  std::vector<std::uint8_t> chromaScratch = {};
+  std::vector<std::uint8_t> picture = {};
+  QualityClock qualityClock = {};
+
+  bool IsStale() const { return producer.IsStale(generation); }
+
+  bool OpenDecompressor();
+  void RunCycle();
+  bool AwaitJpeg();
+  bool HasExpectedSize() const;
+  bool Deliver();
+  bool DecodeTo(const SlotWriter& slot);
+  void RefreshQuality();
+  bool DecodePicture();
+  void KeepAsLatest();
+};
+
+// False, with the reason in the last result, if there is none to be had.
+bool MjpegWorker::OpenDecompressor() {
+  decompressor.reset(g_turboJpeg.Available() ? g_turboJpeg.tjInitDecompress() : nullptr);
+  if (decompressor == nullptr) {
+    producer.lastResult = kResultUnsupported;
+  }
+  return decompressor != nullptr;
+}
+
+void MjpegWorker::RunCycle() {
+  if (!AwaitJpeg()) {
+    return;
+  }
+  if (!HasExpectedSize()) {
+    producer.CountDrop(kResultFrameFailed);
+    // One that has refused a header may refuse every one after it.
+    OpenDecompressor();
+    return;
+  }
+  if (Deliver()) {
+    RefreshQuality();
+    KeepAsLatest();
+  }
+}
+
+// Takes the newest JPEG in exchange for the vector of an earlier one. False if there is none.
+bool MjpegWorker::AwaitJpeg() {
+  std::unique_lock<std::mutex> lock(producer.sharedMutex);
+  producer.sharedCondition.wait_until(lock, SteadyTime(SteadyNs() + kJpegWaitNs),
+                                      [this] { return producer.encodedPendingFlag || IsStale(); });
+  if (!producer.encodedPendingFlag || IsStale()) {
+    return false;
+  }
+  jpeg.swap(producer.encodedPending);
+  producer.encodedPendingFlag = false;
+  sequence = producer.encodedPendingSequence;
+  timestampMs = producer.encodedPendingTimestampMs;
+  ticks = producer.encodedPendingTicks;
+  return true;
+}
+
+bool MjpegWorker::HasExpectedSize() const {
+  const PreviewMeta& shape = producer.directTemplate;
+  return !jpeg.empty() &&
+         IsJpegOfSize(decompressor.get(), jpeg.data(), jpeg.size(), shape.width, shape.height);
+}
+
+// Decodes the frame into a free slot. False if it is lost.
+bool MjpegWorker::Deliver() {
+  SlotWriter slot(producer);
+  if (!slot.HasSlot()) {
+    // The last result stays: the frame before this one is all right, and is being held.
+    ++producer.droppedFrames;
+    return false;
+  }
+  if (!DecodeTo(slot)) {
+    producer.CountDrop(kResultFrameFailed);
+    return false;
+  }
+  PreviewMeta record = producer.directTemplate;
+  record.timestampMs = timestampMs;
+  record.monotonicTicks = ticks;
+  slot.Complete(record);
+  return true;
+}
+
+bool MjpegWorker::DecodeTo(const SlotWriter& slot) {
+  const PreviewMeta& shape = producer.directTemplate;
+  const auto capacity = static_cast<std::size_t>(shape.dataSize);
+  return slot.HasRoom(capacity) &&
+         DecodeJpegToI420(decompressor.get(), jpeg.data(), jpeg.size(), slot.Data(), capacity,
+                          shape.width, shape.height, chromaScratch);
+}
+
+void MjpegWorker::RefreshQuality() {
+  const std::int64_t now = SteadyNs();
+  if (qualityClock.IsDue(now) && DecodePicture()) {
+    const PreviewMeta& shape = producer.directTemplate;
+    InstallQuality(producer, picture, shape.width, shape.height, false, timestampMs);
+    qualityClock.Taken(now);
+  }
+}
+
+// Decodes the frame in work as a still. False, and nothing is counted, if that can't be done.
+bool MjpegWorker::DecodePicture() {
+  const PreviewMeta& shape = producer.directTemplate;
+  const auto rowBytes = ByteProduct(shape.width, 3);
+  const auto size = rowBytes ? ByteProduct(*rowBytes, shape.height) : std::nullopt;
+  if (!size) {
+    return false;
+  }
+  try {
+    picture.resize(static_cast<std::size_t>(*size));
+  } catch (...) {
+    return false;
+  }
+  return DecodeJpegToRgb(decompressor.get(), jpeg.data(), jpeg.size(), picture.data(), shape.width,
+                         shape.height);
+}
+
+void MjpegWorker::KeepAsLatest() {
+  const std::lock_guard<std::mutex> lock(producer.sharedMutex);
+  producer.encodedLatest.swap(jpeg);
+  producer.encodedLatestSequence = sequence;
+  producer.encodedLatestTimestampMs = timestampMs;
+}
+
+// What the worker beside an uncompressed preview keeps between its stills.
+struct QualityWorker {
+  CameraPreviewProducer& producer;
+  std::uint64_t generation;
+  int device;
+  std::int64_t tick = SteadyNs();  // time of the last cycle
+
+  bool IsStale() const { return producer.IsStale(generation); }
+
+  void RunCycle();
+  void TakePicture();
+  void SleepUntil(std::int64_t steadyNs);
+};
+
+void QualityWorker::RunCycle() {
+  if (!producer.firstFrameSeen) {
+    SleepUntil(SteadyNs() + kFirstFrameWaitNs);
+    tick = SteadyNs();
+    return;
+  }
+  try {
+    TakePicture();
+  } catch (...) {
+    // Out of memory, mostly: this picture is lost, which nobody counts.
+  }
+  const std::int64_t deadline = tick + kQualityPeriodNs;
+  if (deadline > SteadyNs()) {
+    SleepUntil(deadline);
+    tick = deadline;
+  } else {
+    tick = SteadyNs();
+  }
+}
+
+// Into memory of its own: a grab that fails half-way leaves the picture that stands as it is.
+void QualityWorker::TakePicture() {
+  const FrameGrabPlan plan = PlanFrameGrab(device);
+  if (plan.result != kResultOk) {
+    return;
+  }
+  std::vector<std::uint8_t> picture(static_cast<std::size_t>(plan.size));
+  if (GrabFrame(device, picture.data(), plan.size) == kResultOk && !IsStale()) {
+    InstallQuality(producer, picture, plan.width, plan.height, plan.isBgra, WallClockMs());
+  }
+}
+
+// Ends early when the worker is to end.
+void QualityWorker::SleepUntil(std::int64_t steadyNs) {
+  std::unique_lock<std::mutex> lock(producer.sharedMutex);
+  producer.sharedCondition.wait_until(lock, SteadyTime(steadyNs), [this] { return IsStale(); });
+}
+
+}  // namespace
+
+void CameraPreviewProducer::RunSharedMjpegLoop(std::uint64_t ownGeneration, int) {
+  MjpegWorker jpegWorker{.producer = *this, .generation = ownGeneration};
+  jpegWorker.OpenDecompressor();
+  while (jpegWorker.decompressor != nullptr && !IsStale(ownGeneration)) {
+    try {
+      jpegWorker.RunCycle();
+    } catch (...) {
+      // Out of memory for the chroma: the frame is lost, the preview goes on.
+      CountDrop(kResultFrameFailed);
+    }
+  }
+}
+
+void CameraPreviewProducer::RunSharedQualityLoop(std::uint64_t ownGeneration, int device) {
+  QualityWorker qualityWorker{.producer = *this, .generation = ownGeneration, .device = device};
+  while (!IsStale(ownGeneration)) {
+    qualityWorker.RunCycle();
+  }
+}
+
+}  // namespace ostrel_native

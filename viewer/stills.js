@@ -1,0 +1,46 @@
+// Stills at the camera's full size.
+
+import { writeFile } from 'node:fs/promises';
+import { setTimeout as sleep } from 'node:timers/promises';
+
+import sharp from 'sharp';
+
+const pollMs = 20;
+const patienceMs = 5000;
+
+const encode = (rgb, width, height, channels) =>
+  sharp(rgb, { raw: { width, height, channels } }).removeAlpha().png({ compressionLevel: 3 }).toBuffer();
+
+/** A PNG of RGBA pixels. */
+export const encodeRgba = ({ width, height, rgba }) => encode(rgba, width, height, 4);
+
+export class StillsDesk {
+  constructor({ native, board, archive, camera }) {
+    Object.assign(this, { native, board, archive, camera });
+  }
+
+  /** Takes the next full picture there is, not one from before the wish, and gives its file. */
+  async take() {
+    const { device } = this.camera;
+    const { sequence } = this.native.cameraPreviewGetLatestQualityFrame(device, Number.MAX_SAFE_INTEGER);
+    const deadline = performance.now() + patienceMs;
+    for (;;) {
+      const still = this.native.cameraPreviewGetLatestQualityFrame(device, sequence);
+      if (still.result === this.native.RESULT_OK) {
+        return this.keep(still);
+      }
+      if (performance.now() > deadline) {
+        throw new Error(`The camera delivered no full picture within ${patienceMs / 1000} s.`);
+      }
+      await sleep(pollMs);
+    }
+  }
+
+  async keep({ width, height, data }) {
+    const { name, file } = await this.archive.newFile('still', '.png');
+    await writeFile(file, await encode(data, width, height, 3));
+    this.board.log('done', `Took ${name}, ${width} × ${height}`);
+    this.board.set({ still: { name, width, height } });
+    return { name, width, height };
+  }
+}
