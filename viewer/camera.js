@@ -1,8 +1,8 @@
 // The camera: which one, in which format, and its live preview.
 
-import { cameraResults } from '../examples/lib/results.js';
 import { FrameFeed } from './frame-feed.js';
 import { watchCamera } from '../kit/index.js';
+import { cameraResults } from '../kit/results.js';
 
 /** Sizes that a preview is reduced to, at most. */
 export const previewSizes = [{ width: 960, height: 540 }, { width: 1920, height: 1080 }];

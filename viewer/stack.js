@@ -74,16 +74,18 @@ export class StackDesk {
       await release();
       await this.microscope.focus(before).catch(() => {});
     }
-    const sources = this.keepSources(id, pictures);
+    // Before the fusion, which takes the pictures' memory over.
+    const sources = await this.keepSources(id, pictures);
     const fused = await fuseStack({
       native: this.native,
       frames: pictures.map(({ width, height, rgba }) => ({ width, height, rgba })),
+      transfer: true,
       signal,
       onProgress: ({ stage, stageDone, done }) => this.tell(
         stage === 'fusing' ? 'Fusing' : `${stageTexts[stage]}, ${Math.round(100 * stageDone)} %`, takingShare + (1 - takingShare) * done),
     });
     const { sourceWidth, sourceHeight } = pictures[0];
-    return { ...await this.keep(id, await sources, fused), sourceWidth, sourceHeight, optics: { pixel, fieldOfView, magnification } };
+    return { ...await this.keep(id, sources, fused), sourceWidth, sourceHeight, optics: { pixel, fieldOfView, magnification } };
   }
 
   async takePictures(positions, signal) {
