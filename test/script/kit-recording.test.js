@@ -236,7 +236,7 @@ describe('a recording', () => {
     it('because it was stopped', () => lose(() => addon.cameraPreviewStop(0)));
 
     it('because it fell silent', () =>
-      lose(() => camera.send('default cnokhwa_grab_frame -8'), { silenceMs: 50 }));
+      lose(() => camera.send('default cnokhwa_grab_frame -8'), { silenceMs: 400 }));
 
     it('because it came with another size', () => lose(() => {
       camera.send('frame 32 24');
