@@ -191,6 +191,12 @@ int VideoRecorder::Start(const std::string& path, std::int32_t newWidth, std::in
   }
   Stop();
   std::unique_lock lock(mutex);
+  while (joining || worker.joinable()) {
+    // Another thread has started or stopped meanwhile.
+    lock.unlock();
+    Stop();
+    lock.lock();
+  }
   if (!IsValidConfiguration(path, newWidth, newHeight, newFrameRate, newBitrate)) {
     lastError = kBadConfigurationText;
     state = State::Failed;
@@ -224,10 +230,8 @@ int VideoRecorder::Start(const std::string& path, std::int32_t newWidth, std::in
     stopRequested = true;
     lastError = kStartTimedOutText;
     state = State::Failed;
-    lock.unlock();
-    condition.notify_all();
-    if (worker.joinable()) {
-      worker.join();
+    if (!joining && worker.joinable()) {
+      JoinWorker(lock);
     }
     return kStartTimedOut;
   }
@@ -236,21 +240,27 @@ int VideoRecorder::Start(const std::string& path, std::int32_t newWidth, std::in
 
 int VideoRecorder::Stop() {
   std::unique_lock lock(mutex);
-  const bool running = worker.joinable();
-  if (running) {
+  condition.wait(lock, [this] { return !joining; });
+  if (worker.joinable()) {
     stopRequested = true;
     if (state == State::Starting || state == State::Recording) {
       state = State::Stopping;
     }
+    JoinWorker(lock);
   }
-  lock.unlock();
-  condition.notify_all();
-  if (running) {
-    worker.join();
-  }
-  lock.lock();
   queue.clear();
   return lastError.empty() ? kOk : kFailed;
+}
+
+void VideoRecorder::JoinWorker(std::unique_lock<std::mutex>& lock) {
+  joining = true;
+  std::thread ending = std::move(worker);
+  lock.unlock();
+  condition.notify_all();
+  ending.join();
+  lock.lock();
+  joining = false;
+  condition.notify_all();
 }
 
 bool VideoRecorder::TryEnqueue(const std::uint8_t* data, std::size_t size, std::int32_t frameWidth,

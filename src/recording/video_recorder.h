@@ -95,13 +95,13 @@ struct VideoRecorder {
   /// Returns `kOk`, `kBadConfiguration`, `kStartTimedOut`, `kFailed` or `kUnavailable`; all but
   /// the last store their text in `lastError`. Blocks up to 10 s, and after a time-out until the
   /// backend's own start has returned.
-  /// Thread: script.
+  /// Thread: script, of any environment, several at once.
   int Start(const std::string& outputPath, std::int32_t width, std::int32_t height,
             std::int32_t frameRate, std::int32_t bitrate);
 
   /// Writes what is queued, finishes the file and waits for the worker's end. `kOk`, or `kFailed`
   /// while `lastError` is not empty, also without a session.
-  /// Thread: script.
+  /// Thread: script, of any environment, several at once.
   int Stop();
 
   /// Copies a frame of `size` bytes into the queue. The arrays, if not null, hold three values.
@@ -142,6 +142,11 @@ struct VideoRecorder {
   std::int32_t height = 0;
   std::int32_t frameRate = 0;
   std::int32_t bitrate = 0;
+  bool joining = false;  ///< one thread waits for the worker's end, for all who want it
+
+ private:
+  // Waits for the end of the worker, which is there, was told to stop and is joined by nobody.
+  void JoinWorker(std::unique_lock<std::mutex>& lock);
 };
 
 /// The one recorder of the process.

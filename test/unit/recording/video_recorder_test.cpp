@@ -338,7 +338,61 @@ TEST_F(VideoRecorderSession, AStopWhileStartingFinishesAnEmptyFile) {
   EXPECT_EQ(recorder->state, State::Idle);
 }
 
-// Waits for the real deadline.
+TEST_F(VideoRecorderSession, ManyThreadsMayStopAtOnceAndEachWaitsForTheFile) {
+  std::latch finalizing{1};
+  std::latch released{1};
+  std::atomic<bool> finished{false};
+  script.onFinalize = [&] {
+    finalizing.count_down();
+    released.wait();
+    finished = true;
+    return std::string();
+  };
+  ASSERT_EQ(Start(), 0);
+  std::vector<std::jthread> stoppers;
+  for (int i = 0; i < 4; ++i) {
+    stoppers.emplace_back([&] {
+      EXPECT_EQ(recorder->Stop(), 0);
+      EXPECT_TRUE(finished);
+    });
+  }
+  finalizing.wait();
+  released.count_down();
+  stoppers.clear();
+  EXPECT_EQ(script.finalizeCalls, 1);
+  EXPECT_EQ(script.destroyed, 1);
+}
+
+TEST_F(VideoRecorderSession, ThreadsThatStartAndStopAcrossOneAnotherNeverRunTwoSessions) {
+  // Plain memory on purpose: only one worker at a time touches it, which ThreadSanitizer checks.
+  int running = 0;
+  int overlaps = 0;
+  script.onStart = [&] {
+    overlaps += ++running == 1 ? 0 : 1;
+    return std::string();
+  };
+  script.onFinalize = [&] {
+    --running;
+    return std::string();
+  };
+  {
+    std::vector<std::jthread> callers;
+    for (int caller = 0; caller < 4; ++caller) {
+      callers.emplace_back([this] {
+        for (int i = 0; i < 50; ++i) {
+          Start();
+          recorder->Stop();
+        }
+      });
+    }
+  }
+  EXPECT_EQ(overlaps, 0);
+  EXPECT_EQ(running, 0);
+  EXPECT_EQ(script.startCalls, script.finalizeCalls);
+  EXPECT_EQ(script.destroyed, script.startCalls);
+  EXPECT_EQ(recorder->state, State::Idle);
+}
+
 TEST_F(VideoRecorderSession, TheDestructorFinishesTheFile) {
   ASSERT_EQ(Start(), 0);
   ASSERT_TRUE(Offer(1));
