@@ -114,7 +114,7 @@ export class CameraDesk {
     const size = previewSizes[this.choice.preview];
     this.expect('cameraPreviewStart',
       await this.background.call('cameraPreviewStart', device, size.width, size.height, previewRate));
-    this.feed.start(device, size);
+    this.feed.start(device, size, (error) => this.board.log('refused', error.message));
   }
 
   /** The camera that went away is listed again. */

@@ -46,17 +46,14 @@ export class FrameFeed {
     this.wake = () => {};
   }
 
-  /** Feeds from a preview of at most this size that was just started. */
-  start(device, { width, height }) {
+  /** Feeds from a preview of at most this size that was just started; `onFailure(error)`: it cannot. */
+  start(device, { width, height }, onFailure) {
     this.stop();
     this.stopper = new AbortController();
     this.spare = [];
     this.bytes = headerBytes + width * height * 4;
-    this.run(device, this.stopper.signal).catch((error) => {
-      if (error.name !== 'AbortError') {
-        throw error;
-      }
-    });
+    const { signal } = this.stopper;
+    this.run(device, signal).catch((error) => signal.aborted || onFailure(error));
   }
 
   stop() {

@@ -1,6 +1,7 @@
 // The viewer: a camera, a microscope and a page to see them on.
 //
 //   npm run viewer -- [--port N] [--output FOLDER] [--camera FILE] [--ostrel FILE] [--dino-lite FILE]
+//                     [--linger SECONDS]
 //
 // Camera and microscope are the virtual ones of this project unless one of the libraries is named.
 
@@ -28,6 +29,7 @@ import { StillsDesk } from './stills.js';
 
 const usualPort = 8391;
 const lingerSeconds = 30;
+const longestLingerSeconds = 86_400;
 
 export function readArguments(args) {
   const { values } = parseArgs({
@@ -45,11 +47,15 @@ export function readArguments(args) {
   if (!Number.isInteger(port) || port < 0 || port > 65535) {
     throw new Error('--port takes a number from 0 to 65535.');
   }
+  const seconds = Number(values.linger);
+  if (!(seconds >= 0 && seconds <= longestLingerSeconds)) {
+    throw new Error(`--linger takes a number of seconds from 0 to ${longestLingerSeconds}.`);
+  }
   const named = ['camera', 'ostrel', 'dino-lite'].some((name) => values[name] !== undefined);
   const library = (option, name) => (values[option] ? userPath(values[option]) : named ? null : simulatedLibrary(name));
   return {
     port,
-    lingerMs: Number(values.linger) * 1000,
+    lingerMs: seconds * 1000,
     output: values.output ? userPath(values.output) : recordingsDirectory,
     isVirtual: !named,
     camera: library('camera', 'libcnokhwa.so') ?? 'libcnokhwa.so',
@@ -127,6 +133,7 @@ export class Viewer {
   suitPages() {
     this.suited = this.suited.then(async () => {
       if (this.pages.count === 0) {
+        this.stack.cancel();
         await this.recording.stop();
         await this.camera.stop();
       } else if (this.camera.device < 0) {

@@ -382,5 +382,15 @@ TEST(SimulatedDinoLite, MayBeCalledByManyThreadsAtOnce) {
   }
 }
 
+TEST(SimulatedDinoLite, LightsNoLedsWhileItRefuses) {
+  const SelectedTable table;
+  EXPECT_EQ(Control("refuse 1"), "ok");
+  EXPECT_FALSE(table.dl_set_led_state(0));
+  EXPECT_EQ(table.LastError(), "The microscope refuses commands");
+  EXPECT_EQ(table.LedModes().size(), 5U);
+  EXPECT_EQ(Control("refuse 0"), "ok");
+  EXPECT_TRUE(table.dl_set_led_state(0));
+}
+
 }  // namespace
 }  // namespace ostrel_simulator
