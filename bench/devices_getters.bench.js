@@ -52,26 +52,27 @@ const families = [
   },
 ];
 
-// The clock itself costs more than a getter, so it is read once for several calls and its own cost
-// is taken off.
-const rounds = 5_001;
+// Calls are timed one by one, for the median of a call, and in rounds, whose share of a call also has
+// its part of the few that wake the owner thread. The clock costs more than a getter: what it takes by
+// itself is taken off, but for the 99.9th percentile.
+const turns = 100;
+const callsPerTurn = 1_000;
+const rounds = 2_501;
 const callsPerRound = 20;
-const samples = 100_000;
 
-const median = (values) => [...values].sort((a, b) => a - b)[Math.trunc(values.length / 2)];
+const now = () => process.hrtime.bigint();
+const sorted = (values) => [...values].sort((a, b) => a - b);
+const at = (values, share) => values[Math.trunc(values.length * share)];
 
-const clockNanoseconds = median(Array.from({ length: rounds }, () => {
-  const begin = process.hrtime.bigint();
-  return Number(process.hrtime.bigint() - begin);
-}));
-
-function nanosecondsPerCall(call) {
-  const begin = process.hrtime.bigint();
-  for (let i = 0; i < callsPerRound; i += 1) {
+function nanosecondsOf(calls, call) {
+  const begin = now();
+  for (let i = 0; i < calls; i += 1) {
     call();
   }
-  return (Number(process.hrtime.bigint() - begin) - clockNanoseconds) / callsPerRound;
+  return Number(now() - begin);
 }
+
+const clockNanoseconds = at(sorted(Array.from({ length: 100_001 }, () => -Number(now() - now()))), 0.5);
 
 /** `call` with these arguments, and as little as can be around it. */
 function withArguments(call, [first, second, third]) {
@@ -83,22 +84,22 @@ function withArguments(call, [first, second, third]) {
 
 /** Both in turns, so that a busier moment of the machine meets both. */
 function compare(ours, theirs) {
-  nanosecondsPerCall(ours);
-  nanosecondsPerCall(theirs);
-  const turns = Array.from({ length: rounds }, () => [nanosecondsPerCall(ours), nanosecondsPerCall(theirs)]);
-  return [median(turns.map(([mine]) => mine)), median(turns.map(([, other]) => other)),
-    median(turns.map(([mine, other]) => mine / other))];
-}
-
-/** The cost of single calls, clock included, that 999 of 1000 calls stay below, in microseconds. */
-function slowest(call) {
-  const taken = new Float64Array(samples);
-  for (let i = 0; i < samples; i += 1) {
-    const begin = process.hrtime.bigint();
-    call();
-    taken[i] = Number(process.hrtime.bigint() - begin);
+  const single = [ours, theirs].map((call) => ({ call, taken: [] }));
+  for (let turn = 0; turn < turns; turn += 1) {
+    for (const { call, taken } of single) {
+      for (let i = 0; i < callsPerTurn; i += 1) {
+        taken.push(nanosecondsOf(1, call));
+      }
+    }
   }
-  return taken.sort()[Math.trunc(samples * 0.999)] / 1000;
+  const shares = Array.from({ length: rounds }, () => [ours, theirs]
+    .map((call) => (nanosecondsOf(callsPerRound, call) - clockNanoseconds) / callsPerRound));
+  const [mine, other] = single.map(({ taken }) => sorted(taken));
+  return {
+    medians: [mine, other].map((values) => at(values, 0.5) - clockNanoseconds),
+    late: [mine, other].map((values) => at(values, 0.999) / 1000),
+    roundRatio: at(sorted(shares.map(([share, otherShare]) => share / otherShare)), 0.5),
+  };
 }
 
 const states = {
@@ -115,9 +116,9 @@ const states = {
   },
 };
 
-console.log(`Polling getters; nanoseconds a call, medians of ${rounds} rounds of ${callsPerRound}; 99.9th percentile of ${samples}`);
-console.log('single calls in microseconds, in brackets that of the empty function');
-console.log(`${'getter'.padEnd(28)} ${'library'.padEnd(8)} ${'getter'.padStart(8)} ${'empty'.padStart(8)} ${'ratio'.padStart(6)} ${'99.9 %'.padStart(8)}`);
+console.log(`Polling getters; medians of ${turns * callsPerTurn} single calls in nanoseconds and their ratio; ratio of ${rounds} rounds`);
+console.log(`of ${callsPerRound} calls, medians; 99.9th percentile of single calls in microseconds, in brackets that of the empty function`);
+console.log(`${'getter'.padEnd(28)} ${'library'.padEnd(8)} ${'getter'.padStart(8)} ${'empty'.padStart(8)} ${'ratio'.padStart(6)} ${'rounds'.padStart(7)} ${'99.9 %'.padStart(8)}`);
 for (const family of families) {
   const fake = open(family.library);
   if (!family.setUp(family.library, fake)) {
@@ -129,10 +130,9 @@ for (const family of families) {
     for (const [name, result, ...args] of family.getters) {
       const ours = withArguments(native[name], args);
       const theirs = withArguments(empty[ours() === null ? 'null' : result], args);
-      const [nanoseconds, emptyNanoseconds, ratio] = compare(ours, theirs);
-      const [late, emptyLate] = [slowest(ours), slowest(theirs)];
-      console.log(`${name.padEnd(28)} ${state.padEnd(8)} ${nanoseconds.toFixed(0).padStart(8)} ${emptyNanoseconds.toFixed(0).padStart(8)} ` +
-        `${ratio.toFixed(2).padStart(6)} ${late.toFixed(1).padStart(8)} (${emptyLate.toFixed(1)})`);
+      const { medians: [mine, other], late, roundRatio } = compare(ours, theirs);
+      console.log(`${name.padEnd(28)} ${state.padEnd(8)} ${mine.toFixed(0).padStart(8)} ${other.toFixed(0).padStart(8)} ` +
+        `${(mine / other).toFixed(2).padStart(6)} ${roundRatio.toFixed(2).padStart(7)} ${late[0].toFixed(1).padStart(8)} (${late[1].toFixed(1)})`);
     }
   }
   fake.send(`release ${family.slow[0]}`);

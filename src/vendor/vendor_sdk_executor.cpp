@@ -34,8 +34,11 @@ void VendorSdkExecutor::Run() {
     {
       std::unique_lock lock(mutex);
       if (!stopping) {
+        const auto hasWork = [this] { return !queue.empty() || stopping; };
+        // With nothing to do at its end, an interval need not end.
+        wake.wait(lock, [&] { return hasWork() || idleTask; });
         const auto deadline = std::chrono::steady_clock::now() + idleInterval;
-        wake.wait_until(lock, deadline, [this] { return !queue.empty() || stopping; });
+        wake.wait_until(lock, deadline, hasWork);
       }
       if (!queue.empty()) {
         task = std::move(queue.front());

@@ -104,7 +104,7 @@ struct VendorSdkExecutor {
   static void SetFailedUnknown(const std::string& owner);
 
   std::string name;
-  std::chrono::milliseconds idleInterval;  ///< longest sleep of the owner thread
+  std::chrono::milliseconds idleInterval;  ///< longest sleep while there is an idle task
   std::mutex mutex;                        ///< a leaf: held for queue operations only
   std::condition_variable wake;
   std::deque<std::function<void()>> queue;        // guarded by mutex

@@ -3,6 +3,7 @@
 #include "vendor/vendor_sdk_executor.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <array>
 #include <latch>
@@ -388,6 +389,37 @@ TEST(VendorSdkExecutor, DoesNotRunTheIdleTaskWhileWorkArrives) {
   executor.SetIdleTask([idle] { ++*idle; });
   ASSERT_TRUE(executor.InvokeVoid([] {}, kLong));
   EXPECT_EQ(*idle, 0);
+}
+
+// How often the owner thread has gone to sleep so far.
+long SleepsOfOwner(VendorSdkExecutor& executor) {
+  const auto sleeps = executor.Invoke(
+      [] {
+        rusage usage = {};
+        getrusage(RUSAGE_THREAD, &usage);
+        return usage.ru_nvcsw;
+      },
+      kLong);
+  return sleeps.value_or(-1);
+}
+
+TEST(VendorSdkExecutor, WakesForAnIdleTaskAloneAndElseForWork) {
+  constexpr int kIntervals = 200;
+  // What the calls of this test may add.
+  constexpr long kFewSleeps = 50;
+  VendorSdkExecutor executor("Test", milliseconds(1));
+  const long before = SleepsOfOwner(executor);
+  std::this_thread::sleep_for(kIntervals * executor.idleInterval);
+  EXPECT_LT(SleepsOfOwner(executor) - before, kFewSleeps);
+
+  const auto idle = std::make_shared<std::latch>(kIntervals);
+  executor.SetIdleTask([idle] {
+    if (!idle->try_wait()) {
+      idle->count_down();
+    }
+  });
+  idle->wait();
+  EXPECT_GE(SleepsOfOwner(executor) - before, kIntervals);
 }
 
 TEST(VendorSdkExecutor, DrainsItsQueueBeforeItEndsAndRefusesWhatComesMeanwhile) {
