@@ -1,7 +1,6 @@
 // Who may talk to the viewer, what it serves, and how it ends; without a browser.
 
 import assert from 'node:assert/strict';
-import { execFileSync } from 'node:child_process';
 import { readFile, readdir } from 'node:fs/promises';
 import http from 'node:http';
 import net from 'node:net';
@@ -10,7 +9,7 @@ import { after, before, test } from 'node:test';
 
 import WebSocket from 'ws';
 
-import { toolEnvironment } from '../script/support/environment.js';
+import { probe } from '../script/support/media.js';
 import { root, startViewer } from './support/viewer.js';
 
 // Far above what anything takes: it ends a test that hangs.
@@ -117,8 +116,7 @@ async function lookIn(isFulfilled) {
 }
 
 /** The frames of a video, decoded. */
-const countFrames = (file) => Number(execFileSync('ffprobe', ['-v', 'error', '-count_frames', '-show_entries',
-  'stream=nb_read_frames', '-of', 'csv=p=0', file], { env: toolEnvironment, encoding: 'utf8' }));
+const countFrames = (file) => Number(probe(file).stream.nb_read_frames);
 
 test('listens on the loopback address alone', async () => {
   const listening = await readFile('/proc/net/tcp', 'utf8');
