@@ -19,9 +19,8 @@ std::int32_t ReadIntArg(const Napi::CallbackInfo& info, std::size_t index, std::
 /// Throws `Napi::Error` if Node-API fails. Thread: script.
 double ReadDoubleArg(const Napi::CallbackInfo& info, std::size_t index, double fallback);
 
-/// The number at `index` cut to a whole one: what is not positive, NaN and what is no number give 0,
-/// what is too large the largest.
-/// Throws `Napi::Error` if Node-API fails. Thread: script.
+/// The number at `index` cut to a whole one: what is not positive, NaN and what is no number give
+/// 0, what is too large the largest. Throws `Napi::Error` if Node-API fails. Thread: script.
 std::uint64_t ReadUint64Arg(const Napi::CallbackInfo& info, std::size_t index);
 
 /// The boolean at `index`.
