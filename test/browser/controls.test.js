@@ -8,25 +8,15 @@ import sharp from 'sharp';
 
 import { decodingComplaints, probe } from '../script/support/media.js';
 import {
-  awaitFrames, awaitHealth, awaitPicture, awaitText, download, keepScreenshot, measurePicture, openPage, slide, startBrowser, text,
+  awaitFrames, awaitHealth, awaitPicture, awaitText, closeViewer, download, keepScreenshot, measurePicture, openViewer, slide, text,
 } from './support/browser.js';
-import { startViewer } from './support/viewer.js';
 
 let viewer;
 let browser;
 let page;
 
-before(async () => {
-  viewer = await startViewer();
-  browser = await startBrowser();
-  page = await openPage(browser, viewer.url);
-});
-
-after(async () => {
-  await browser.close();
-  const { code, stderr } = await viewer.stop();
-  assert.deepEqual({ code, stderr, problems: page.problems }, { code: 0, stderr: '', problems: [] });
-});
+before(async () => ({ viewer, browser, page } = await openViewer()));
+after(() => closeViewer({ viewer, browser, page }));
 
 test('the token leaves the address line, and a reload does not need it', async () => {
   assert.equal(new URL(page.url()).search, '');

@@ -5,24 +5,17 @@ import path from 'node:path';
 import { after, before, test } from 'node:test';
 
 import { decodingComplaints, probe } from '../script/support/media.js';
-import { awaitFrames, awaitHealth, awaitPicture, awaitText, keepScreenshot, measurePicture, openPage, slide, startBrowser, text } from './support/browser.js';
+import {
+  awaitFrames, awaitHealth, awaitPicture, awaitText, closeViewer, keepScreenshot, measurePicture, openPage, openViewer, slide, text,
+} from './support/browser.js';
 import { startViewer } from './support/viewer.js';
 
 let viewer;
 let browser;
 let page;
 
-before(async () => {
-  viewer = await startViewer();
-  browser = await startBrowser();
-  page = await openPage(browser, viewer.url);
-});
-
-after(async () => {
-  await browser.close();
-  const { code, stderr } = await viewer.stop();
-  assert.deepEqual({ code, stderr, problems: page.problems }, { code: 0, stderr: '', problems: [] });
-});
+before(async () => ({ viewer, browser, page } = await openViewer()));
+after(() => closeViewer({ viewer, browser, page }));
 
 const flip = (name) => page.click(`[data-hand="${name}"]`);
 const awaitLog = (words) => page.waitForFunction((wanted) =>

@@ -6,24 +6,14 @@ import { after, before, test } from 'node:test';
 
 import sharp from 'sharp';
 
-import { awaitFrames, awaitText, download, keepScreenshot, openPage, startBrowser, text } from './support/browser.js';
-import { startViewer } from './support/viewer.js';
+import { awaitFrames, awaitText, closeViewer, download, keepScreenshot, openViewer, text } from './support/browser.js';
 
 let viewer;
 let browser;
 let page;
 
-before(async () => {
-  viewer = await startViewer();
-  browser = await startBrowser();
-  page = await openPage(browser, viewer.url);
-});
-
-after(async () => {
-  await browser.close();
-  const { code, stderr } = await viewer.stop();
-  assert.deepEqual({ code, stderr, problems: page.problems }, { code: 0, stderr: '', problems: [] });
-});
+before(async () => ({ viewer, browser, page } = await openViewer()));
+after(() => closeViewer({ viewer, browser, page }));
 
 /** Mean square of the difference between each pixel and its neighbours to the right and below, in green. */
 async function sharpnessOf(png) {

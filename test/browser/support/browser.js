@@ -1,12 +1,13 @@
 // Chromium without a window, and what tests read from the viewer's page.
 
+import assert from 'node:assert/strict';
 import { mkdir } from 'node:fs/promises';
 import path from 'node:path';
 
 import { chromium } from 'playwright-core';
 
 import { toolEnvironment } from '../../script/support/environment.js';
-import { root } from './viewer.js';
+import { root, startViewer } from './viewer.js';
 
 const screenshots = path.join(root, 'build', 'screenshots');
 const options = ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
@@ -107,4 +108,18 @@ export async function keepScreenshot(page, name) {
 export async function download(page, id) {
   const [file] = await Promise.all([page.waitForEvent('download'), page.click(`#${id}`)]);
   return file.path();
+}
+
+/** A viewer with one page of it open: { viewer, browser, page }. */
+export async function openViewer() {
+  const viewer = await startViewer();
+  const browser = await startBrowser();
+  return { viewer, browser, page: await openPage(browser, viewer.url) };
+}
+
+/** Ends both; neither may have had anything to complain about. */
+export async function closeViewer({ viewer, browser, page }) {
+  await browser.close();
+  const { code, stderr } = await viewer.stop();
+  assert.deepEqual({ code, stderr, problems: page.problems }, { code: 0, stderr: '', problems: [] });
 }
