@@ -6,7 +6,7 @@ import path from 'node:path';
 
 import { Failure, commandLine } from './output.js';
 import { binaryDirectory, root, setupLog, shown } from './paths.js';
-import { mustRun, run } from './processes.js';
+import { findProgram, mustRun, run } from './processes.js';
 
 const shownErrorLines = 60;
 
@@ -52,6 +52,9 @@ export async function configure(step, preset, { tests, ffmpegIncludeDirectory })
   const cache = readCache(directory);
   const settings = { OSTREL_FFMPEG_INCLUDE_DIR: ffmpegIncludeDirectory };
   settings.OSTREL_TESTS = tests ? 'ON' : (cache?.OSTREL_TESTS ?? 'OFF');
+  const compilerCache = findProgram('ccache') ?? '';
+  settings.CMAKE_C_COMPILER_LAUNCHER = compilerCache;
+  settings.CMAKE_CXX_COMPILER_LAUNCHER = compilerCache;
   let need = needsConfigure(cache, settings);
   // Ninja knows all inputs of a configuration but the presets.
   if (!need && isOlder(path.join(directory, 'build.ninja'), path.join(root, 'CMakePresets.json'))) {
@@ -83,10 +86,12 @@ export async function build(step, preset, targets = []) {
   };
   step.progress('...');
   const args = ['--build', binaryDirectory(preset), '--parallel', String(os.cpus().length)];
+  // Without these a compiler cache refuses every file that has a precompiled header.
+  const env = { NINJA_STATUS: '[%f/%t] ', CCACHE_SLOPPINESS: 'pch_defines,time_macros' };
   if (targets.length > 0) {
     args.push('--target', ...targets);
   }
-  if ((await run('cmake', args, { env: { NINJA_STATUS: '[%f/%t] ' }, onLine })) !== 0) {
+  if ((await run('cmake', args, { env, onLine })) !== 0) {
     throw new Failure(
       `The build of the preset ${preset} stopped: see above, or the whole output in ${shown(setupLog)}.`,
       errors.slice(0, shownErrorLines));
