@@ -1,16 +1,16 @@
-// Adding one array of floats into another, in two forms that give the same bits.
+// Adds one float array to another: an SSE2 and an AVX2 form with bit-identical results.
 #pragma once
 
 #include <cstddef>
 
 namespace ostrel_native {
 
-/// Adds `source` into `target`, element by element, `count` floats each. Any alignment; the
-/// arrays are the caller's and don't overlap.
+/// Adds `count` floats of `source` to `target`, element by element. Any alignment; the arrays must
+/// not overlap. No ownership is transferred.
 /// Thread: any.
 void AddArraySse2(float* target, const float* source, std::size_t count);
 
-/// The same, for processors with AVX2 only.
+/// The same. Precondition: the processor has AVX2.
 /// Thread: any.
 void AddArrayAvx2(float* target, const float* source, std::size_t count);
 

@@ -1,4 +1,4 @@
-// The fusion of a focus stack as script code sees it.
+// Script export of the focus stack fusion.
 #pragma once
 
 #include <napi.h>
@@ -9,10 +9,10 @@ namespace ostrel_native {
 /// Throws `Napi::Error` if Node-API fails. Thread: script.
 void RegisterEdoF(Napi::Env env, Napi::Object exports);
 
-/// Fuses the stack of the request object that is the first argument, and blocks until it is done.
-/// Gives `data` (a Uint8Array of its own memory, R, G, B, 255), `backend`, `simd`, `threads` (the
-/// limit, not the number started) and `durationMs` (of the fusion alone).
-/// Every failure becomes a plain script `Error`, with undefined returned and no last error set.
+/// Fuses the stack described by the request object in the first argument; blocks until done.
+/// Returns `data` (a new Uint8Array, R, G, B, 255), `backend`, `simd`, `threads` (the limit, not
+/// the number started) and `durationMs` (of the fusion alone).
+/// Every failure becomes a plain script `Error`; returns undefined and sets no last error.
 /// Thread: script.
 Napi::Value EdoFMultibandFuse(const Napi::CallbackInfo& info);
 

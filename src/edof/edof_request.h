@@ -1,4 +1,4 @@
-// Reads the request of a fusion out of a script object.
+// Reads and validates a fusion request from a script object.
 #pragma once
 
 #include <napi.h>
@@ -10,8 +10,8 @@
 
 namespace ostrel_native {
 
-/// A checked request. Its views point into typed arrays of script code, which stay where they are
-/// as long as no script runs and the callback has not returned.
+/// A validated request. Its views point into script-owned typed arrays; they stay valid while no
+/// script runs and until the callback returns.
 struct EdoFRequest {
   int width = 0;
   int height = 0;
@@ -22,14 +22,14 @@ struct EdoFRequest {
   std::int32_t workerLimit = 1;  ///< 1 to 8
 };
 
-/// The required number `key` of `object`, cut toward zero; the most negative int32 if that does
-/// not fit. Throws `std::runtime_error` with the words for script code if there is no number or
-/// one that is not finite. Sets no last error.
+/// Reads the required number `key` of `object`, truncated toward zero; INT32_MIN if it does not
+/// fit int32. Throws `std::runtime_error` with the text for script code if it is missing, not a
+/// number or not finite. Sets no last error.
 /// Thread: script; runs script code.
 std::int32_t ReadRequiredInt(const Napi::Object& object, const char* key);
 
-/// Reads and checks the first argument, key by key; the first failure ends it.
-/// Throws `std::runtime_error` with the words for script code, and `Napi::Error` for what a getter
+/// Reads and validates the first argument, key by key; stops at the first failure.
+/// Throws `std::runtime_error` with the text for script code, and `Napi::Error` if a getter
 /// throws. Sets no last error.
 /// Thread: script; runs script code.
 EdoFRequest ReadEdoFRequest(const Napi::CallbackInfo& info);

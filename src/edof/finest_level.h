@@ -1,4 +1,4 @@
-// The finest level of a frame, blended row by row without ever being stored whole.
+// Blends the finest level of a frame row by row, without storing the whole level.
 #pragma once
 
 #include "edof/frame_warp.h"
@@ -7,21 +7,21 @@
 
 namespace ostrel_native {
 
-/// The rows that one thread works on.
+/// Working rows of one thread.
 struct RowMemory {
   explicit RowMemory(int width);
 
   WarpMemory warp;
-  Level fine;             ///< the latest 4 rows of the finest level, row y in place y % 4
-  Level coarse;           ///< the latest 4 rows of the next level, likewise
+  Level fine;             ///< last 4 rows of the finest level; row y is at y % 4
+  Level coarse;           ///< last 4 rows of the next level; row y is at y % 4
   FloatBuffer expansion;  ///< one row, 3 * width values
 };
 
 /// Fills rows `firstRow` to `lastRow - 1` of `next`, the frame's second level, and adds the detail
-/// band of the rows below them, twice as many, to `sums`. A row of the band needs the rows of
-/// `next` above and beneath it, which at either end belong to another thread: both threads make
-/// them, so none waits.
-/// `columns` expand `next` to the frame's width.
+/// band of the corresponding fine rows (twice as many) to `sums`. A band row needs the rows of
+/// `next` above and below it; at the ends of the range those belong to another thread, so both
+/// threads compute them and neither waits.
+/// `columns`: the expansion of `next` to the frame's width.
 /// Thread: fusion.
 void BlendFinestLevel(const FrameWarp& warp, const ExpansionColumns& columns, RowMemory& memory,
                       Level& next, Level& sums, int firstRow, int lastRow);

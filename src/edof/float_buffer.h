@@ -1,5 +1,5 @@
-// Vectors whose elements begin unset: what is overwritten anyway need not be cleared, and the
-// pages of a large buffer are first touched by the threads that work on it.
+// Vectors with uninitialised elements: memory that is overwritten anyway is not cleared first, and
+// the worker threads are the first to touch the pages of a large buffer.
 #pragma once
 
 #include <sys/mman.h>
@@ -11,11 +11,11 @@
 
 namespace ostrel_native {
 
-// From here on the system is asked for huge pages.
+// Buffers of at least this size ask the system for huge pages.
 inline constexpr std::size_t kLargeBytes = std::size_t{4} << 20;
 inline constexpr std::align_val_t kHugePage{std::size_t{2} << 20};
 
-/// The standard allocator, but for elements without an initial value, which it leaves unset.
+/// The standard allocator, except that default-initialised elements stay uninitialised.
 template <typename T>
 struct UnsetAllocator {
   using value_type = T;

@@ -8,7 +8,7 @@
 
 namespace ostrel_native {
 
-/// What the rows of one frame share. All memory is somebody else's.
+/// Inputs shared by all rows of one frame. Owns no memory.
 struct FrameWarp {
   FrameView frame;
   FieldView field;
@@ -20,11 +20,11 @@ struct FrameWarp {
   int height;
 };
 
-/// What one thread needs to warp rows.
+/// Working memory of one thread.
 struct WarpMemory {
   explicit WarpMemory(int width);
 
-  /// To be called before rows of another frame are warped.
+  /// Call before warping rows of another frame.
   void Begin(const FrameWarp& warp);
 
   MapColumns columns;
@@ -34,9 +34,9 @@ struct WarpMemory {
   MapLines confidence;
 };
 
-/// Warps output row `y`: to each pixel the frame's colour and normalised weight or, where the
-/// frame can't deliver it, the reference frame's colour at the same pixel and weight 0. `rgb`: a
-/// row of `Level`, 3 * width values; `weight`: width values.
+/// Warps output row `y`. Each pixel gets the frame's colour and normalised weight or, where the
+/// frame does not cover it, the reference frame's colour at the same pixel and weight 0.
+/// `rgb`: a row of `Level`, 3 * width values; `weight`: width values.
 /// Thread: fusion.
 void WarpFrameRow(const FrameWarp& warp, int y, WarpMemory& memory, float* rgb, float* weight);
 

@@ -1,4 +1,4 @@
-// Multiband fusion of a focus stack into one image, defined to the bit.
+// Multiband fusion of a focus stack into one image, bit-exact on every machine.
 #pragma once
 
 #include <cstddef>
@@ -10,26 +10,26 @@
 
 namespace ostrel_native {
 
-/// One frame of the stack; the pixels are the caller's and outlive the fusion.
+/// One frame of the stack. The caller owns the pixels, which must outlive the fusion.
 struct FrameView {
-  const std::uint8_t* rgba;  ///< R, G, B, A; packed rows of the output's size; A counts not
+  const std::uint8_t* rgba;  ///< R, G, B, A; packed rows, same size as the output; A is ignored
   double sourcePixelsPerOutputPixel;  ///< about the image centre; finite, above 0
 };
 
-/// How one frame lies on the output grid; the maps are the caller's and outlive the fusion. Each
-/// has `mapWidth * mapHeight` values, row by row.
+/// Alignment of one frame to the output grid. The caller owns the maps, which must outlive the
+/// fusion; each has `mapWidth * mapHeight` values, row-major.
 struct FieldView {
   std::int32_t mapWidth;    ///< cells, 1 to 16384
   std::int32_t mapHeight;   ///< cells, 1 to 16384
-  const float* x;           ///< where the spot of a cell lies in this frame, in map coordinates
-  const float* y;           ///< the same, vertically
+  const float* x;           ///< horizontal position of the cell in this frame, in map coordinates
+  const float* y;           ///< vertical position
   const float* confidence;  ///< of the alignment
-  bool accepted;            ///< whether the frame gives pixels; its weights count in any case
+  bool accepted;            ///< false: contributes no pixels, only weights
 };
 
 /// One level of a pyramid, or the sums over the pyramids of a stack. A row holds its R values,
 /// then its G values, then its B values, so that every inner loop runs over one plain array.
-/// The scale is that of the bytes, 0 to 255.
+/// Values range from 0 to 255, like the bytes.
 struct Level {
   Level(std::int32_t levelWidth, std::int32_t levelHeight);
 
@@ -48,23 +48,24 @@ struct Level {
   FloatBuffer weight;   ///< `width * height` values, unset at first
 };
 
-/// Where the values of `channel`, 0 to 2, begin in a row of `Level` of `width` pixels.
+/// Index of the first value of `channel` (0 to 2) in a row of `Level` of `width` pixels.
 /// Thread: any.
 constexpr std::ptrdiff_t PlaneOffset(std::int32_t channel, std::int32_t width) {
   return std::ptrdiff_t{channel} * width;
 }
 
-/// The number of pixels. Throws `std::runtime_error` ("Native EDOF dimensions are invalid")
+/// Returns the number of pixels. Throws `std::runtime_error` ("Native EDOF dimensions are invalid")
 /// unless both numbers are 1 to 16384.
 /// Thread: any.
 std::uint64_t CheckedPixels(int width, int height);
 
-/// Fuses the stack: three lists of one length, `weights[i]` with a value for each cell of
-/// `fields[i]`'s maps, `referenceIndex` within them. Gives `width * height` pixels R, G, B, 255.
-/// The bytes depend neither on `maxThreads`, the most threads that work at a time, nor on `simd`,
-/// which may be "avx2" on processors that have it.
-/// Throws what `CheckedPixels` throws, and standard exceptions if memory or a thread can't be had.
-/// Thread: script.
+/// Fuses the stack. Precondition: the three lists have the same length, `weights[i]` has one value
+/// for each cell of `fields[i]`'s maps, and `referenceIndex` is a valid index.
+/// Returns `width * height` pixels R, G, B, 255. The bytes depend neither on `maxThreads`, the
+/// maximum number of concurrent threads, nor on `simd`, which may be "avx2" only where the
+/// processor has it.
+/// Throws what `CheckedPixels` throws, and standard exceptions if memory or a thread is not
+/// available. Thread: script.
 std::vector<std::uint8_t> Fuse(int width, int height, int referenceIndex,
                                const std::vector<FrameView>& frames,
                                const std::vector<FieldView>& fields,

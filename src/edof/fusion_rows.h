@@ -1,4 +1,4 @@
-// The row work of the blending: adding a frame's bands to the sums, and turning sums into bytes.
+// Row kernels of the blending: accumulate a frame's bands, normalise, convert to bytes.
 #pragma once
 
 #include <cstddef>
@@ -9,20 +9,20 @@
 
 namespace ostrel_native {
 
-/// Adds the detail band of one row to the sums: to `rgbSum` (frame's colour - expansion) * weight,
-/// to `weightSum` the weight. `rgb`, `expansion` and `rgbSum` are rows of `Level`, 3 * width
-/// values, the other two have width values.
+/// Adds the detail band of one row to the sums: (colour - expansion) * weight to `rgbSum`, the
+/// weight to `weightSum`. `rgb`, `expansion` and `rgbSum`: rows of `Level`, 3 * width values;
+/// `weight` and `weightSum`: width values.
 /// Thread: fusion.
 void AccumulateBandRow(const float* rgb, const float* expansion, const float* weight, int width,
                        float* rgbSum, float* weightSum);
 
-/// The same without an expansion: adds colour * weight.
+/// The same without an expansion: adds colour * weight and the weight.
 /// Thread: fusion.
 void AccumulateTopRow(const float* rgb, const float* weight, int width, float* rgbSum,
                       float* weightSum);
 
-/// Adds rows `firstRow` to `lastRow - 1` of `level` to `sums`, less what the next coarser level
-/// expands to. `expansion` is working memory of 3 * level.width values.
+/// Adds rows `firstRow` to `lastRow - 1` of `level`, minus the expanded next coarser level, to
+/// `sums`. `expansion`: working memory, 3 * level.width values.
 /// Thread: fusion.
 void AccumulateBand(const Level& level, const Level& coarser, const ExpansionColumns& columns,
                     float* expansion, Level& sums, int firstRow, int lastRow);
@@ -31,14 +31,14 @@ void AccumulateBand(const Level& level, const Level& coarser, const ExpansionCol
 /// Thread: fusion.
 void AccumulateTop(const Level& level, Level& sums, int firstRow, int lastRow);
 
-/// Turns the sums of one row into weighted means. A pixel whose weight is not above
+/// Divides the sums of one row by their weights. A pixel whose weight does not exceed
 /// `kVanishingWeight` keeps its sums: in a detail band they are near zero, and the coarser bands
-/// give the colour. Thread: fusion.
+/// supply the colour. Thread: fusion.
 void NormalizeLevelRow(const float* weightSum, int width, float* rgbSum);
 
 /// Rounds one row of `Level` to `width` pixels R, G, B, 255: to nearest, halves away from zero,
-/// what is above 254 to 255 and what is below 1 to 0. As with `lroundf`, what no `long` can hold
-/// counts as below 1: NaN, infinities of either sign, and 2^63 and more.
+/// clamped to 0 to 255. As with `lroundf`, values that do not fit a `long` (NaN, infinities of
+/// either sign, 2^63 and above) become 0.
 /// Thread: fusion.
 void PackRgbaRow(const float* rgb, int width, std::uint8_t* rgba);
 

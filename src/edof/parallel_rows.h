@@ -10,12 +10,11 @@
 
 namespace ostrel_native {
 
-/// Fewer rows than this stay on the calling thread: starting threads would cost more than they
-/// save.
+/// Fewer rows than this run on the calling thread: starting threads would cost more than it saves.
 inline constexpr int kMinParallelRows = 48;
 
-/// Joins the threads of a vector when the scope ends, whatever ends it: a thread that is still
-/// joinable when it is destroyed ends the process.
+/// Joins the threads of a vector at the end of the scope, also on exceptions: destroying a joinable
+/// thread would terminate the process.
 struct ThreadJoiner {
   explicit ThreadJoiner(std::vector<std::thread>& threadsToJoin) : threads(threadsToJoin) {}
   ~ThreadJoiner() {
@@ -32,9 +31,9 @@ struct ThreadJoiner {
 /// Calls `fn(first row, one past the last row)` for equal parts of `rows`, one thread a part, the
 /// last part on the calling thread; returns when all are done. Parts: the smaller of `rows` and
 /// `maxThreads`.
-/// Throws the first exception that a started thread met, or what the calling thread's own part
-/// threw, or the system error of a thread that could not be started (the calling thread then runs
-/// no part); in each case after all threads have ended.
+/// Throws the first exception of a started thread, the exception of the calling thread's own part,
+/// or the system error of a thread that could not be started (the calling thread then runs no
+/// part); in each case after all threads have ended.
 /// Thread: any; `fn` runs on it and on fusion threads.
 template <typename Fn>
 void ParallelRows(int rows, unsigned maxThreads, Fn fn) {

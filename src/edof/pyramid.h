@@ -1,4 +1,4 @@
-// The levels of a pyramid: their sizes, halving rows, and expanding rows back to the finer size.
+// Pyramid levels: their sizes, halving rows, and expanding rows back to the finer size.
 #pragma once
 
 #include <cstdint>
@@ -9,14 +9,14 @@
 
 namespace ostrel_native {
 
-/// Width and height of every level, the finest first; at most 4. A level is halved, odd sizes
+/// Width and height of every level, finest first, at most 4 levels. A level is halved, odd sizes
 /// rounding up, while it has more than 64 columns and more than 36 rows.
 /// Thread: any.
 std::vector<std::pair<int, int>> LevelSizes(int width, int height);
 
-/// Averages boxes of 2 by 2 of one plane: rows `top` and `bottom`, `width` values each, to
-/// (width + 1) / 2 values. `bottom` is null below the last row of an odd height; the box then
-/// shrinks, and so it does at the last column of an odd width.
+/// Averages 2 by 2 boxes of one plane: rows `top` and `bottom`, `width` values each, give
+/// (width + 1) / 2 values. `bottom` is null below the last row of an odd height; the box shrinks
+/// there and at the last column of an odd width.
 /// Thread: any.
 void HalveRows(const float* top, const float* bottom, int width, float* out);
 
@@ -30,19 +30,19 @@ void HalveLevelRows(const Level& source, int topRow, int bottomRow, Level& targe
 /// Thread: script.
 void Downsample(const Level& source, Level& target, unsigned maxThreads);
 
-/// Where a row or column of an expanded level lies among those of the coarser level.
+/// Position of a row or column of an expanded level among those of the coarser level.
 struct ExpansionPosition {
-  std::int32_t low;   ///< the coarse one at or before it
+  std::int32_t low;   ///< coarse row or column at or before it
   std::int32_t high;  ///< the next one, clamped to the level
   double fraction;    ///< from `low` to `high`, 0 to 1
 };
 
-/// The place of row or column `index` of `targetSize` in a level of `sourceSize`, the centres of
-/// pixels corresponding.
+/// Locates row or column `index` of `targetSize` in a level of `sourceSize`; pixel centres
+/// correspond.
 /// Thread: any.
 ExpansionPosition LocateInCoarser(int index, int targetSize, int sourceSize);
 
-/// `LocateInCoarser` of every column. Read only once made.
+/// `LocateInCoarser` of every column. Immutable after construction.
 struct ExpansionColumns {
   ExpansionColumns(int coarseWidth, int fineWidth);
 

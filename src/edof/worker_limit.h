@@ -8,8 +8,8 @@ namespace ostrel_native {
 
 inline constexpr std::int32_t kMaxFusionWorkers = 8;
 
-/// Half of the logical processors, rounded up; the rest stays with the application. A machine
-/// that does not tell their number counts as one with a single processor.
+/// Half of the logical processors, rounded up; the rest is left to the application. An unknown
+/// number counts as one.
 /// Thread: any.
 constexpr std::int32_t DefaultWorkerLimit(unsigned processors) {
   return processors <= 1 ? 1 : static_cast<std::int32_t>(processors / 2 + processors % 2);
