@@ -57,7 +57,7 @@ export interface CameraFunctions {
    * @returns whether a library is loaded. Two more arguments, a string and a boolean, may follow and change nothing.
    *
    * - Blocks: while the library is read from disk and initialises itself.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: cleared by a load that succeeds; set by one that fails.
    */
   loadCameraBackend(libraryPath?: string): boolean;
@@ -71,7 +71,7 @@ export interface CameraFunctions {
    * @returns whether libjpeg-turbo is loaded and complete.
    *
    * - Blocks: while the library is read from disk.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: set by a load that fails; a success leaves it as it is.
    */
   loadTurboJpeg(libraryPath: string): boolean;
@@ -80,7 +80,7 @@ export interface CameraFunctions {
    * Whether `loadTurboJpeg` has succeeded.
    *
    * - Blocks: no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   turboJpegAvailable(): boolean;
@@ -89,7 +89,7 @@ export interface CameraFunctions {
    * The path that `loadTurboJpeg` was given when it succeeded; empty before.
    *
    * - Blocks: no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   turboJpegLoadPath(): string;
@@ -98,7 +98,7 @@ export interface CameraFunctions {
    * The path or name under which the camera library was loaded; empty before.
    *
    * - Blocks: no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraLoadPath(): string;
@@ -107,7 +107,7 @@ export interface CameraFunctions {
    * The kind of camera library that is loaded: "none" before a load, then "linux-v4l2".
    *
    * - Blocks: no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraBackend(): CameraBackend;
@@ -118,7 +118,7 @@ export interface CameraFunctions {
    * @returns 0; -6 without a library; any other number is the camera library's.
    *
    * - Blocks: as long as the camera library takes.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraInitialize(): number;
@@ -129,7 +129,7 @@ export interface CameraFunctions {
    * @returns `STATUS_AUTHORIZED` (0) if it may; -6 without a library; any other number is the camera library's "no".
    *
    * - Blocks: as long as the camera library takes.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraHasVideoCaptureAuth(): number;
@@ -139,7 +139,7 @@ export interface CameraFunctions {
    * `cameraHasVideoCaptureAuth`. Without a library it does nothing.
    *
    * - Blocks: as long as the camera library takes; not until a person has answered.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraAskVideoCaptureAuth(): void;
@@ -150,7 +150,7 @@ export interface CameraFunctions {
    * @returns 0 without a library; a negative number is the camera library's failure.
    *
    * - Blocks: as long as the camera library takes.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraDevicesCount(): number;
@@ -162,7 +162,7 @@ export interface CameraFunctions {
    * @returns empty without a library, or if the library knows none.
    *
    * - Blocks: as long as the camera library takes.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraDeviceUniqueId(deviceIndex: number): string;
@@ -173,7 +173,7 @@ export interface CameraFunctions {
    * @returns empty without a library, or if the library knows none.
    *
    * - Blocks: as long as the camera library takes.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraDeviceModelId(deviceIndex: number): string;
@@ -184,7 +184,7 @@ export interface CameraFunctions {
    * @returns empty without a library, or if the library knows none.
    *
    * - Blocks: as long as the camera library takes.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraDeviceName(deviceIndex: number): string;
@@ -193,7 +193,7 @@ export interface CameraFunctions {
    * The kind of camera, where the camera library tells one. That of Linux does not: it is always empty there.
    *
    * - Blocks: as long as the camera library takes; not at all on Linux.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraDeviceType(deviceIndex: number): string;
@@ -205,7 +205,7 @@ export interface CameraFunctions {
    * @returns empty without a library, or if the camera has none or does not exist.
    *
    * - Blocks: for four calls of the camera library for each format.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraDeviceFormats(deviceIndex: number): CameraFormat[];
@@ -221,7 +221,7 @@ export interface CameraFunctions {
    *   other negative number is the camera library's. The frames' real size shows in `cameraFrameInfo`.
    *
    * - Blocks: as long as the camera library takes to start, which may be seconds with a slow camera.
-   * - Thread: script; the frames then come on threads of the camera library.
+   * - Thread: any environment; the frames then come on threads of the camera library.
    * - Error text: not touched.
    */
   cameraStartCapture(deviceIndex: number, width?: number, height?: number, formatIndex?: number, encoded?: boolean): number;
@@ -234,7 +234,7 @@ export interface CameraFunctions {
    *
    * - Blocks: until the recording has written its queue and finished its file, the preview's worker has ended and
    *   the camera library has stopped.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched; a recording that could not be finished shows in `cameraRecordingStatus().error`.
    */
   cameraStopCapture(deviceIndex: number): number;
@@ -246,7 +246,7 @@ export interface CameraFunctions {
    *   camera library's failure. Both "yes" and success are 0: compare, don't test for truth.
    *
    * - Blocks: as long as the camera library takes.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraHasFirstFrame(deviceIndex: number): number;
@@ -256,7 +256,7 @@ export interface CameraFunctions {
    * The button of a microscope is told by `ostrelIsCapturePressed` and `dinoLiteMicrotouchPressed`.
    *
    * - Blocks: no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraButtonPressed(deviceIndex: number): number;
@@ -265,7 +265,7 @@ export interface CameraFunctions {
    * When the camera's own button was pressed last, as the camera library tells it. Always 0 on Linux.
    *
    * - Blocks: no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraButtonTimestamp(deviceIndex: number): number;
@@ -274,7 +274,7 @@ export interface CameraFunctions {
    * Whether image controls can be read. Always false on Linux, whose camera library has none.
    *
    * - Blocks: no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraHasVideoProcAmp(): boolean;
@@ -287,7 +287,7 @@ export interface CameraFunctions {
    * @throws TypeError "Expected (deviceIndex, property)" with fewer than two arguments; Error if one is no number.
    *
    * - Blocks: as long as the camera library takes; not at all on Linux.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraVideoProcAmpRange(deviceIndex: number, property: number): ImageControlRange;
@@ -300,7 +300,7 @@ export interface CameraFunctions {
    * @throws TypeError "Expected (deviceIndex, property)" with fewer than two arguments; Error if one is no number.
    *
    * - Blocks: as long as the camera library takes; not at all on Linux.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraVideoProcAmpGet(deviceIndex: number, property: number): ImageControlValue;
@@ -316,7 +316,7 @@ export interface CameraFunctions {
    *   no number.
    *
    * - Blocks: as long as the camera library takes; not at all on Linux.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraVideoProcAmpSet(deviceIndex: number, property: number, value: number, flags: number): ImageControlResult;

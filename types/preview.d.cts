@@ -64,8 +64,8 @@ export interface DirectPreviewFrame extends PreviewPicture, PreviewCounters {
 /** No preview frame this time. */
 export interface NoPreviewFrame extends PreviewCounters {
   /**
-   * -256: nothing newer yet; -1: the preview is not that of this device, or there is none; -11: the frame does not
-   * fit its buffer.
+   * -256: nothing newer yet, or another environment starts, stops or polls the preview at this moment; -1: the preview
+   * is not that of this device, or there is none; -11: the frame does not fit its buffer.
    */
   result: -256 | -1 | -11;
   data: null;
@@ -116,10 +116,13 @@ export interface PreviewFunctions {
    *   do that: the answer is -13 there, and what runs goes on.
    * @returns 0; -1 for a negative device; -13 for arrays on Linux. Where direct delivery exists also -7 for an array
    *   that is no Uint8Array, -11 for one that is too short or a frame that cannot be delivered so.
-   * @throws Error if there is no memory for three frames.
+   * @throws Error "Not enough memory for a preview of <width> by <height> pixels" if there is none for three frames,
+   *   "Could not start the preview's thread: <reason>". What ran before has ended then, and polls of this device answer
+   *   -256.
    *
-   * - Blocks: until the worker of an earlier preview has ended: at most its pace and one call of the camera library.
-   * - Thread: script; the frames are made on the preview's own worker.
+   * - Blocks: until the worker of an earlier preview has ended, at most one call of the camera library; and for a start
+   *   or a stop that another environment has begun.
+   * - Thread: any environment; the frames are made on the preview's own worker.
    * - Error text: not touched.
    */
   cameraPreviewStart(
@@ -132,8 +135,9 @@ export interface PreviewFunctions {
    *
    * @returns always 0.
    *
-   * - Blocks: until the worker has ended: at most its pace and one call of the camera library.
-   * - Thread: script.
+   * - Blocks: until the worker has ended, at most one call of the camera library; and for a start or a stop that another
+   *   environment has begun.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraPreviewStop(deviceIndex?: number): 0;
@@ -142,7 +146,7 @@ export interface PreviewFunctions {
    * Whether a preview runs, be it that it still waits for a first frame.
    *
    * - Blocks: no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraPreviewIsRunning(): boolean;
@@ -151,7 +155,7 @@ export interface PreviewFunctions {
    * Whether the preview delivers directly into arrays of the caller. Always false on Linux.
    *
    * - Blocks: no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraPreviewIsDirect(): boolean;
@@ -165,7 +169,7 @@ export interface PreviewFunctions {
    *   device or no such slot, which is always so on Linux.
    *
    * - Blocks: no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraPreviewReleaseDirectSlot(deviceIndex: number, slot: number, sequence: number): 0 | -1 | -7;
@@ -177,7 +181,7 @@ export interface PreviewFunctions {
    * @returns always 0.
    *
    * - Blocks: no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraPreviewReleaseAllDirectSlots(deviceIndex?: number): 0;
@@ -193,8 +197,9 @@ export interface PreviewFunctions {
    *   a Uint8ClampedArray or shared memory among them, is ignored, and the frame comes in a new Buffer.
    * @throws Error "The buffer of slot N was detached or resized while it was lent", only with direct delivery.
    *
-   * - Blocks: for the copy of one frame, well below a millisecond at 960 by 540. It never waits for the camera.
-   * - Thread: script.
+   * - Blocks: for the copy of one frame, well below a millisecond at 960 by 540. It waits for nothing, neither for the
+   *   camera nor for another environment.
+   * - Thread: any environment.
    * - Error text: not touched; `lastResult` tells why there is no frame.
    */
   cameraPreviewGetLatest(
@@ -208,7 +213,7 @@ export interface PreviewFunctions {
    * @param lastSequence `sequence` of the picture that the caller has; 0 for none. It counts pictures, not frames.
    *
    * - Blocks: for the copy of one picture, some milliseconds; it may wait while the worker stores the next one.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraPreviewGetLatestQualityFrame(deviceIndex: number, lastSequence?: number): QualityFrame | NoQualityFrame;

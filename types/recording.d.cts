@@ -32,7 +32,7 @@ export interface RecordingFunctions {
    * Whether recording can be attempted. It opens no encoder, so a start may fail all the same.
    *
    * - Blocks: the first time until FFmpeg is loaded, some milliseconds; then no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraRecordingAvailable(): boolean;
@@ -56,7 +56,7 @@ export interface RecordingFunctions {
    *
    * - Blocks: until an encoder is open and the file has its header: milliseconds for one in software, at most
    *   10 seconds, and longer only if an encoder does not come back from the attempt to open it.
-   * - Thread: the script thread waits; encoding and file work run on the recorder's own worker.
+   * - Thread: any environment; encoding and file work run on the recorder's own worker.
    * - Error text: set by every failure; a success leaves it as it is.
    */
   cameraRecordingStart(
@@ -70,7 +70,7 @@ export interface RecordingFunctions {
    * @returns 0, or -3 if the recording failed at any time; the file so far is kept then.
    *
    * - Blocks: until the file is finished, in proportion to its length: it is rewritten once.
-   * - Thread: the script thread waits for the recorder's worker.
+   * - Thread: any environment; it waits for the recorder's worker.
    * - Error text: set by a failure; a success leaves it as it is.
    */
   cameraRecordingStop(): 0 | -3;
@@ -80,7 +80,7 @@ export interface RecordingFunctions {
    * says why.
    *
    * - Blocks: the first time until FFmpeg is loaded, some milliseconds; then no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraRecordingStatus(): RecordingStatus;

@@ -122,7 +122,7 @@ export interface StillFunctions {
    * @returns sizes of -1 without a library.
    *
    * - Blocks: as long as the camera library takes.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraFrameInfo(deviceIndex: number): FrameInfo;
@@ -134,7 +134,7 @@ export interface StillFunctions {
    * @returns test `result` before `data` is used: after a failed grab it is a buffer without a picture.
    *
    * - Blocks: as long as the camera library takes, which may wait for its next frame.
-   * - Thread: script; a preview goes on meanwhile.
+   * - Thread: any environment; a preview goes on meanwhile.
    * - Error text: not touched.
    */
   cameraGrabFrame(deviceIndex: number): GrabbedFrame | UngrabbedFrame;
@@ -148,7 +148,7 @@ export interface StillFunctions {
    * @returns `data` is null unless `result` is 0; test `data`, and the type follows.
    *
    * - Blocks: as long as the camera library takes, which may wait for its next frame, and milliseconds to reduce.
-   * - Thread: script; a preview goes on meanwhile.
+   * - Thread: any environment; a preview goes on meanwhile.
    * - Error text: not touched.
    */
   cameraGrabFrameRgba(deviceIndex: number, maxWidth?: number, maxHeight?: number): RgbaFrame | NoRgbaFrame;
@@ -158,7 +158,7 @@ export interface StillFunctions {
    * exist on Linux: there it is always `{ result: -256, data: null }`.
    *
    * - Blocks: for the copy.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraGrabEncodedFrame(deviceIndex: number): EncodedFrame | NoEncodedFrame;

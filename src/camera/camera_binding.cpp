@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <utility>
 
 #include "addon/common.h"
 #include "addon/native_library.h"
@@ -21,23 +22,40 @@ constexpr int kCnokhwaSymbolCount = 0
     ;
 static_assert(kCnokhwaSymbolCount == 20);
 
+// A library on its way into the binding.
+struct CnokhwaTable {
+#define REQUIRED(name, result, parameters) result(*name) parameters = nullptr;
+#define OPTIONAL(name, result, parameters) result(*name) parameters = nullptr;
+#include "camera/cnokhwa_symbols.h"
+};
+
 // In the order of the table. False, with the last error set, at the first missing symbol.
-bool LoadCnokhwaTable(CameraBinding& binding) {
-#define REQUIRED(name, result, parameters)                         \
-  if (!LoadRequiredSymbol(binding.handle, #name, &binding.name)) { \
-    return false;                                                  \
+bool FindSymbols(void* library, CnokhwaTable& table) {
+#define REQUIRED(name, result, parameters)                \
+  if (!LoadRequiredSymbol(library, #name, &table.name)) { \
+    return false;                                         \
   }
 #define OPTIONAL(name, result, parameters) \
-  binding.name = reinterpret_cast<decltype(binding.name)>(LoadSymbol(binding.handle, #name));
+  table.name = reinterpret_cast<decltype(table.name)>(LoadSymbol(library, #name));
 #include "camera/cnokhwa_symbols.h"
   return true;
 }
 
-// The entries of a refused library point into code that is about to be unmapped.
-void ClearCnokhwaTable(CameraBinding& binding) {
-#define REQUIRED(name, result, parameters) binding.name = nullptr;
-#define OPTIONAL(name, result, parameters) binding.name = nullptr;
-#include "camera/cnokhwa_symbols.h"
+// Opens the first candidate that has the table. Null, with the last error set, if none has.
+void* OpenCnokhwa(const std::string& explicitPath, CnokhwaTable& table, std::string& path) {
+  for (const std::string& candidate :
+       BuildLoadCandidates(explicitPath, {"libcnokhwa.so", "cnokhwa"})) {
+    void* const library = OpenLibrary(candidate);
+    if (library == nullptr) {
+      continue;
+    }
+    if (FindSymbols(library, table)) {
+      path = candidate;
+      return library;
+    }
+    CloseLibrary(library);
+  }
+  return nullptr;
 }
 
 bool IsRemembered(int device) {
@@ -61,32 +79,47 @@ const char* BackendName(BackendKind kind) {
 }
 
 bool CameraBinding::Load(const std::string& explicitPath) {
-  if (loaded) {
-    return true;
+  {
+    const std::lock_guard<std::mutex> lock(loadMutex);
+    if (loaded) {
+      return true;
+    }
   }
-  for (const std::string& candidate :
-       BuildLoadCandidates(explicitPath, {"libcnokhwa.so", "cnokhwa"})) {
-    handle = OpenLibrary(candidate);
-    if (handle == nullptr) {
-      continue;
+  // Opened without the lock: a library's own initialisers run meanwhile, for as long as they like.
+  CnokhwaTable table;
+  std::string candidate;
+  void* const library = OpenCnokhwa(explicitPath, table, candidate);
+  if (library == nullptr) {
+    SetLastError(
+        "Could not load Linux camera backend library (libcnokhwa). Set OSTREL_NATIVE_DIR or pass "
+        "explicit path.");
+    return false;
+  }
+  bool isInstalled = false;
+  {
+    const std::lock_guard<std::mutex> lock(loadMutex);
+    if (!loaded) {
+#define REQUIRED(name, result, parameters) name = table.name;
+#define OPTIONAL(name, result, parameters) name = table.name;
+#include "camera/cnokhwa_symbols.h"
+      handle = library;
+      path = std::move(candidate);
+      loaded = true;
+      // Last: a preview that was started before the load may be asking for it already.
+      kind.store(BackendKind::Linux, std::memory_order_release);
+      isInstalled = true;
     }
-    if (!LoadCnokhwaTable(*this)) {
-      ClearCnokhwaTable(*this);
-      CloseLibrary(handle);
-      handle = nullptr;
-      continue;
-    }
-    path = candidate;
-    loaded = true;
+  }
+  if (isInstalled) {
     SetLastError("");
-    // Last: a preview that was started before the load may be asking for it already.
-    kind.store(BackendKind::Linux, std::memory_order_release);
-    return true;
+  } else {
+    CloseLibrary(library);  // another thread's is in use by now
   }
-  SetLastError(
-      "Could not load Linux camera backend library (libcnokhwa). Set OSTREL_NATIVE_DIR or pass "
-      "explicit path.");
-  return false;
+  return true;
+}
+
+std::string CameraBinding::LoadPath() const {
+  return kind.load(std::memory_order_acquire) == BackendKind::None ? std::string() : path;
 }
 
 void CameraBinding::RememberDimensions(int device, std::int32_t width, std::int32_t height) {

@@ -30,19 +30,20 @@ using AvfDirectFrameCallbackFn = void (*)(std::int32_t device, std::int32_t form
                                           void* context);
 
 /// The camera library and its tables. Every camera operation reads `kind` first and calls an
-/// entry of that kind's table only; an absent entry is null.
+/// entry of that kind's table only; an absent entry is null. Calls go to the library on whatever
+/// thread they come from, several at once.
 ///
 /// The library is never closed: it stays loaded until the process ends.
 struct CameraBinding {
-  void* handle = nullptr;  ///< open library, or null
-  bool loaded = false;     ///< script thread only
-  /// Which table may be used. Written by the script thread, last of all at a load and with
-  /// release order, so that a worker that sees a kind by acquire also sees its table.
+  std::mutex loadMutex;    ///< one load installs its library; no other is taken under it
+  void* handle = nullptr;  ///< open library, or null; guarded by `loadMutex`
+  bool loaded = false;     ///< guarded by `loadMutex`
+  /// Which table may be used. Written last of all at a load and with release order, so that a
+  /// thread that sees a kind by acquire also sees its table and `path`, which never change again.
   std::atomic<BackendKind> kind{BackendKind::None};
-  std::string path;  ///< the candidate that loaded; empty before. Script thread only
+  std::string path;  ///< the candidate that loaded; empty before. To be read through `LoadPath`
   std::vector<CaptureDimensions> captureDimensions;  ///< by device; guarded by `dimensionsMutex`
-  /// Guards `captureDimensions`, which the script thread grows while a worker may read it.
-  mutable std::mutex dimensionsMutex;
+  mutable std::mutex dimensionsMutex;                ///< no other is taken under it
 
 #define REQUIRED(name, result, parameters) result(*name) parameters = nullptr;
 #define OPTIONAL(name, result, parameters) result(*name) parameters = nullptr;
@@ -80,9 +81,14 @@ struct CameraBinding {
 
   /// Opens the camera library: `explicitPath` alone if it is not empty, otherwise the default
   /// names. True if a library is loaded, also by an earlier call, which is then left as it is.
-  /// On failure false, with the last error set; on a fresh success the last error is cleared.
-  /// Thread: script.
+  /// On failure false, with the last error set; on a fresh success the last error is cleared. Of
+  /// several loads at once one installs its library, the others close theirs and answer true.
+  /// Thread: any environment.
   bool Load(const std::string& explicitPath);
+
+  /// The candidate that loaded; empty before.
+  /// Thread: any.
+  std::string LoadPath() const;
 
   /// The current frame's width or height in pixels, unchecked on Linux; -1 if unknown. The
   /// other kinds fall back to the size that capture was started with.
@@ -139,7 +145,7 @@ struct CameraBinding {
 
   /// Remembers the size that capture was started with, each side raised to at least 0. Indices
   /// that are negative or beyond any real device count are not kept.
-  /// Thread: script.
+  /// Thread: any.
   void RememberDimensions(int device, std::int32_t width, std::int32_t height);
 
   /// The remembered size; {0, 0} if none.

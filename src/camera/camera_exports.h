@@ -1,6 +1,7 @@
 // The native forms of the camera functions, in the order in which they are exported. What each
 // takes and returns stands with its definition, in the file that the group names.
-// Thread: script, all of them.
+// Thread: any environment, all of them: any number of environments may call them at once. No lock
+// is held where they call Node-API or where script code may run.
 #pragma once
 
 #include <napi.h>

@@ -1,7 +1,16 @@
 #include "camera/camera_preview.h"
 
 #include <algorithm>
+#include <chrono>
+#include <iterator>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <utility>
 
+#include "camera/frame_scratch.h"
+#include "camera/preview_turn.h"
 #include "recording/video_recorder.h"
 
 namespace ostrel_native {
@@ -34,35 +43,34 @@ int AnnounceReading(CameraPreviewProducer& producer) {
   return -1;
 }
 
+std::runtime_error NoMemoryFor(int width, int height) {
+  return std::runtime_error("Not enough memory for a preview of " + std::to_string(width) + " by " +
+                            std::to_string(height) + " pixels");
+}
+
 }  // namespace
 
 CameraPreviewProducer::~CameraPreviewProducer() {
-  for (auto& reference : slotReferences) {
-    reference.SuppressDestruct();
-  }
-  RequestStop();
-  JoinAndReset();
+  Stop(-1);
 }
 
 int CameraPreviewProducer::StartPolling(int device, int width, int height, int frameRate) {
   if (device < 0) {
     return kResultNoPreview;
   }
+  const PreviewTurn turn(*this);
   RequestStop();
   JoinAndReset();
-
-  const int wantedWidth = std::max(width, 1);
-  const int wantedHeight = std::max(height, 1);
-  const std::uint64_t bytes = std::uint64_t{4} * static_cast<std::uint64_t>(wantedWidth) *
-                              static_cast<std::uint64_t>(wantedHeight);
-  bufferBytes = 0;  // claims nothing while an allocation may still fail
-  for (auto& buffer : buffers) {
-    buffer.assign(bytes, 0);  // zeroed: nothing of an earlier camera's picture stays
+  StorePace(device, std::max(width, 1), std::max(height, 1), frameRate);
+  const std::uint64_t bytes = std::uint64_t{4} * static_cast<std::uint64_t>(targetWidth) *
+                              static_cast<std::uint64_t>(targetHeight);
+  try {
+    SizeBuffers(bytes);
+  } catch (const std::bad_alloc&) {
+    throw NoMemoryFor(targetWidth, targetHeight);
+  } catch (const std::length_error&) {
+    throw NoMemoryFor(targetWidth, targetHeight);
   }
-  bufferBytes = bytes;
-
-  StorePace(device, wantedWidth, wantedHeight, frameRate);
-  std::fill(std::begin(metas), std::end(metas), PreviewMeta{});
   droppedFrames = 0;
   lastResult = kResultNotYet;
 
@@ -70,13 +78,33 @@ int CameraPreviewProducer::StartPolling(int device, int width, int height, int f
   const std::uint64_t ownGeneration = ++generation;
   try {
     worker = std::thread(&CameraPreviewProducer::RunLoop, this, ownGeneration, device, targetWidth,
-                         targetHeight, frameInterval, bufferBytes);
-  } catch (...) {
+                         targetHeight, frameInterval, bytes);
+  } catch (const std::system_error& error) {
     RequestStop();
     JoinAndReset();
-    throw;
+    deviceIndex = device;
+    throw std::system_error(error.code(), kNoThreadText);
   }
   return kResultOk;
+}
+
+// Zeroed, so that nothing of an earlier camera's picture stays. The memory of the buffers before is
+// used again, unless it is far too much.
+void CameraPreviewProducer::SizeBuffers(std::uint64_t bytes) {
+  std::vector<std::uint8_t> sized[kBufferCount];
+  {
+    const std::lock_guard<std::mutex> lock(previewMutex);
+    std::swap(buffers, sized);
+    bufferBytes = 0;  // claims nothing while an allocation may still fail
+    std::fill(std::begin(metas), std::end(metas), PreviewMeta{});
+  }
+  for (auto& buffer : sized) {
+    GiveBackExcess(buffer, bytes);
+    buffer.assign(bytes, 0);
+  }
+  const std::lock_guard<std::mutex> lock(previewMutex);
+  std::swap(buffers, sized);
+  bufferBytes = bytes;
 }
 
 void CameraPreviewProducer::StorePace(int device, int width, int height, int frameRate) {
@@ -87,10 +115,25 @@ void CameraPreviewProducer::StorePace(int device, int width, int height, int fra
 }
 
 void CameraPreviewProducer::Stop(int device) {
-  if (IsPreviewDevice(device)) {
+  const PreviewTurn turn(*this, device);
+  if (turn.taken) {
     RequestStop();
     JoinAndReset();
   }
+}
+
+void CameraPreviewProducer::StopGeneration(std::uint64_t startGeneration) {
+  const PreviewTurn turn(*this);
+  if (generation == startGeneration) {
+    RequestStop();
+    JoinAndReset();
+  }
+}
+
+bool CameraPreviewProducer::MayWrite(std::uint64_t startGeneration) {
+  // A thread that stops the preview first moves the generation on, then takes the callback back.
+  const std::lock_guard<std::mutex> lock(previewMutex);
+  return changing || generation == startGeneration;
 }
 
 void CameraPreviewProducer::RequestStop() {
@@ -107,10 +150,10 @@ void CameraPreviewProducer::JoinAndReset() {
   // In this order: a callback or a worker may still write into the lent arrays.
   ClearDirectCallback();
   if (worker.joinable()) {
+    SetJoining(true);
     worker.join();
+    SetJoining(false);
   }
-  direct = false;
-  directMjpeg = false;
   DropSlots();
   publishedIndex = -1;
   readingIndex = -1;
@@ -123,6 +166,21 @@ void CameraPreviewProducer::JoinAndReset() {
   // `droppedFrames` keeps its count until the next start, for whoever asks why frames were lost.
   ClearQuality();
   ClearEncoded();
+}
+
+void CameraPreviewProducer::SetJoining(bool isJoining) {
+  {
+    const std::lock_guard<std::mutex> lock(previewMutex);
+    joining = isJoining;
+  }
+  turnCondition.notify_all();
+}
+
+void CameraPreviewProducer::SleepUntil(std::int64_t steadyNs, std::uint64_t ownGeneration) {
+  const std::chrono::steady_clock::time_point deadline{std::chrono::nanoseconds(steadyNs)};
+  std::unique_lock<std::mutex> lock(sharedMutex);
+  sharedCondition.wait_until(lock, deadline,
+                             [this, ownGeneration] { return IsStale(ownGeneration); });
 }
 
 void CameraPreviewProducer::ClearQuality() {
@@ -179,28 +237,42 @@ void CameraPreviewProducer::EnqueueRecordingFrame(const std::uint8_t* data,
 }
 
 LatestFrame::LatestFrame(CameraPreviewProducer& producer, int device, std::uint64_t lastSequence)
-    : owner(producer) {
-  if (device < 0 || device != producer.deviceIndex) {
+    : owner(producer), lock(producer.previewMutex, std::defer_lock) {
+  if (device < 0) {
+    result = kResultNoPreview;
+  } else if (!lock.try_lock()) {
+    sequence = producer.publishedSequence;
+  } else {
+    Look(device, lastSequence);
+  }
+  if (data == nullptr && lock.owns_lock()) {
+    lock.unlock();
+  }
+}
+
+void LatestFrame::Look(int device, std::uint64_t lastSequence) {
+  if (owner.changing) {
+    sequence = owner.publishedSequence;
+    return;
+  }
+  if (device != owner.deviceIndex) {
     result = kResultNoPreview;
     return;
   }
-  const int index = AnnounceReading(producer);
+  const int index = AnnounceReading(owner);
   if (index < 0) {
-    sequence = producer.publishedSequence;
+    sequence = owner.publishedSequence;
     return;
   }
-  meta = producer.metas[index];
+  meta = owner.metas[index];
   sequence = meta.sequence;
-  if (meta.sequence <= lastSequence || meta.dataSize < 1) {
-    producer.readingIndex = -1;
+  const bool isNew = meta.sequence > lastSequence && meta.dataSize >= 1;
+  if (!isNew || static_cast<std::uint64_t>(meta.dataSize) > owner.bufferBytes) {
+    owner.readingIndex = -1;
+    result = isNew ? kResultNoRoom : kResultNotYet;
     return;
   }
-  if (static_cast<std::uint64_t>(meta.dataSize) > producer.bufferBytes) {
-    producer.readingIndex = -1;
-    result = kResultNoRoom;
-    return;
-  }
-  data = producer.buffers[index].data();
+  data = owner.buffers[index].data();
   result = kResultOk;
 }
 
@@ -208,6 +280,7 @@ void LatestFrame::Release() {
   if (data != nullptr) {
     data = nullptr;
     owner.readingIndex = -1;
+    lock.unlock();
   }
 }
 

@@ -1,9 +1,8 @@
 // The live preview, in one of two modes. Polling: a worker grabs frames at a fixed pace, and three
-// buffers take the newest one to the script thread without a lock. Direct: the backend calls back
-// for each frame, which goes straight into one of three arrays that script code lends.
+// buffers take the newest one to script code; the worker takes no lock for that. Direct: the
+// backend calls back for each frame, which goes straight into one of three arrays that script code
+// lends.
 #pragma once
-
-#include <napi.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -61,24 +60,30 @@ struct EncodedFrame {
 enum class SlotState : std::uint32_t {
   Free = 0,     ///< nobody; may be taken for writing
   Writing = 1,  ///< the thread that took it
-  Ready = 2,    ///< nobody; holds a finished frame that the script thread may claim
+  Ready = 2,    ///< nobody; holds a finished frame that a poll may claim
   Held = 3,     ///< script code, until it releases the slot
 };
 
 struct DirectPlan;
 struct LentSlot;
 
-/// The one preview of the process.
+/// The one preview of the process. Any number of environments may call it at once.
+///
+/// What changes the preview (a start, a stop) holds the turn, a `PreviewTurn`, from its beginning
+/// to its end: one thread at a time, the others wait. A poll waits for nobody: while a turn is
+/// taken, or `previewMutex` is, it finds nothing new. `previewMutex` is held for moments only, and
+/// for a poll's copy; no library, no join and no script code runs under it.
 ///
 /// Polling mode: the worker writes only to a buffer that is neither published nor being read. The
-/// reader announces in `readingIndex` what it copies and then reads `publishedIndex` again. Each
-/// side stores one index and then loads the other's, so all four accesses need the one total order
-/// of `seq_cst`: with anything weaker both sides can miss each other and a picture tears.
+/// reader, one at a time by `previewMutex`, announces in `readingIndex` what it copies and then
+/// reads `publishedIndex` again. Each side stores one index and then loads the other's, so all four
+/// accesses need the one total order of `seq_cst`: with anything weaker both sides can miss each
+/// other and a picture tears.
 ///
 /// Direct mode: a slot is an array that script code lends, its state and its record. The state
 /// alone decides who owns the slot. The backend's callback thread and the worker take free slots
-/// and finish them; only the script thread takes a slot out of `Ready` or `Held`, so a record that
-/// it has seen `Ready` stays as it is until the script thread itself lets go of it.
+/// and finish them; only the holder of `previewMutex` takes a slot out of `Ready` or `Held`, so a
+/// record that it has seen in one of these stays as it is until it gives the mutex back.
 struct CameraPreviewProducer {
   /// Number of buffers: one published, one being read, one to write. Direct mode: of slots.
   static constexpr int kBufferCount = 3;
@@ -86,75 +91,80 @@ struct CameraPreviewProducer {
   CameraPreviewProducer() = default;
   CameraPreviewProducer(const CameraPreviewProducer&) = delete;
   CameraPreviewProducer& operator=(const CameraPreviewProducer&) = delete;
-  /// Stops a running preview and waits for its worker. Leaves the references to lent arrays alone:
-  /// the environment that they belong to is gone when the process exits.
+  /// Stops a running preview and waits for its worker.
   ~CameraPreviewProducer();
 
   /// Stops what runs, then starts a preview of at most `width` by `height` pixels at `frameRate`
   /// frames a second (1 to 120; all three are raised to at least 1). Capture is not started: the
   /// worker waits for a first frame for as long as it takes.
-  /// Returns 0, or -1 for a negative device, which changes nothing. Throws `std::bad_alloc` or
-  /// `std::length_error` if the buffers cannot be had, and `std::system_error` if the thread
-  /// cannot; the preview is then stopped.
-  /// Thread: script.
+  /// Returns 0, or -1 for a negative device, which changes nothing. Throws `std::runtime_error` if
+  /// the buffers cannot be had and `std::system_error` if the thread cannot, both with words for
+  /// script code; the preview is then stopped, and this device is its device.
+  /// Thread: any environment.
   int StartPolling(int device, int width, int height, int frameRate);
 
   /// Stops what runs, stores device, size and pace, and plans a direct preview's frames.
-  /// `HasFrameCallback` and a device of 0 or more are the caller's to see to.
+  /// Precondition: `HasFrameCallback`, and a device of 0 or more.
   /// Returns 0, or -11 if the backend's frames cannot be delivered directly; the preview is stopped
   /// in either case.
-  /// Thread: script.
+  /// Thread: any environment.
   int PrepareDirect(int device, int width, int height, int frameRate, DirectPlan& plan);
 
   /// Starts the prepared preview with its frames going into `lent`, whose memory must stay where it
-  /// is until the preview has stopped; `slotReferences` are the caller's to set before.
-  /// Returns 0, or the backend's negative code if it refuses the callback; the references are then
-  /// released. Throws `std::system_error` if the worker cannot be started; the preview is then
-  /// stopped.
-  /// Thread: script. The first frames may arrive before it returns, also on this thread.
-  int StartDirect(const DirectPlan& plan, const LentSlot (&lent)[kBufferCount]);
+  /// is for as long as `MayWrite`. A preview that was started or stopped since `PrepareDirect` has
+  /// the frames planned anew, after a stop.
+  /// Returns 0 with the preview's own `plan.generation`; what `CheckLentSlots` answers; the
+  /// backend's negative code if it refuses the callback; or, for a new plan, -11. Throws
+  /// `std::system_error` if the worker cannot be started; the preview is then stopped.
+  /// Thread: any environment. The first frames may arrive before it returns, also on this thread.
+  int StartDirect(DirectPlan& plan, const LentSlot (&lent)[kBufferCount]);
 
   /// Stops the preview if `device` is negative or the preview's; does nothing otherwise.
-  /// Thread: script.
+  /// Thread: any environment.
   void Stop(int device);
 
+  /// Stops the preview if it is the one of `startGeneration`, and waits for its end if another
+  /// thread is stopping it.
+  /// Thread: any environment.
+  void StopGeneration(std::uint64_t startGeneration);
+
+  /// Whether the direct preview of `startGeneration` may still write into the arrays lent to it.
+  /// Thread: any environment.
+  bool MayWrite(std::uint64_t startGeneration);
+
   /// Whether a call that names `device` means this preview: any negative one does.
-  /// Thread: script.
+  /// Thread: any.
   bool IsPreviewDevice(int device) const { return device < 0 || device == deviceIndex; }
 
   /// Tells the worker to end, without waiting for it.
-  /// Thread: script.
+  /// Thread: that of the turn.
   void RequestStop();
 
   /// Takes our callback back from the backend, if it has it. On return no callback runs.
-  /// Thread: script.
+  /// Thread: that of the turn.
   void ClearDirectCallback();
 
-  /// Takes the callback back, waits for the worker to end, then releases the lent arrays and
-  /// clears the preview. After `RequestStop` only: the wait is for ever otherwise. It lasts as long
-  /// as the worker's pace and its current backend call.
-  /// Thread: script.
+  /// Takes the callback back, waits for the worker to end, then forgets the lent arrays and clears
+  /// the preview. After `RequestStop` only: the wait is for ever otherwise. It lasts as long as the
+  /// worker's current backend call.
+  /// Thread: that of the turn.
   void JoinAndReset();
 
-  /// Forgets the lent arrays and releases the references to them.
-  /// Thread: script, with neither callback nor worker.
-  void DropSlots();
-
   /// A copy of the newest full-resolution picture, if it is newer than `lastSequence`.
-  /// Thread: script; may wait for the worker's own copy or grab of that picture.
+  /// Thread: any environment; may wait for the worker's own copy of that picture.
   QualityFrame LatestQualityFrame(int device, std::uint64_t lastSequence);
 
   /// A copy of the JPEG that was decoded last, in a direct preview of a JPEG camera.
-  /// Thread: script.
+  /// Thread: any environment.
   EncodedFrame LatestEncodedFrame(int device);
 
   /// Frees a slot that script code holds. 0; -1 without such a slot in a direct preview of this
   /// device; -7 if the slot isn't held or holds another frame than `sequence`.
-  /// Thread: script.
+  /// Thread: any environment.
   int ReleaseDirectSlot(int device, int slot, std::uint64_t sequence);
 
   /// Frees all finished and held slots of a direct preview; a negative device means any.
-  /// Thread: script.
+  /// Thread: any environment.
   void ReleaseAllDirectSlots(int device);
 
   /// Offers a published frame to the recorder, which copies it or refuses it. Throws
@@ -191,6 +201,11 @@ struct CameraPreviewProducer {
     lastResult = result;
   }
 
+  /// Sleeps until the steady clock shows `steadyNs`, or until a worker of this generation is to
+  /// end.
+  /// Thread: producer worker.
+  void SleepUntil(std::int64_t steadyNs, std::uint64_t ownGeneration);
+
   /// Stores what belongs to a new `qualityBuffer`, whose rows are tight and whose bytes fit int32.
   /// The caller holds `qualityMutex`.
   /// Thread: producer worker.
@@ -203,28 +218,36 @@ struct CameraPreviewProducer {
   void RunLoop(std::uint64_t ownGeneration, int device, int targetWidth, int targetHeight,
                std::int64_t interval, std::uint64_t capacity);
 
+  std::mutex previewMutex;                ///< see above; no other is taken under it
+  std::condition_variable turnCondition;  ///< a turn is free, or waits for the worker
+  bool changing = false;                  ///< a turn is taken; guarded by `previewMutex`
+  bool joining = false;  ///< the turn waits for the worker; guarded by `previewMutex`
+
   // Each atomic is written by one side and read by the other with the default `seq_cst`: the two
-  // indices need it (see above), for the rest it costs nothing that shows.
-  std::atomic<bool> running{false};           ///< script thread writes
-  std::thread worker;                         ///< script thread only
-  std::atomic<std::int32_t> deviceIndex{-1};  ///< script thread writes; -1: none
-  std::int32_t targetWidth = 960;             ///< pixels; script thread only
-  std::int32_t targetHeight = 540;            ///< pixels; script thread only
-  std::int64_t frameInterval = 33'000'000;    ///< nanoseconds; script thread only
+  // indices need it (see above), for the rest it costs nothing that shows. "Turn": written by the
+  // holder of the turn; without more words it is read by no one else.
+  std::atomic<bool> running{false};           ///< turn writes
+  std::thread worker;                         ///< turn
+  std::atomic<std::int32_t> deviceIndex{-1};  ///< turn writes; -1: none
+  std::int32_t targetWidth = 960;             ///< pixels; turn
+  std::int32_t targetHeight = 540;            ///< pixels; turn
+  std::int64_t frameInterval = 33'000'000;    ///< nanoseconds; turn
   std::atomic<bool> firstFrameSeen{false};    ///< worker or callback writes
-  std::uint64_t bufferBytes = 0;              ///< of each buffer; changes only without a worker
-  std::vector<std::uint8_t> buffers[kBufferCount];
+  // The turn changes these three under `previewMutex`, without a worker and a callback; a poll
+  // reads them under it, a worker without it.
+  std::uint64_t bufferBytes = 0;                    ///< of each buffer; guarded by `previewMutex`
+  std::vector<std::uint8_t> buffers[kBufferCount];  ///< guarded by `previewMutex`
   PreviewMeta metas[kBufferCount];               ///< ordered by the later store of `publishedIndex`
   std::atomic<std::int32_t> publishedIndex{-1};  ///< worker writes
-  std::atomic<std::int32_t> readingIndex{-1};    ///< script thread writes
+  std::atomic<std::int32_t> readingIndex{-1};    ///< the poll that holds `previewMutex` writes
   std::atomic<std::uint64_t> publishedSequence{0};  ///< worker writes
   std::atomic<std::int32_t> droppedFrames{0};       ///< cycles without a frame; worker writes
   std::atomic<std::uint64_t> producedFrames{0};     ///< worker writes
   std::atomic<std::int32_t> producerFpsTenths{0};   ///< tenths of frames a second; worker writes
   std::atomic<std::int32_t> lastResult{kResultPreviewStopped};  ///< worker's last outcome
-  std::atomic<std::uint64_t> generation{0};  ///< bumped by each start and stop; script thread
+  std::atomic<std::uint64_t> generation{0};  ///< bumped by each start and stop; turn writes
   std::mutex qualityMutex;                   ///< guards the quality fields that follow
-  std::vector<std::uint8_t> qualityBuffer;
+  std::vector<std::uint8_t> qualityBuffer;   ///< guarded by `qualityMutex`, as are the next seven
   std::uint64_t qualitySequence = 0;
   std::int32_t qualityWidth = 0;   ///< pixels
   std::int32_t qualityHeight = 0;  ///< pixels
@@ -233,13 +256,10 @@ struct CameraPreviewProducer {
   std::int64_t qualityTimestampMs = 0;  ///< wall clock
   bool qualityIsBgra = false;           ///< otherwise RGB
 
-  std::atomic<bool> direct{false};       ///< the preview runs in direct mode; script thread writes
-  std::atomic<bool> directMjpeg{false};  ///< frames are JPEG; script thread writes
-  std::atomic<bool> directCallbackRegistered{false};  ///< the backend holds our callback
-  /// Keep the lent arrays alive; script thread only.
-  Napi::Reference<Napi::Object> slotReferences[kBufferCount];
-  std::thread::id lender;  ///< that the references belong to; script thread only
-  // The three that follow change only while the backend doesn't hold our callback.
+  std::atomic<bool> direct{false};       ///< the preview runs in direct mode; turn writes
+  std::atomic<bool> directMjpeg{false};  ///< frames are JPEG; turn writes
+  std::atomic<bool> directCallbackRegistered{false};  ///< the backend holds our callback; turn
+  // The two that follow change under `previewMutex`, while the backend doesn't hold our callback.
   std::uint8_t* slotData[kBufferCount] = {};   ///< first byte of each lent array
   std::uint64_t slotBytes[kBufferCount] = {};  ///< length of each lent array
   std::atomic<SlotState> slotStates[kBufferCount] = {};
@@ -248,9 +268,9 @@ struct CameraPreviewProducer {
   std::atomic<std::int64_t> fpsPeriodStart{0};    ///< steady nanoseconds; callback and worker
   std::atomic<std::uint32_t> fpsPeriodFrames{0};  ///< callback and worker
   std::mutex sharedMutex;                         ///< guards the encoded fields that follow
-  std::condition_variable sharedCondition;        ///< wakes the worker of a direct preview
-  std::vector<std::uint8_t> encodedPending;       ///< the newest JPEG, to be decoded
-  std::vector<std::uint8_t> encodedLatest;        ///< the JPEG that was decoded last
+  std::condition_variable sharedCondition;        ///< wakes the worker
+  std::vector<std::uint8_t> encodedPending;       ///< the newest JPEG; guarded by `sharedMutex`
+  std::vector<std::uint8_t> encodedLatest;        ///< the one decoded last; as are all that follow
   bool encodedPendingFlag = false;                ///< `encodedPending` has not been taken yet
   std::uint64_t encodedPendingSequence = 0;       ///< counts the JPEGs
   std::int64_t encodedPendingTimestampMs = 0;     ///< wall clock
@@ -259,18 +279,23 @@ struct CameraPreviewProducer {
   std::int64_t encodedLatestTimestampMs = 0;  ///< wall clock
 
  private:
+  int PlanAnew(int device, int width, int height, int frameRate, DirectPlan& plan);
+  int BeginDirect(const DirectPlan& plan, const LentSlot (&lent)[kBufferCount]);
   void StorePace(int device, int width, int height, int frameRate);
+  void SizeBuffers(std::uint64_t bytes);
+  void SetJoining(bool isJoining);
+  void DropSlots();
   void ClearQuality();
   void ClearEncoded();
 };
 
 /// One look at the newest frame. As long as it is held, the frame's buffer is announced as being
-/// read and stays as it is.
-/// Thread: script, one at a time.
+/// read and stays as it is, and other polls find nothing: no Node-API and no library is to be
+/// called meanwhile. Thread: any environment; never waits.
 struct LatestFrame {
   /// `result` becomes 0 with `meta` and `data` set; -1 if `device` is not the preview's; -256 if
-  /// nothing newer than `lastSequence` is published; -11 if the frame exceeds its buffer. Only a
-  /// result of 0 holds the buffer.
+  /// nothing newer than `lastSequence` is published, or if a start, a stop or another poll is at
+  /// work; -11 if the frame exceeds its buffer. Only a result of 0 holds the buffer.
   LatestFrame(CameraPreviewProducer& producer, int device, std::uint64_t lastSequence);
   LatestFrame(const LatestFrame&) = delete;
   LatestFrame& operator=(const LatestFrame&) = delete;
@@ -285,8 +310,14 @@ struct LatestFrame {
   const std::uint8_t* data = nullptr;  ///< `meta.dataSize` bytes of the producer
 
  private:
+  void Look(int device, std::uint64_t lastSequence);
+
   CameraPreviewProducer& owner;
+  std::unique_lock<std::mutex> lock;
 };
+
+/// What a start throws, with the system's reason, if its worker cannot be had.
+inline constexpr char kNoThreadText[] = "Could not start the preview's thread";
 
 /// The one preview of the process.
 extern CameraPreviewProducer g_cameraPreview;

@@ -5,6 +5,7 @@
 
 #include "camera/camera_binding.h"
 #include "camera/camera_preview.h"
+#include "camera/preview_turn.h"
 #include "recording/video_recorder.h"
 
 namespace ostrel_native {
@@ -141,20 +142,12 @@ int StartCapture(int device, std::int32_t width, std::int32_t height, int format
 
 int StopCapture(int device) {
   g_videoRecorder.Stop();  // a recording never outlives a capture stop, whatever the device
-  const bool stopsPreview = g_cameraPreview.IsPreviewDevice(device);
-  if (stopsPreview) {
-    g_cameraPreview.RequestStop();
-    g_cameraPreview.ClearDirectCallback();
-  }
+  const PreviewStop preview(g_cameraPreview, device);
   const auto entry =
       g_camera.Entry(&CameraBinding::cnokhwa_stop_capture, &CameraBinding::cdshow_stop_capture,
                      &CameraBinding::avf_stop_capture);
   const int result = CallOr(kResultNoBackend, entry, device);
   g_camera.RememberDimensions(device, 0, 0);
-  if (stopsPreview) {
-    // Only now: the worker may wait in a grab that ends when the backend stops.
-    g_cameraPreview.JoinAndReset();
-  }
   return result;
 }
 

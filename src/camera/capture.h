@@ -22,36 +22,36 @@ struct FrameInfo {
 };
 
 /// Initializes the backend: 0 or the backend's own code; -6 without a backend or an entry.
-/// Thread: script.
+/// Thread: any environment.
 int InitializeBackend();
 
 /// 0 when capture is authorised, or the backend's own code; -6 without a backend or an entry.
-/// Thread: script.
+/// Thread: any environment.
 int CaptureAuthStatus();
 
 /// Starts whatever the platform needs to authorise capture; nothing where there is no such step.
-/// Thread: script.
+/// Thread: any environment.
 void AskCaptureAuth();
 
 /// Starts capture by size, or by the device's format if `formatIndex` is 0 or more. `encoded`
 /// asks for compressed frames, which Linux ignores.
 /// The backend's result, 0 or more on success; -6 without a backend or an entry; -13 if the
 /// backend cannot start the asked way, and nothing is started.
-/// Thread: script.
+/// Thread: any environment.
 int StartCapture(int device, std::int32_t width, std::int32_t height, int formatIndex,
                  bool encoded);
 
 /// Ends any recording, the preview if it is this device's, and capture. A negative device means
 /// every one. Waits for the preview's worker, after the backend was told to stop.
 /// The backend's result; -6 without a backend or an entry.
-/// Thread: script.
+/// Thread: any environment.
 int StopCapture(int device);
 
-/// Thread: script.
+/// Thread: any environment.
 FrameInfo ReadFrameInfo(int device);
 
 /// The state and the time stamp of the camera's button; 0 where the backend knows none.
-/// Thread: script.
+/// Thread: any environment.
 int ButtonPressed(int device);
 int ButtonTimestamp(int device);
 

@@ -7,6 +7,7 @@
 #include "camera/camera_binding.h"
 #include "camera/camera_exports.h"
 #include "camera/capture.h"
+#include "camera/direct_exports.h"
 #include "camera/frame_clock.h"
 #include "camera/frame_grab.h"
 #include "camera/number_array.h"
@@ -45,7 +46,9 @@ Napi::Value CameraStartCapture(const Napi::CallbackInfo& info) {
 /// `cameraStopCapture(deviceIndex = -1)`: the backend's number; -6 without a backend. Ends any
 /// recording, and the device's preview; blocks until both have ended.
 Napi::Value CameraStopCapture(const Napi::CallbackInfo& info) {
-  return Napi::Number::New(info.Env(), StopCapture(ReadIntArg(info, 0, -1)));
+  const int result = StopCapture(ReadIntArg(info, 0, -1));
+  ReleaseUnlentArrays(info.Env());
+  return Napi::Number::New(info.Env(), result);
 }
 
 /// `cameraHasFirstFrame(deviceIndex = -1)`: 0 yes, -256 not yet, -6 without a backend, or the

@@ -22,34 +22,34 @@ struct DeviceFormat {
 inline constexpr int kMaxListedFormats = 1 << 20;
 
 /// The backend's count as it is, also a negative one; 0 without a backend or an entry.
-/// Thread: script.
+/// Thread: any environment.
 int DevicesCount();
 
 /// The backend's texts on a device, at most 1023 bytes; empty without a backend or an entry.
 /// `device` is not checked: what an unknown one is called is the backend's business.
-/// Thread: script.
+/// Thread: any environment.
 std::string DeviceUniqueId(int device);
 std::string DeviceModelId(int device);
 std::string DeviceName(int device);
 std::string DeviceType(int device);
 
 /// Fetches one text of an AVFoundation device through `entry`, which may be null.
-/// Thread: script.
+/// Thread: any environment.
 std::string ReadAvfDeviceString(int device, void (*entry)(int device, void* buffer, int capacity));
 
 /// How many formats `DeviceFormatAt` can be asked for; 0 without a backend or an entry, and for
 /// a count that is negative or beyond `kMaxListedFormats`.
-/// Thread: script.
+/// Thread: any environment.
 int DeviceFormatsCount(int device);
 
 /// The format at `index`; zeros and an empty type where the backend has no entry. An AVFoundation
 /// backend is asked for its descriptor once for each of the four fields.
-/// Thread: script.
+/// Thread: any environment.
 DeviceFormat DeviceFormatAt(int device, int index);
 
 /// Asks an AVFoundation backend for a format's descriptor and reads it; the default record
 /// without such an entry.
-/// Thread: script.
+/// Thread: any environment.
 AvfFormat ParseAvfFormat(int device, int format);
 
 }  // namespace ostrel_native

@@ -26,11 +26,11 @@ void AvfDirectFrameCallback(std::int32_t device, std::int32_t format, std::int32
 
 /// Hands the callback of the backend's kind to the backend, with `producer` as its context.
 /// Returns the backend's code, negative on refusal; -6 without the entry.
-/// Thread: script.
+/// Thread: that of the turn.
 int SetFrameCallback(int device, CameraPreviewProducer& producer);
 
 /// Takes the callback back. On return no callback runs, which the backend vouches for.
-/// Thread: script.
+/// Thread: that of the turn.
 void ClearFrameCallback(int device);
 
 }  // namespace ostrel_native

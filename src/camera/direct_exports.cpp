@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
-#include <thread>
+#include <utility>
 
 #include "addon/script_arguments.h"
 #include "camera/camera_exports.h"
@@ -14,7 +14,6 @@
 #include "camera/direct_frame.h"
 #include "camera/direct_plan.h"
 #include "camera/lent_array.h"
-#include "camera/lent_references.h"
 #include "camera/preview_answers.h"
 
 namespace ostrel_native {
@@ -23,30 +22,24 @@ namespace {
 
 constexpr int kSlots = CameraPreviewProducer::kBufferCount;
 
-bool IsLender(napi_env env) {
-  return static_cast<napi_env>(g_cameraPreview.slotReferences[0].Env()) == env;
-}
-
-// An environment that ends frees the arrays that its script code has lent, with no word to them and
-// well before the process exits. So a preview that writes into them ends with it.
+// What an environment lends, touched on its own thread alone: a reference to each array, and the
+// preview that may write into them. An environment that ends frees the arrays of its script code,
+// with no word to them and well before the process exits. So the preview ends with it.
 struct LendingEnvironment {
-  explicit LendingEnvironment(Napi::Env env) : self(env) {}
-  ~LendingEnvironment() {
-    if (IsLender(self)) {
-      g_cameraPreview.Stop(-1);
+  ~LendingEnvironment() { g_cameraPreview.StopGeneration(generation); }
+
+  // Made by the first call in an environment.
+  static LendingEnvironment& Of(Napi::Env env) {
+    LendingEnvironment* environment = env.GetInstanceData<LendingEnvironment>();
+    if (environment == nullptr) {
+      environment = new LendingEnvironment;
+      env.SetInstanceData(environment);
     }
-    ReleaseHandedOver();
+    return *environment;
   }
 
-  // Before each preview that `env` lends to.
-  static void Watch(Napi::Env env) {
-    if (env.GetInstanceData<LendingEnvironment>() == nullptr) {
-      env.SetInstanceData(new LendingEnvironment(env));
-    }
-    ReleaseHandedOver();
-  }
-
-  napi_env self;
+  std::uint64_t generation = 0;  // of the preview that it lends to; the first one's is not 0
+  Napi::Reference<Napi::Object> arrays[kSlots];
 };
 
 // The elements of `buffers` as they stand once no script runs any more.
@@ -57,23 +50,31 @@ void ReadSlots(const Napi::Value (&elements)[kSlots], LentSlot (&lent)[kSlots]) 
   }
 }
 
-void ReferToArrays(const Napi::Value (&elements)[kSlots]) {
-  LendingEnvironment::Watch(elements[0].Env());
-  g_cameraPreview.lender = std::this_thread::get_id();
-  try {
-    for (int slot = 0; slot < kSlots; ++slot) {
-      g_cameraPreview.slotReferences[slot] = Napi::Persistent(elements[slot].As<Napi::Object>());
+int StartOnElements(const Napi::Value (&elements)[kSlots], DirectPlan& plan) {
+  LendingEnvironment& environment = LendingEnvironment::Of(elements[0].Env());
+  LentSlot lent[kSlots];
+  ReadSlots(elements, lent);
+  Napi::Reference<Napi::Object> arrays[kSlots];
+  for (int slot = 0; slot < kSlots; ++slot) {
+    if (lent[slot].isByteArray) {
+      arrays[slot] = Napi::Persistent(elements[slot].As<Napi::Object>());
     }
-  } catch (...) {
-    g_cameraPreview.DropSlots();
-    throw;
   }
+  const int result = g_cameraPreview.StartDirect(plan, lent);
+  if (result == kResultOk) {
+    // What the environment lent before is its own again: that preview has ended.
+    environment.generation = plan.generation;
+    std::swap(environment.arrays, arrays);
+  }
+  return result;
 }
 
-Napi::Value ViewOfSlot(Napi::Env env, int slot, std::size_t size) {
-  const LentArray array = ReadLentArray(g_cameraPreview.slotReferences[slot].Value());
-  if (array.data != g_cameraPreview.slotData[slot] || array.bytes < size) {
-    throw Napi::Error::New(env, "The buffer of slot " + std::to_string(slot) +
+Napi::Value ViewOfSlot(Napi::Env env, const LendingEnvironment& environment,
+                       const DirectFrame& frame) {
+  const auto size = static_cast<std::size_t>(frame.meta.dataSize);
+  const LentArray array = ReadLentArray(environment.arrays[frame.slot].Value());
+  if (array.data != frame.data || array.bytes < size) {
+    throw Napi::Error::New(env, "The buffer of slot " + std::to_string(frame.slot) +
                                     " was detached or resized while it was lent");
   }
   return array.View(size);
@@ -87,39 +88,40 @@ int StartDirectPreview(const Napi::Array& buffers, int device, int width, int he
     return kResultUnsupported;
   }
   DirectPlan plan;
-  int refusal = g_cameraPreview.PrepareDirect(device, width, height, frameRate, plan);
+  const int refusal = g_cameraPreview.PrepareDirect(device, width, height, frameRate, plan);
   if (refusal != kResultOk) {
     return refusal;
   }
   // Reading an element may run script code, which may do anything: start or stop a preview, detach
   // an element that was read before. So all elements come first, and what they are only afterwards.
-  const std::uint64_t prepared = g_cameraPreview.generation;
   const Napi::Value elements[kSlots] = {buffers[0U], buffers[1U], buffers[2U]};
-  if (g_cameraPreview.generation != prepared) {
-    refusal = g_cameraPreview.PrepareDirect(device, width, height, frameRate, plan);
-    if (refusal != kResultOk) {
-      return refusal;
+  return StartOnElements(elements, plan);
+}
+
+void ReleaseUnlentArrays(Napi::Env env) {
+  auto* const environment = env.GetInstanceData<LendingEnvironment>();
+  if (environment != nullptr && !g_cameraPreview.MayWrite(environment->generation)) {
+    for (auto& array : environment->arrays) {
+      array.Reset();
     }
   }
-  LentSlot lent[kSlots];
-  ReadSlots(elements, lent);
-  refusal = CheckLentSlots(lent, plan.bytes);
-  if (refusal != kResultOk) {
-    return refusal;
-  }
-  ReferToArrays(elements);
-  return g_cameraPreview.StartDirect(plan, lent);
 }
 
 Napi::Value LatestDirectFrame(Napi::Env env, int device, std::uint64_t lastSequence) {
   // No other environment than the lender's can have a view of the arrays: to it there is no frame.
-  DirectFrame frame(g_cameraPreview, device,
-                    IsLender(env) ? lastSequence : std::numeric_limits<std::uint64_t>::max());
+  constexpr std::uint64_t kNoFrame = std::numeric_limits<std::uint64_t>::max();
+  const auto* const environment = env.GetInstanceData<LendingEnvironment>();
+  const bool isLender =
+      environment != nullptr && environment->generation == g_cameraPreview.generation;
+  DirectFrame frame(g_cameraPreview, device, isLender ? lastSequence : kNoFrame);
   if (frame.result != kResultOk) {
     return AnswerWithoutFrame(env, frame.result, frame.sequence, frame.reportsCounters);
   }
-  const Napi::Value data =
-      ViewOfSlot(env, frame.slot, static_cast<std::size_t>(frame.meta.dataSize));
+  if (frame.generation != environment->generation) {
+    // Another environment has started a preview between the two looks.
+    return AnswerWithoutFrame(env, kResultNotYet, frame.sequence, true);
+  }
+  const Napi::Value data = ViewOfSlot(env, *environment, frame);
   const Napi::Object answer = AnswerWithFrame(env, frame.meta, data, frame.slot);
   frame.Keep();
   return answer;

@@ -1,5 +1,7 @@
 #include "camera/direct_frame.h"
 
+#include <mutex>
+
 namespace ostrel_native {
 
 namespace {
@@ -33,26 +35,51 @@ void FreeOlderSlots(CameraPreviewProducer& producer, std::uint64_t sequence) {
   }
 }
 
+// Frees a slot that holds this frame. The state first: the record of a slot that is not held may be
+// changing.
+bool ReleaseHeldSlot(CameraPreviewProducer& producer, int slot, std::uint64_t sequence) {
+  return producer.slotStates[slot] == SlotState::Held &&
+         producer.metas[slot].sequence == sequence &&
+         MoveSlot(producer, slot, SlotState::Held, SlotState::Free);
+}
+
 }  // namespace
 
 DirectFrame::DirectFrame(CameraPreviewProducer& producer, int device, std::uint64_t lastSequence)
     : owner(producer) {
-  if (device < 0 || device != producer.deviceIndex) {
+  const std::unique_lock<std::mutex> lock(producer.previewMutex, std::try_to_lock);
+  if (device < 0) {
+    result = kResultNoPreview;
+  } else if (!lock.owns_lock() || producer.changing) {
+    sequence = producer.publishedSequence;
+    reportsCounters = true;
+  } else {
+    Look(device, lastSequence);
+  }
+}
+
+void DirectFrame::Look(int device, std::uint64_t lastSequence) {
+  if (device != owner.deviceIndex) {
     result = kResultNoPreview;
     return;
   }
-  const int newest = NewestReadySlot(producer, lastSequence);
+  const int newest = NewestReadySlot(owner, lastSequence);
   if (newest < 0) {
-    sequence = producer.publishedSequence;
+    sequence = owner.publishedSequence;
     reportsCounters = true;
     return;
   }
-  Claim(newest, producer.metas[newest].sequence);
+  Claim(newest, owner.metas[newest].sequence);
 }
 
 DirectFrame::~DirectFrame() {
-  if (slot >= 0 && !isKept) {
-    owner.slotStates[slot] = SlotState::Free;
+  if (slot < 0 || isKept) {
+    return;
+  }
+  const std::lock_guard<std::mutex> lock(owner.previewMutex);
+  // Meanwhile another environment may have given the slot back, or have ended the preview.
+  if (owner.generation == generation) {
+    ReleaseHeldSlot(owner, slot, meta.sequence);
   }
 }
 
@@ -63,21 +90,22 @@ void DirectFrame::Claim(int wanted, std::uint64_t wantedSequence) {
   }
   slot = wanted;
   meta = owner.metas[wanted];
+  data = owner.slotData[wanted];
+  generation = owner.generation;
   result = kResultOk;
   FreeOlderSlots(owner, wantedSequence);
 }
 
 int CameraPreviewProducer::ReleaseDirectSlot(int device, int slot, std::uint64_t sequence) {
+  const std::lock_guard<std::mutex> lock(previewMutex);
   if (!direct || device != deviceIndex || slot < 0 || slot >= kBufferCount) {
     return kResultNoPreview;
   }
-  // The state first: the record of a slot that is not held may be changing.
-  const bool isThatFrame = slotStates[slot] == SlotState::Held && metas[slot].sequence == sequence;
-  return isThatFrame && MoveSlot(*this, slot, SlotState::Held, SlotState::Free) ? kResultOk
-                                                                                : kResultBadSlot;
+  return ReleaseHeldSlot(*this, slot, sequence) ? kResultOk : kResultBadSlot;
 }
 
 void CameraPreviewProducer::ReleaseAllDirectSlots(int device) {
+  const std::lock_guard<std::mutex> lock(previewMutex);
   if (!direct || !IsPreviewDevice(device)) {
     return;
   }

@@ -64,7 +64,7 @@ void SlotWriter::Complete(const PreviewMeta& record) noexcept {
   CountRate(owner);
   owner.firstFrameSeen = true;
   owner.lastResult = kResultOk;
-  // Last of all, so that the script thread finds a finished frame.
+  // Last of all, so that a poll finds a finished frame.
   owner.slotStates[slot] = SlotState::Ready;
   slot = -1;
 }

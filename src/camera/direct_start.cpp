@@ -2,34 +2,67 @@
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
-#include <utility>
+#include <mutex>
+#include <system_error>
 
 #include "camera/camera_preview.h"
 #include "camera/direct_delivery.h"
 #include "camera/direct_plan.h"
 #include "camera/frame_clock.h"
-#include "camera/lent_references.h"
+#include "camera/preview_turn.h"
 
 namespace ostrel_native {
 
 int CameraPreviewProducer::PrepareDirect(int device, int width, int height, int frameRate,
                                          DirectPlan& plan) {
+  const PreviewTurn turn(*this);
+  return PlanAnew(device, width, height, frameRate, plan);
+}
+
+int CameraPreviewProducer::PlanAnew(int device, int width, int height, int frameRate,
+                                    DirectPlan& plan) {
   RequestStop();
   JoinAndReset();
   StorePace(device, std::max(width, 1), std::max(height, 1), frameRate);
-  return PlanDirect(device, plan);
+  const int refusal = PlanDirect(device, plan);
+  plan.device = device;
+  plan.width = width;
+  plan.height = height;
+  plan.frameRate = frameRate;
+  plan.generation = generation;
+  return refusal;
 }
 
-int CameraPreviewProducer::StartDirect(const DirectPlan& plan,
+int CameraPreviewProducer::StartDirect(DirectPlan& plan, const LentSlot (&lent)[kBufferCount]) {
+  const PreviewTurn turn(*this);
+  int refusal = kResultOk;
+  if (generation != plan.generation) {
+    refusal = PlanAnew(plan.device, plan.width, plan.height, plan.frameRate, plan);
+  }
+  if (refusal == kResultOk) {
+    refusal = CheckLentSlots(lent, plan.bytes);
+  }
+  if (refusal != kResultOk) {
+    return refusal;
+  }
+  const int result = BeginDirect(plan, lent);
+  plan.generation = generation;
+  return result;
+}
+
+int CameraPreviewProducer::BeginDirect(const DirectPlan& plan,
                                        const LentSlot (&lent)[kBufferCount]) {
-  for (std::size_t slot = 0; slot < std::size(lent); ++slot) {
-    slotData[slot] = lent[slot].data;
-    slotBytes[slot] = lent[slot].bytes;
-    slotStates[slot] = SlotState::Free;
-    metas[slot] = PreviewMeta{};
+  SizeBuffers(0);  // frames go into the lent arrays
+  {
+    const std::lock_guard<std::mutex> lock(previewMutex);
+    for (std::size_t slot = 0; slot < std::size(lent); ++slot) {
+      slotData[slot] = lent[slot].data;
+      slotBytes[slot] = lent[slot].bytes;
+      slotStates[slot] = SlotState::Free;
+    }
+    bufferBytes = plan.bytes;
   }
   directTemplate = plan.frame;
-  bufferBytes = plan.bytes;
   directMjpeg = plan.isMjpeg;
   directCursor = 0;
   droppedFrames = 0;
@@ -45,8 +78,6 @@ int CameraPreviewProducer::StartDirect(const DirectPlan& plan,
   const int result = SetFrameCallback(device, *this);
   if (result < 0) {
     running = false;
-    direct = false;
-    directMjpeg = false;
     deviceIndex = -1;
     DropSlots();
     return result;
@@ -56,10 +87,10 @@ int CameraPreviewProducer::StartDirect(const DirectPlan& plan,
     worker = std::thread(plan.isMjpeg ? &CameraPreviewProducer::RunSharedMjpegLoop
                                       : &CameraPreviewProducer::RunSharedQualityLoop,
                          this, ownGeneration, device);
-  } catch (...) {
+  } catch (const std::system_error& error) {
     RequestStop();
     JoinAndReset();
-    throw;
+    throw std::system_error(error.code(), kNoThreadText);
   }
   return kResultOk;
 }
@@ -70,12 +101,15 @@ void CameraPreviewProducer::ClearDirectCallback() {
   }
 }
 
+// Without callback and worker. In one step, so that no poll finds a slot without its preview.
 void CameraPreviewProducer::DropSlots() {
+  const std::lock_guard<std::mutex> lock(previewMutex);
+  direct = false;
+  directMjpeg = false;
   for (int slot = 0; slot < kBufferCount; ++slot) {
     slotStates[slot] = SlotState::Free;
     slotData[slot] = nullptr;
     slotBytes[slot] = 0;
-    ReleaseOnLender(std::move(slotReferences[slot]), lender);
   }
 }
 

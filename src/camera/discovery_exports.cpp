@@ -28,12 +28,12 @@ Napi::Value TurboJpegAvailable(const Napi::CallbackInfo& info) {
 
 /// `turboJpegLoadPath()`: string, empty before a load.
 Napi::Value TurboJpegLoadPath(const Napi::CallbackInfo& info) {
-  return Napi::String::New(info.Env(), g_turboJpeg.path);
+  return Napi::String::New(info.Env(), g_turboJpeg.LoadPath());
 }
 
 /// `cameraLoadPath()`: string, the name that loaded; empty before a load.
 Napi::Value CameraLoadPath(const Napi::CallbackInfo& info) {
-  return Napi::String::New(info.Env(), g_camera.path);
+  return Napi::String::New(info.Env(), g_camera.LoadPath());
 }
 
 /// `cameraBackend()`: "none", "linux-v4l2", "directshow" or "avfoundation".

@@ -51,7 +51,7 @@ struct RgbaGrab {
 /// Grabs the newest frame for a picture of at most `maxWidth` by `maxHeight` pixels, each raised
 /// to at least 1. A small frame is never enlarged.
 /// May throw `std::bad_alloc`. Sets no last error.
-/// Thread: script.
+/// Thread: any environment.
 RgbaGrab GrabForRgba(int device, int maxWidth, int maxHeight);
 
 /// Writes the `grab.size` bytes of a successful grab's picture to `out`: the top-left pixel of

@@ -23,4 +23,14 @@ inline std::uint8_t* GrowFrameScratch(std::vector<std::uint8_t>& scratch, std::s
   return scratch.data();
 }
 
+/// Frees the memory of `scratch` if it is more than four times what `needed` bytes take: what one
+/// large picture took is not kept for ever for small ones. Its content is then lost.
+/// Thread: any; precondition: nobody else uses `scratch`.
+inline void GiveBackExcess(std::vector<std::uint8_t>& scratch, std::uint64_t needed) {
+  constexpr std::uint64_t kMostOfNeeded = 4;
+  if (scratch.capacity() / kMostOfNeeded > needed) {
+    std::vector<std::uint8_t>().swap(scratch);
+  }
+}
+
 }  // namespace ostrel_native

@@ -1,8 +1,5 @@
 // The producer worker: grab, convert, publish, at a fixed pace.
-#include <time.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <iterator>
 #include <vector>
@@ -11,22 +8,13 @@
 #include "camera/camera_preview.h"
 #include "camera/frame_clock.h"
 #include "camera/frame_rates.h"
+#include "camera/frame_scratch.h"
 #include "camera/pixel_rows.h"
 #include "camera/preview_plan.h"
 
 namespace ostrel_native {
 
 namespace {
-
-constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
-
-void SleepUntil(std::int64_t steadyNs) {
-  timespec deadline{};
-  deadline.tv_sec = static_cast<time_t>(steadyNs / kNanosecondsPerSecond);
-  deadline.tv_nsec = static_cast<long>(steadyNs % kNanosecondsPerSecond);
-  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr) == EINTR) {
-  }
-}
 
 // How one cycle ended: go on at the pace, or leave the thread.
 enum class CycleEnd { Pace, Stale };
@@ -226,11 +214,15 @@ void PreviewWorker::RefreshQuality(const std::uint8_t* grabbed) {
   if (!qualityClock.IsDue(now)) {
     return;
   }
-  const std::lock_guard<std::mutex> lock(producer.qualityMutex);
+  // A grab is a call of the library: a poll for the still does not wait for it, nor does the lock
+  // of the remembered sizes come under this one.
   if (layout.native && !GrabQuality()) {
     return;
   }
-  if (!layout.native) {
+  const std::lock_guard<std::mutex> lock(producer.qualityMutex);
+  if (layout.native) {
+    producer.qualityBuffer.swap(qualityScratch);
+  } else {
     CopyQuality(grabbed);
   }
   const bool isBgra = !layout.native && layout.format == CameraPixelFormat::Bgra;
@@ -244,6 +236,7 @@ void PreviewWorker::CopyQuality(const std::uint8_t* grabbed) {
       static_cast<std::size_t>(plan.source.width) * static_cast<std::size_t>(layout.bytesPerPixel);
   const auto stride = static_cast<std::size_t>(plan.source.bytesPerRow);
   const auto rows = static_cast<std::size_t>(plan.source.height);
+  GiveBackExcess(producer.qualityBuffer, rowBytes * rows);
   producer.qualityBuffer.resize(rowBytes * rows);
   std::uint8_t* const out = producer.qualityBuffer.data();
   if (stride == rowBytes) {
@@ -255,25 +248,21 @@ void PreviewWorker::CopyQuality(const std::uint8_t* grabbed) {
   }
 }
 
-// A native frame is no picture to save, so another one is grabbed as RGB.
+// A native frame is no picture to save, so another one is grabbed as RGB into the scratch memory:
+// one that fails half-way must not damage the picture that stands.
 bool PreviewWorker::GrabQuality() {
   const auto rowBytes = ByteProduct(plan.source.width, 3);
   const auto size = rowBytes ? ByteProduct(*rowBytes, plan.source.height) : std::nullopt;
   if (!size) {
     return false;
   }
-  // A grab that fails half-way must not damage the picture that stands.
   qualityScratch.resize(static_cast<std::size_t>(*size));
   const bool isAvFoundation =
       g_camera.kind.load(std::memory_order_acquire) == BackendKind::AvFoundation;
   const int result = isAvFoundation
                          ? g_camera.GrabAvfFrameRgb(device, qualityScratch.data(), *size)
                          : g_camera.GrabCdshowFrameRgb(device, qualityScratch.data(), *size);
-  if (result != kResultOk) {
-    return false;
-  }
-  producer.qualityBuffer.swap(qualityScratch);
-  return true;
+  return result == kResultOk;
 }
 
 void PreviewWorker::Convert(std::uint8_t* out) const {
@@ -329,12 +318,12 @@ void PreviewWorker::CountRate() {
   rateFrames = 0;
 }
 
-// A late worker goes on from now: it never hurries to catch up.
+// A late worker goes on from now: it never hurries to catch up. A stop ends the pace early.
 void PreviewWorker::Pace() {
   const std::int64_t deadline = tick + interval;
   const std::int64_t now = SteadyNs();
   if (deadline > now) {
-    SleepUntil(deadline);
+    producer.SleepUntil(deadline, generation);
     tick = deadline;
   } else {
     tick = now;

@@ -47,11 +47,25 @@ bool TurboJpegRuntime::Load(const std::string& libraryPath) {
     return false;                                           \
   }
 #include "camera/turbojpeg_symbols.h"
+  bool isInstalled = false;
+  {
+    const std::lock_guard<std::mutex> lock(loadMutex);
+    if (handle.load(std::memory_order_relaxed) == nullptr) {
 #define SYMBOL(name) name = found_##name;
 #include "camera/turbojpeg_symbols.h"
-  path = libraryPath;
-  handle.store(library, std::memory_order_release);
+      path = libraryPath;
+      handle.store(library, std::memory_order_release);
+      isInstalled = true;
+    }
+  }
+  if (!isInstalled) {
+    CloseLibrary(library);  // another thread's is in use by now
+  }
   return true;
+}
+
+std::string TurboJpegRuntime::LoadPath() const {
+  return handle.load(std::memory_order_acquire) == nullptr ? std::string() : path;
 }
 
 }  // namespace ostrel_native

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <string>
 
 namespace ostrel_native {
@@ -17,12 +18,13 @@ struct TurboJpegRuntime {
   /// Closes the library. No thread may decode any more.
   ~TurboJpegRuntime();
 
-  /// Open library, or null. Written by the script thread, last of all at a load and with release
-  /// order, so that a worker that sees it by acquire also sees the functions.
+  std::mutex loadMutex;  ///< one load installs its library; no other is taken under it
+  /// Open library, or null. Written last of all at a load and with release order, so that a thread
+  /// that sees it by acquire also sees the functions and `path`, which never change again.
   std::atomic<void*> handle{nullptr};
 #define SYMBOL(name) decltype(&::name) name = nullptr;
 #include "camera/turbojpeg_symbols.h"
-  std::string path;  ///< as given to the load; empty before. Script thread only
+  std::string path;  ///< as given to the load; empty before. To be read through `LoadPath`
 
   /// Whether frames can be decoded.
   /// Thread: any.
@@ -30,9 +32,14 @@ struct TurboJpegRuntime {
 
   /// Opens the library at `libraryPath`; true at once if one is loaded already.
   /// On failure false, with the last error set and nothing changed. Success leaves the last error
-  /// as it is.
-  /// Thread: script.
+  /// as it is. Of several loads at once one installs its library, the others close theirs and
+  /// answer true.
+  /// Thread: any environment.
   bool Load(const std::string& libraryPath);
+
+  /// The path that loaded; empty before.
+  /// Thread: any.
+  std::string LoadPath() const;
 
   /// Scales a tight plane by area average, rounded to nearest, halves up. Cells of an empty source
   /// become 0. Sizes are in bytes; the caller owns both planes.

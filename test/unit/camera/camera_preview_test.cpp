@@ -8,8 +8,8 @@
 #include <chrono>
 #include <cstdint>
 #include <limits>
-#include <new>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -18,6 +18,7 @@
 #include "unit/support/eventually.h"
 #include "unit/support/hammer_seconds.h"
 #include "unit/support/scripted_camera.h"
+#include "unit/support/thread_spy.h"
 
 namespace ostrel_native {
 namespace {
@@ -84,15 +85,46 @@ TEST_F(CameraPreviewTest, HasNothingBeforeTheFirstFrame) {
   EXPECT_EQ(g_cameraPreview.lastResult, -256);
 }
 
-TEST_F(CameraPreviewTest, ThrowsWithoutMemoryAndIsStoppedThen) {
+// What `start` throws, as text.
+template <typename Start>
+std::string ThrownBy(const Start& start) {
+  try {
+    start();
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  }
+  return "nothing";
+}
+
+TEST_F(CameraPreviewTest, ThrowsWithoutMemoryAndIsStoppedThenOnTheNewDevice) {
   ASSERT_EQ(g_cameraPreview.StartPolling(0, 4, 2, 120), 0);
-  EXPECT_THROW(g_cameraPreview.StartPolling(0, kIntMax, kIntMax, 30), std::length_error);
+  EXPECT_EQ(ThrownBy([] { g_cameraPreview.StartPolling(7, kIntMax, kIntMax, 30); }),
+            "Not enough memory for a preview of 2147483647 by 2147483647 pixels");
   EXPECT_FALSE(g_cameraPreview.running);
+  EXPECT_FALSE(g_cameraPreview.worker.joinable());
   EXPECT_EQ(g_cameraPreview.bufferBytes, 0U);
-  EXPECT_EQ(g_cameraPreview.deviceIndex, -1);
+  EXPECT_EQ(g_cameraPreview.deviceIndex, 7);
   EXPECT_EQ(g_cameraPreview.lastResult, -5);
+  EXPECT_EQ(LatestFrame(g_cameraPreview, 7, 0).result, -256);
+  EXPECT_EQ(LatestFrame(g_cameraPreview, 0, 0).result, -1);
+  for (const auto& buffer : g_cameraPreview.buffers) {
+    EXPECT_EQ(buffer.capacity(), 0U);  // a failure holds on to nothing
+  }
   EXPECT_EQ(g_cameraPreview.StartPolling(0, 4, 2, 120), 0);
   EXPECT_EQ(g_cameraPreview.bufferBytes, 32U);
+}
+
+TEST_F(CameraPreviewTest, SaysThatThereIsNoThreadAndIsStoppedThenOnTheNewDevice) {
+  {
+    const test::FailingThreadStart failure(1);
+    EXPECT_EQ(ThrownBy([] { g_cameraPreview.StartPolling(7, 4, 2, 120); }),
+              "Could not start the preview's thread: Resource temporarily unavailable");
+  }
+  EXPECT_FALSE(g_cameraPreview.running);
+  EXPECT_EQ(g_cameraPreview.deviceIndex, 7);
+  EXPECT_EQ(g_cameraPreview.lastResult, -5);
+  EXPECT_EQ(LatestFrame(g_cameraPreview, 7, 0).result, -256);
+  EXPECT_EQ(g_cameraPreview.StartPolling(0, 4, 2, 120), 0);
 }
 
 TEST_F(CameraPreviewTest, StopsForItsOwnDeviceOrAnyNegativeOne) {

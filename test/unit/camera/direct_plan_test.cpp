@@ -27,8 +27,6 @@ struct DirectPlanTest : DirectPreviewTest {
   std::vector<int> Strides() const {
     return {std::begin(plan.frame.planeStrides), std::end(plan.frame.planeStrides)};
   }
-
-  DirectPlan plan;
 };
 
 TEST_F(DirectPlanTest, NeedsAKindWithAFrameCallback) {

@@ -1,5 +1,5 @@
-// A direct preview whose backend the test plays: tables filled with plain functions, three lent
-// arrays that nothing may be written outside of, and references that only the stub knows.
+// A direct preview whose backend the test plays: tables filled with plain functions, and three lent
+// arrays that nothing may be written outside of.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "camera/camera_binding.h"
@@ -16,7 +15,6 @@
 #include "camera/direct_plan.h"
 #include "unit/support/fake_camera.h"
 #include "unit/support/guarded_buffer.h"
-#include "unit/support/napi_stub.h"
 
 namespace ostrel_native {
 
@@ -69,16 +67,10 @@ struct DirectPreviewTest : FakeCameraTest {
   static constexpr int kDevice = 3;
   static constexpr int kSlots = CameraPreviewProducer::kBufferCount;
 
-  DirectPreviewTest() {
-    test::g_onDeleteReference = [](napi_ref reference) {
-      g_callLog.Add("release " + std::to_string(reinterpret_cast<std::uintptr_t>(reference)));
-    };
-  }
   ~DirectPreviewTest() override {
     if (producer != nullptr) {
       producer->Stop(-1);
     }
-    test::g_onDeleteReference = nullptr;
   }
 
   void UseDirectShow(const BackendFrame& frame) {
@@ -123,20 +115,15 @@ struct DirectPreviewTest : FakeCameraTest {
 
   /// Lends three arrays of `bytes` bytes, or of as many as the plan needs, and starts.
   int Start(std::size_t bytes = 0) {
-    DirectPlan plan;
     const int refusal = producer->PrepareDirect(kDevice, 960, 540, 30, plan);
     if (refusal != 0) {
       return refusal;
     }
-    LentSlot lent[kSlots];
     memory.clear();
     for (LentSlot& slot : lent) {
       memory.push_back(
           std::make_unique<LentMemory>(bytes != 0 ? bytes : static_cast<std::size_t>(plan.bytes)));
       slot = {.isByteArray = true, .data = memory.back()->data(), .bytes = memory.back()->size()};
-    }
-    for (int slot = 0; slot < kSlots; ++slot) {
-      test::SetFakeReference(producer->slotReferences[slot], static_cast<std::uintptr_t>(slot) + 1);
     }
     return producer->StartDirect(plan, lent);
   }
@@ -155,6 +142,8 @@ struct DirectPreviewTest : FakeCameraTest {
   }
 
   std::unique_ptr<CameraPreviewProducer> producer = std::make_unique<CameraPreviewProducer>();
+  DirectPlan plan;
+  LentSlot lent[kSlots];
   std::vector<std::unique_ptr<LentMemory>> memory;  // outlives the preview, as script code's would
   std::function<int(bool enable)> onRegister = [](bool) { return 0; };
   DirectFrameCallbackFn dshowCallback = nullptr;
