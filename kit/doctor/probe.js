@@ -14,15 +14,15 @@ const trialSize = [1280, 720, 30, 4_000_000];
 
 const loadNative = ({ addonFile }) => require(addonFile ?? '../../index.cjs');
 
-/** What the dynamic loader says of a file or name; null where it opens. */
-function loaderText(file) {
-  try {
-    process.dlopen({ exports: {} }, file);
-  } catch (error) {
-    // Opened, and then found to be no module of Node.js, as it should be.
-    return /did not self-register/.test(error.message) ? null : error.message;
-  }
-  return null;
+/**
+ * Why a file or name cannot be opened as a library; null where it opens. The native object is asked, which
+ * looks whether the file is whole: the system's loader dies of one that is cut off. Of TurboJPEG's functions
+ * another library has none, and is closed again.
+ */
+function openingText(native, file) {
+  const prefix = `Could not load native library '${file}': `;
+  const words = native.loadTurboJpeg(file) ? '' : native.getLastError();
+  return words.startsWith(prefix) ? words.slice(prefix.length) : null;
 }
 
 const loaders = {
@@ -65,21 +65,23 @@ const probes = {
         return { loaded, files: job.files, ...(await listers[job.kind](native)) };
       }
     }
+    const words = native.getLastError();
     return {
       loaded: null,
-      words: native.getLastError(),
+      words,
       files: job.files,
-      tried: job.files.map((file) => ({ file, text: loaderText(file) })),
+      tried: job.files.map((file) => ({ file, text: openingText(native, file) })),
     };
   },
 
   ffmpeg(job) {
-    const isAvailable = loadNative(job).cameraRecordingAvailable();
+    const native = loadNative(job);
+    const isAvailable = native.cameraRecordingAvailable();
     const maps = fs.readFileSync('/proc/self/maps', 'utf8');
     return {
       isAvailable,
       loaded: [...new Set(maps.match(/\/\S*\/lib(?:avutil|avcodec|avformat)\.so\S*/g))],
-      tried: isAvailable ? [] : job.files.map((file) => ({ file, text: loaderText(file) })),
+      tried: isAvailable ? [] : job.files.map((file) => ({ file, text: openingText(native, file) })),
     };
   },
 

@@ -2,6 +2,8 @@
 
 #include <dlfcn.h>
 
+#include "addon/library_file.h"
+
 namespace ostrel_native {
 
 void* OpenLibrary(const std::string& path) {
@@ -11,12 +13,15 @@ void* OpenLibrary(const std::string& path) {
 
 void* OpenLibrary(const std::string& path, std::string& failure) {
   dlerror();  // drops a pending message of an earlier failure
-  void* const handle = dlopen(path.c_str(), RTLD_NOW);
-  if (handle != nullptr) {
-    return handle;
+  std::string reason = CutOffText(path);
+  if (reason.empty()) {
+    void* const handle = dlopen(path.c_str(), RTLD_NOW);
+    if (handle != nullptr) {
+      return handle;
+    }
+    // Copied at once: the next dl call of this thread may clear it.
+    reason = SafeCString(dlerror());
   }
-  // Copied at once: the next dl call of this thread may clear it.
-  const std::string reason = SafeCString(dlerror());
   const std::string text = "Could not load native library '" + path + "'";
   failure = reason.empty() ? text : text + ": " + reason;
   SetLastError(failure);

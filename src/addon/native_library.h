@@ -12,7 +12,8 @@
 namespace ostrel_native {
 
 /// Opens the library at `path`, or, for a name without a slash, where the loader finds it. All
-/// symbols are bound at once and stay local to the library.
+/// symbols are bound at once and stay local to the library. A file that has been cut off is refused
+/// before the loader sees it; see `CutOffText`.
 /// Returns the handle, or null with the last error set; success leaves the last error alone.
 /// Thread: any; the loader's message is read on the calling thread.
 void* OpenLibrary(const std::string& path);

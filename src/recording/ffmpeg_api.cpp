@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <exception>
 
+#include "addon/library_file.h"
+
 namespace ostrel_native {
 namespace {
 
@@ -30,11 +32,6 @@ std::string TakeLoaderText() {
 
 void ClearLoaderText() {
   dlerror();
-}
-
-std::string TakeLoaderTextOr(const char* fallback) {
-  std::string text = TakeLoaderText();
-  return text.empty() ? fallback : text;
 }
 
 std::string AddonFile() {
@@ -110,25 +107,26 @@ bool FfmpegApi::OpenLibraries(const std::string& bundledDirectory) {
 bool FfmpegApi::OpenLibrarySet(const std::string& directory, const std::string& utilName,
                                const std::string& codecName, const std::string& formatName) {
   ClearLoaderText();
+  detail.clear();
   const std::string utilPath = JoinPath(directory, utilName);
   const std::string codecPath = JoinPath(directory, codecName);
   const std::string formatPath = JoinPath(directory, formatName);
   if (!PreloadNonFfmpegDependencies(utilPath)) {
-    detail = TakeLoaderTextOr("could not initialize FFmpeg dependencies");
+    TakeDetailOr("could not initialize FFmpeg dependencies");
     return false;
   }
   // Nothing follows the first failure, so that its text stays the pending one.
-  avutilHandle = dlopen(utilPath.c_str(), kFfmpegOpenFlags);
+  avutilHandle = OpenFile(utilPath, kFfmpegOpenFlags);
   if (avutilHandle != nullptr && PreloadNonFfmpegDependencies(codecPath)) {
-    avcodecHandle = dlopen(codecPath.c_str(), kFfmpegOpenFlags);
+    avcodecHandle = OpenFile(codecPath, kFfmpegOpenFlags);
   }
   if (avcodecHandle != nullptr && PreloadNonFfmpegDependencies(formatPath)) {
-    avformatHandle = dlopen(formatPath.c_str(), kFfmpegOpenFlags);
+    avformatHandle = OpenFile(formatPath, kFfmpegOpenFlags);
   }
   if (avutilHandle != nullptr && avcodecHandle != nullptr && avformatHandle != nullptr) {
     return true;
   }
-  detail = TakeLoaderTextOr("library not found");
+  TakeDetailOr("library not found");
   for (void** const handle : {&avformatHandle, &avcodecHandle, &avutilHandle}) {
     if (*handle != nullptr) {
       dlclose(*handle);
@@ -138,8 +136,22 @@ bool FfmpegApi::OpenLibrarySet(const std::string& directory, const std::string& 
   return false;
 }
 
+void* FfmpegApi::OpenFile(const std::string& path, int flags) {
+  detail = CutOffText(path);
+  return detail.empty() ? dlopen(path.c_str(), flags) : nullptr;
+}
+
+void FfmpegApi::TakeDetailOr(const char* fallback) {
+  if (detail.empty()) {
+    detail = TakeLoaderText();
+  }
+  if (detail.empty()) {
+    detail = fallback;
+  }
+}
+
 bool FfmpegApi::PreloadNonFfmpegDependencies(const std::string& path) {
-  void* const library = dlopen(path.c_str(), RTLD_NOW);
+  void* const library = OpenFile(path, RTLD_NOW);
   if (library == nullptr) {
     return false;
   }
@@ -148,7 +160,8 @@ bool FfmpegApi::PreloadNonFfmpegDependencies(const std::string& path) {
     dlclose(library);
     return false;
   }
-  // The names are copied before anything is opened or closed, which changes the list.
+  // The names are copied before anything is opened or closed, which changes the list. What they
+  // name is mapped already, so no file is read.
   for (const std::string& name : ForeignLibrariesBehind(*map)) {
     void* const dependency = dlopen(name.c_str(), RTLD_NOW);
     if (dependency != nullptr) {

@@ -40,7 +40,7 @@ struct FfmpegApi {
   std::once_flag once;
   bool loaded = false;  ///< set last of all
   std::string error;    ///< why the load failed
-  std::string detail;   ///< the last text of the dynamic loader, to build `error` from
+  std::string detail;   ///< why the last library could not be opened, to build `error` from
   void* avutilHandle = nullptr;
   void* avcodecHandle = nullptr;
   void* avformatHandle = nullptr;
@@ -94,6 +94,11 @@ struct FfmpegApi {
  private:
   bool OpenLibraries(const std::string& bundledDirectory);
   bool MatchesBuildHeaders();
+  // Null for a file that has been cut off, with the reason in `detail`, and for what the dynamic
+  // loader refuses, whose text is pending then.
+  void* OpenFile(const std::string& path, int flags);
+  // Leaves the reason of the failure just met in `detail`.
+  void TakeDetailOr(const char* fallback);
   void* FindSymbol(void* handle, const char* symbol);
 };
 

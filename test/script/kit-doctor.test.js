@@ -188,12 +188,33 @@ describe('the doctor', { skip }, () => {
       ['camera.library', 'dino-lite.library', 'turbojpeg.library']);
   });
 
-  it('tells an FFmpeg that is not there', async () => {
+  it('tells files that are cut off', async () => {
+    const cut = (file, name) => {
+      const whole = fs.readFileSync(file);
+      const copy = path.join(directory, name);
+      fs.writeFileSync(copy, whole.subarray(0, 5000));
+      return { copy, reason: `${copy}: file is cut off after 5000 of ${whole.length} bytes` };
+    };
+    const camera = cut(everything.cameraLibrary, 'cut-camera.so');
+    const turboJpeg = cut(fakePath('libturbojpeg.so'), 'cut-jpeg.so');
+    const { of } = await examine({ cameraLibrary: camera.copy, turboJpegLibrary: turboJpeg.copy });
+    assert.equal(of('camera.library').text, `not found\n${camera.reason}`);
+    assert.equal(of('turbojpeg.library').text, `not found\n${turboJpeg.reason}`);
+  });
+
+  it('tells an FFmpeg that is not there, or is cut off', async () => {
     const before = process.env.OSTREL_FFMPEG_LIBRARY_DIR;
     process.env.OSTREL_FFMPEG_LIBRARY_DIR = directory;
     try {
       const { report, of } = await examine();
       assert.deepEqual(essence(of('ffmpeg.libraries')), ['ffmpeg.libraries', 'missing', true]);
+      const util = path.join(directory, 'libavutil.so.56');
+      const whole = fs.readFileSync(fakePath('ffmpeg/libavutil.so.56'));
+      fs.writeFileSync(util, whole.subarray(0, 5000));
+      const cut = await examine();
+      fs.rmSync(util);
+      assert.deepEqual(essence(cut.of('ffmpeg.libraries')), ['ffmpeg.libraries', 'missing', true]);
+      assert.ok(cut.of('ffmpeg.libraries').text.includes(`\n${util}: file is cut off after 5000 of ${whole.length} bytes\n`));
       assert.match(of('ffmpeg.libraries').text, new RegExp(`\nsearched: ${directory}\n`));
       assert.deepEqual([report.ok, of('ffmpeg.encoders')], [false, undefined]);
       assert.equal((await examine({ need: ['camera'] })).report.ok, true);

@@ -9,6 +9,7 @@
 
 #include "fakes/ffmpeg/fake_ffmpeg_set.h"
 #include "unit/support/child_process.h"
+#include "unit/support/cut_off_file.h"
 #include "unit/support/loader_spy.h"
 
 namespace ostrel_native {
@@ -294,6 +295,39 @@ TEST_F(FfmpegApiTest, AFailedSetCanBeFollowedByAnother) {
   EXPECT_TRUE(
       api.OpenLibrarySet(whole.directory.path, kFakeUtilName, kFakeCodecName, kFakeFormatName));
   EXPECT_TRUE(api.ResolveTable());
+}
+
+// The loader would map it, and the process die of SIGBUS.
+TEST_F(FfmpegApiTest, ALibraryThatIsCutOffIsRefusedUnopenedAndTheReasonTellsWhere) {
+  for (const char* const name : {kFakeUtilName, kFakeCodecName, kFakeFormatName}) {
+    const CutOffFile cut(FakeFfmpegPath(name), name);
+    fakes.Use(name, cut.path);
+    spy.opened.clear();
+    spy.closed.clear();
+    FfmpegApi fresh;
+    fresh.LoadOnce("");
+    EXPECT_EQ(fresh.error, "Could not load version-matched FFmpeg libraries from " +
+                               fakes.directory.path + ": " +
+                               cut.TextFor(fakes.directory.File(name)));
+    EXPECT_EQ(fresh.avutilHandle, nullptr);
+    EXPECT_EQ(fresh.avcodecHandle, nullptr);
+    EXPECT_EQ(fresh.avformatHandle, nullptr);
+    for (const OpenedLibrary& open : OpensOfFfmpeg()) {
+      EXPECT_NE(open.path, fakes.directory.File(name));
+    }
+    EXPECT_EQ(spy.closed.size(), OpensOfFfmpeg().size());
+    fakes.Use(name, FakeFfmpegPath(name));
+  }
+}
+
+TEST_F(FfmpegApiTest, ABundledLibraryThatIsCutOffIsPassedOverForTheSystemsOwn) {
+  PutOnSystemSearch();
+  unsetenv("OSTREL_FFMPEG_LIBRARY_DIR");
+  const CutOffFile cut(FakeFfmpegPath(kFakeUtilName), kFakeUtilName);
+  fakes.Use(kFakeUtilName, cut.path);
+  api.LoadOnce(fakes.directory.path);
+  EXPECT_TRUE(api.loaded);
+  EXPECT_EQ(api.error, "");
 }
 
 TEST_F(FfmpegApiTest, ALibraryWithoutALinkMapGivesTheFallbackText) {
