@@ -16,7 +16,7 @@ import { LiveLine } from '../scripts/lib/live-line.js';
 import { findEncoderName } from './lib/encoder-name.js';
 import { buildDirectory, loadAddon } from './lib/load-addon.js';
 import { heading, recordingsDirectory, row, runExample, timeName } from './lib/report.js';
-import { CallError, cameraResults, check, recordingResults } from './lib/results.js';
+import { CallError, check, recordingResults } from './lib/results.js';
 
 const device = 0;
 const captureSize = { width: 1920, height: 1080, frameRate: 30 };
@@ -46,7 +46,7 @@ function openCamera(addon, library) {
   const authorisation = addon.cameraHasVideoCaptureAuth();
   if (authorisation !== addon.STATUS_AUTHORIZED) {
     addon.cameraAskVideoCaptureAuth();
-    throw new CallError(addon, 'cameraHasVideoCaptureAuth', authorisation, cameraResults,
+    throw new CallError(addon, 'cameraHasVideoCaptureAuth', authorisation,
       'Allow this program to use the camera, then run it again.');
   }
   row(addon.cameraBackend(), addon.cameraLoadPath());
@@ -87,8 +87,8 @@ async function waitForFirstFrame(addon) {
       return frame;
     }
     if (performance.now() > deadline) {
-      throw new CallError(addon, `cameraPreviewGetLatest, asked for ${firstFrameSeconds} seconds,`,
-        frame.lastResult, cameraResults, 'Is the camera in use by another program, or asleep?');
+      throw new CallError(addon, `lastResult of cameraPreviewGetLatest, asked for ${firstFrameSeconds} seconds,`,
+        frame.lastResult, 'Is the camera in use by another program, or asleep?');
     }
     await sleep(windowRefreshMs);
   }

@@ -3,7 +3,7 @@
 import { EventEmitter } from 'node:events';
 
 import { CameraHealth } from './camera-health.js';
-import { findCamera } from './cameras.js';
+import { expectCameras, findCamera } from './cameras.js';
 import { nativeOf } from './native.js';
 import { deviceOption, objectOption, positiveOption, signalOption, textOption } from './options.js';
 import { readChoices, startChoices, startOwned, stopChoices } from './preview-owner.js';
@@ -31,6 +31,7 @@ function readOptions(options) {
 
 /** The camera to watch, { device, uniqueId }. */
 function identify(native, options) {
+  expectCameras(native);
   if (options.uniqueId !== undefined) {
     const uniqueId = textOption(options, 'uniqueId');
     const device = findCamera(native, uniqueId);

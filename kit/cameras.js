@@ -1,5 +1,15 @@
 // Looking through the list of cameras.
 
+import { CallError } from './results.js';
+
+/** Throws where the camera library cannot tell how many cameras there are. */
+export function expectCameras(native) {
+  const count = native.cameraDevicesCount();
+  if (count < 0) {
+    throw new CallError({ call: 'cameraDevicesCount', code: count });
+  }
+}
+
 /** The index of the camera with this unique id; -1 where it is not listed. */
 export function findCamera(native, uniqueId) {
   const count = native.cameraDevicesCount();

@@ -30,21 +30,21 @@ function readPreview(preview) {
     [name, wholeOption(preview, name, { fallback, least: 1, most: name === 'frameRate' ? 120 : 16384 })]));
 }
 
-function check(native, call, code) {
+function check(call, code) {
   if (code < 0) {
-    throw new CallError({ call, code, words: native.getLastError() });
+    throw new CallError({ call, code });
   }
 }
 
 /** Starts what was chosen on `device`, all of it or nothing; throws where the camera refuses. */
 export function startChoices(native, device, { capture, preview }) {
   if (capture) {
-    check(native, `cameraStartCapture for camera ${device}`,
+    check(`cameraStartCapture for camera ${device}`,
       native.cameraStartCapture(device, capture.width, capture.height, capture.format));
   }
   try {
     if (preview) {
-      check(native, `cameraPreviewStart for camera ${device}`,
+      check(`cameraPreviewStart for camera ${device}`,
         native.cameraPreviewStart(device, preview.width, preview.height, preview.frameRate));
     }
   } catch (error) {

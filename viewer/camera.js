@@ -2,7 +2,7 @@
 
 import { FrameFeed } from './frame-feed.js';
 import { watchCamera } from '../kit/index.js';
-import { cameraResults } from '../kit/results.js';
+import { CallError, cameraMeaning } from '../kit/results.js';
 
 /** Sizes that a preview is reduced to, at most. */
 export const previewSizes = [{ width: 960, height: 540 }, { width: 1920, height: 1080 }];
@@ -12,8 +12,8 @@ const firstChoice = { width: 1920, height: 1080, frameRate: 30 };
 const countMs = 200;
 const retryMs = 1000;
 
-/** What a result code means, in words. */
-export const meaning = (code) => `${code}: ${cameraResults[code] ?? 'a code of the camera library itself'}`;
+/** The last outcome of a preview, in words. */
+const outcome = (lastResult) => `${lastResult}: ${cameraMeaning('lastResult', lastResult)}`;
 
 export class CameraDesk {
   constructor({ native, background, board }) {
@@ -38,16 +38,17 @@ export class CameraDesk {
     this.timer = setInterval(() => this.count(), countMs);
   }
 
-  expect(call, { value, words }) {
+  expect(call, { value }) {
     if (value < 0) {
-      throw new Error(`${call} gave ${meaning(value)}${words ? ` (${words})` : ''}`);
+      throw new CallError({ call, code: value });
     }
   }
 
   async list() {
-    const { value: count } = await this.background.call('cameraDevicesCount');
+    const count = await this.background.call('cameraDevicesCount');
+    this.expect('cameraDevicesCount', count);
     const cameras = [];
-    for (let index = 0; index < count; ++index) {
+    for (let index = 0; index < count.value; ++index) {
       const { value: uniqueId } = await this.background.call('cameraDeviceUniqueId', index);
       if (uniqueId !== '') {
         const { value: name } = await this.background.call('cameraDeviceName', index);
@@ -102,9 +103,9 @@ export class CameraDesk {
     this.watch = watchCamera({ native: this.native, device })
       .on('stalled', ({ silentMs, lastResult }) => this.noteHealth('stalled', 'refused',
         `The camera has delivered no frame for ${(silentMs / 1000).toFixed(1)} s` +
-        `${lastResult < 0 ? `; the last result is ${meaning(lastResult)}` : ''}`))
+        `${lastResult < 0 ? `; the last result is ${outcome(lastResult)}` : ''}`))
       .on('lost', ({ reason, lastResult }) => this.noteHealth('lost', 'refused', reason === 'missing'
-        ? 'The camera is not listed any more' : `The camera answers with ${meaning(lastResult)}`))
+        ? 'The camera is not listed any more' : `The camera answers with ${outcome(lastResult)}`))
       .on('found', (found) => this.startAgain(found.device));
   }
 

@@ -1,20 +1,20 @@
 // What the addon's result codes mean, and one way to stop at a call that failed.
 
-import { CallError as NativeCallError, cameraResults, recordingResults } from '../../kit/results.js';
+import { CallError as NativeCallError, recordingResults } from '../../kit/results.js';
 
-export { cameraResults, recordingResults };
+export { recordingResults };
 
 /** A call of the addon that failed; the message tells the code, its meaning and the addon's words. */
 export class CallError extends NativeCallError {
-  constructor(addon, call, code, meanings, advice) {
+  constructor(addon, call, code, advice, meanings) {
     super({ call, code, meanings, advice, words: addon.getLastError() });
   }
 }
 
 /** Passes a result on, or throws what it means if it is an error. */
-export function check(addon, call, code, advice, meanings = cameraResults) {
+export function check(addon, call, code, advice, meanings) {
   if (code < 0) {
-    throw new CallError(addon, call, code, meanings, advice);
+    throw new CallError(addon, call, code, advice, meanings);
   }
   return code;
 }

@@ -89,7 +89,7 @@ test('refusing: commands fail in the library\'s words, and a capture does not st
   await page.click('#light');
   await awaitText(page, 'error-text', /ostrelSetLedStateAsync\(false\) failed: The microscope refuses commands/);
   await page.selectOption('#format', '1');
-  await awaitText(page, 'error-text', /cameraStartCapture\(0\) gave -20/);
+  await awaitText(page, 'error-text', /cameraStartCapture\(0\) gave -20: the camera library does not start this camera, with a code of its own\.$/);
   await awaitHealth(page, 'stopped');
   await flip('refusing');
   await page.selectOption('#format', '2');

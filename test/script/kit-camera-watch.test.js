@@ -14,7 +14,7 @@ function makeNative() {
   return {
     state,
     getLastError: () => '',
-    cameraDevicesCount: () => state.ids.length,
+    cameraDevicesCount: () => state.count ?? state.ids.length,
     cameraDeviceUniqueId: (index) => state.ids[index] ?? '',
     cameraPreviewIsRunning: () => state.running >= 0,
     cameraPreviewGetLatest: (index) => (index === state.running
@@ -189,6 +189,25 @@ describe('a watch', () => {
     assert.deepEqual(native.state.calls, []);
   });
 
+  it('does not begin where the library cannot list cameras, and searches on where that comes later', async () => {
+    native.state.count = -9;
+    assert.throws(() => start(), { name: 'CallError', code: -9,
+      message: 'cameraDevicesCount gave -9: the camera library cannot list cameras, with a code of its own.' });
+    delete native.state.count;
+    run();
+    start({ capture: {}, preview: {} });
+    await deliver();
+    Object.assign(native.state, { lastResult: -1, ids: ['one'] });
+    await pass(1);
+    native.state.count = -9;
+    await pass(11);
+    assert.deepEqual(taken().map(([name]) => name), ['lost']);
+    delete native.state.count;
+    native.state.ids = ['one', 'two'];
+    await pass(11);
+    assert.deepEqual(taken().map(([name]) => name), ['found']);
+  });
+
   it('tries a camera that does not start again and again', async () => {
     run();
     start({ capture: {}, preview: {} });
@@ -200,7 +219,7 @@ describe('a watch', () => {
     const [lost, ...retries] = taken();
     assert.equal(lost[0], 'lost');
     assert.deepEqual(retries.map(([name, { device, error }]) => [name, device, error.message]), Array(3).fill(
-      ['retry', 1, 'cameraStartCapture for camera 1 gave -16: a code of the camera library itself.']));
+      ['retry', 1, 'cameraStartCapture for camera 1 gave -16: the camera library does not start this camera, with a code of its own.']));
     native.state.starts = {};
     await pass(10);
     assert.deepEqual(taken().map(([name]) => name), ['found']);

@@ -250,10 +250,14 @@ describe('frames', () => {
       await again.return();
     });
 
-    it('a camera that does not start, in words', async () => {
-      camera.send('answer cnokhwa_start_capture -42');
-      await assert.rejects(open(own).next(), (error) => error.code === -42 &&
-        error.message === 'cameraStartCapture for camera 3 gave -42: a code of the camera library itself.');
+    it('a camera that does not start, in words and without those of an older failure', async () => {
+      addon.loadOstrel('/nowhere/libostrel.so');
+      for (const code of [-1, -42]) {
+        camera.send(`answer cnokhwa_start_capture ${code}`);
+        await assert.rejects(open(own).next(), (error) => error.code === code && error.message ===
+          `cameraStartCapture for camera 3 gave ${code}: the camera library does not start this camera, with a code of its own.`);
+      }
+      assert.equal(addon.getLastError(), 'Could not load Ostrel native library');
       assert.equal(addon.cameraPreviewIsRunning(), false);
     });
 

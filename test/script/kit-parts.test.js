@@ -10,7 +10,7 @@ import { FrameRing } from '../../kit/frame-ring.js';
 import { addonFileOf, nativeOf } from '../../kit/native.js';
 import { PressDetector } from '../../kit/press-detector.js';
 import { colourTags, refusalOfSize, usualBitrate, warningsFor } from '../../kit/recording-plan.js';
-import { CallError, recordingResults } from '../../kit/results.js';
+import { CallError, cameraMeaning, recordingResults } from '../../kit/results.js';
 import { addonPath, loadAddon } from './support/environment.js';
 
 describe('the pace of looking for frames', () => {
@@ -236,8 +236,48 @@ describe('errors of native calls', () => {
   it('tell the call, its code, the meaning and the words', () => {
     const error = new CallError({ call: 'cameraRecordingStart', code: -3, words: 'No space', meanings: recordingResults });
     assert.deepEqual([error.name, error.message, error.code], ['CallError', 'cameraRecordingStart gave -3: the recording failed ("No space").', -3]);
-    assert.equal(new CallError({ call: 'x', code: -77 }).message, 'x gave -77: a code of the camera library itself.');
-    assert.equal(new CallError({ call: 'x', code: -13, advice: 'Do y.' }).message, 'x gave -13: the camera library cannot do this.\nDo y.');
+    assert.equal(new CallError({ call: 'cameraRecordingStop', code: -77, meanings: recordingResults }).message,
+      'cameraRecordingStop gave -77: an unknown code.');
+    assert.equal(new CallError({ call: 'cameraGrabFrame', code: -13, advice: 'Do y.' }).message,
+      'cameraGrabFrame gave -13: the camera library cannot do this.\nDo y.');
+  });
+
+  it('tell in words what each number of a camera call means', () => {
+    const own = 'a code of the camera library itself';
+    const noLibrary = 'no camera library is loaded, or it lacks the function';
+    const frames = [[-5, 'the preview is not running'], [-6, noLibrary], [-8, 'the frame could not be taken'],
+      [-10, 'the frame size is unknown'], [-11, 'the frame does not fit'], [-13, 'the camera library cannot do this'],
+      [-256, 'nothing yet, or nothing new'], [-20, own]];
+    const expected = {
+      cameraInitialize: [[-6, noLibrary], [-1, 'the camera library does not start, with a code of its own']],
+      cameraHasVideoCaptureAuth: [[-6, noLibrary], [1, 'the camera library does not allow it, with a code of its own']],
+      cameraDevicesCount: [[-6, noLibrary], [-1, 'the camera library cannot list cameras, with a code of its own']],
+      cameraStartCapture: [[-6, noLibrary], [-13, 'the camera library cannot start by a format'],
+        [-1, 'the camera library does not start this camera, with a code of its own']],
+      cameraStopCapture: [[-6, noLibrary], [-1, 'the camera library does not stop this camera, with a code of its own']],
+      cameraHasFirstFrame: [[-6, noLibrary], [-256, 'nothing yet'], [-1, own]],
+      cameraPreviewStart: [[-1, 'there is no camera with a negative index'],
+        [-13, 'the camera library does not deliver into arrays']],
+      cameraPreviewGetLatest: [...frames, [-1, 'there is no preview of this device']],
+      cameraPreviewGetLatestQualityFrame: [...frames, [-1, own]],
+      cameraGrabFrame: [...frames, [-1, own]],
+      cameraGrabFrameRgba: [...frames, [-1, own]],
+      lastResult: [...frames, [-1, own]],
+    };
+    for (const [call, rows] of Object.entries(expected)) {
+      assert.deepEqual(rows.map(([code]) => [code, cameraMeaning(call, code)]), rows, call);
+    }
+    assert.equal(cameraMeaning('cameraRecordingStart', -1), null);
+    const returnsCodes = /^camera(Initialize|HasVideoCaptureAuth|DevicesCount|StartCapture|StopCapture|HasFirstFrame|GrabFrame.*|Preview(Start|GetLatest.*))$/;
+    assert.deepEqual(Object.keys(expected).slice(0, -1), Object.keys(loadAddon()).filter((name) => returnsCodes.test(name))
+      .sort((a, b) => Object.keys(expected).indexOf(a) - Object.keys(expected).indexOf(b)));
+  });
+
+  it('of a camera leave out the last error, which is of something else', () => {
+    for (const call of ['cameraStartCapture', 'cameraStartCapture for camera 7', 'cameraStartCapture(7)']) {
+      assert.equal(new CallError({ call, code: -1, words: 'Could not load Ostrel native library' }).message,
+        `${call} gave -1: the camera library does not start this camera, with a code of its own.`);
+    }
   });
 });
 
