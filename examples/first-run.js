@@ -5,7 +5,7 @@
 // The camera library is that of the virtual microscope unless --library names another one, or the variable
 // OSTREL_NATIVE_DIR the directory that holds libcnokhwa.so.
 
-import { mkdir, stat } from 'node:fs/promises';
+import { mkdir, stat, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { parseArgs } from 'node:util';
@@ -15,6 +15,7 @@ import sharp from 'sharp';
 import { LiveLine } from '../scripts/lib/live-line.js';
 import { findEncoderName } from './lib/encoder-name.js';
 import { buildDirectory, loadAddon } from './lib/load-addon.js';
+import { withPixelSize } from './lib/png.js';
 import { heading, recordingsDirectory, row, runExample, timeName } from './lib/report.js';
 import { CallError, check, recordingResults } from './lib/results.js';
 
@@ -135,7 +136,7 @@ async function watchPreview(addon, firstFrame, seconds) {
 
 async function saveStill({ width, height, pixelFormat, data }, file) {
   const image = sharp(data, { raw: { width, height, channels: pixelFormat === 'bgra' ? 4 : 3 } });
-  await image.png({ compressionLevel: 3 }).toFile(file);
+  await writeFile(file, withPixelSize(await image.png({ compressionLevel: 3 }).toBuffer()));
 }
 
 async function describeFile(file) {

@@ -87,7 +87,7 @@ export class Viewer {
     const camera = new CameraDesk({ native, background, board });
     const microscope = new MicroscopeDesk({ native, background: asking, board });
     const recording = new RecordingDesk({ native, board, archive, camera });
-    const stills = new StillsDesk({ native, board, archive, camera });
+    const stills = new StillsDesk({ native, board, archive, camera, microscope });
     const misbehaviour = new Misbehaviour({ board, camera });
     const stack = new StackDesk({ native, board, archive, camera, microscope, misbehaviour });
     Object.assign(viewer, { background, asking, board, camera, microscope, recording, stills, stack, misbehaviour });

@@ -3,6 +3,7 @@
 import { writeFile } from 'node:fs/promises';
 
 import { fuseStack } from '../kit/index.js';
+import { previewMicrons } from './page/optics.js';
 import { encodeRgba } from './stills.js';
 
 // Frames that may have been exposed while the focus still moved: one that waited to be fetched, the
@@ -74,8 +75,10 @@ export class StackDesk {
       await release();
       await this.microscope.focus(before).catch(() => {});
     }
+    const optics = { pixel, fieldOfView, magnification };
+    const microns = previewMicrons(optics, pictures[0]);
     // Before the fusion, which takes the pictures' memory over.
-    const sources = await this.keepSources(id, pictures);
+    const sources = await this.keepSources(id, pictures, microns);
     const fused = await fuseStack({
       native: this.native,
       frames: pictures.map(({ width, height, rgba }) => ({ width, height, rgba })),
@@ -85,7 +88,7 @@ export class StackDesk {
         stage === 'fusing' ? 'Fusing' : `${stageTexts[stage]}, ${Math.round(100 * stageDone)} %`, takingShare + (1 - takingShare) * done),
     });
     const { sourceWidth, sourceHeight } = pictures[0];
-    return { ...await this.keep(id, sources, fused), sourceWidth, sourceHeight, optics: { pixel, fieldOfView, magnification } };
+    return { ...await this.keep(id, sources, fused, microns), sourceWidth, sourceHeight, optics };
   }
 
   async takePictures(positions, signal) {
@@ -109,17 +112,17 @@ export class StackDesk {
     return { width, height, sourceWidth, sourceHeight, rgba };
   }
 
-  keepSources(id, pictures) {
+  keepSources(id, pictures, microns) {
     return Promise.all(pictures.map(async ({ position, ...picture }) => {
       const name = `stack-${id}-focus-${position}.png`;
-      this.archive.keepPicture(name, await encodeRgba(picture));
+      this.archive.keepPicture(name, await encodeRgba(picture, microns));
       return { name, position };
     }));
   }
 
-  async keep(id, sources, { width, height, rgba, frames, reference, measuringMs, fusingMs }) {
+  async keep(id, sources, { width, height, rgba, frames, reference, measuringMs, fusingMs }, microns) {
     const { name, file } = await this.archive.newFile('fused', '.png');
-    await writeFile(file, await encodeRgba({ width, height, rgba }));
+    await writeFile(file, await encodeRgba({ width, height, rgba }, microns));
     const reports = new Map(frames.map((report) => [report.index, report]));
     return {
       id, width, height, fused: name, measuringMs, fusingMs, reference,

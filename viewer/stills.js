@@ -5,18 +5,21 @@ import { setTimeout as sleep } from 'node:timers/promises';
 
 import sharp from 'sharp';
 
+import { withPixelSize } from '../examples/lib/png.js';
+import { cameraMicrons } from './page/optics.js';
+
 const pollMs = 20;
 const patienceMs = 5000;
 
-const encode = (rgb, width, height, channels) =>
-  sharp(rgb, { raw: { width, height, channels } }).removeAlpha().png({ compressionLevel: 3 }).toBuffer();
+const encode = async (rgb, { width, height, channels, microns }) =>
+  withPixelSize(await sharp(rgb, { raw: { width, height, channels } }).removeAlpha().png({ compressionLevel: 3 }).toBuffer(), microns);
 
-/** A PNG of RGBA pixels. */
-export const encodeRgba = ({ width, height, rgba }) => encode(rgba, width, height, 4);
+/** A PNG of RGBA pixels, `microns` wide and high each; null where that is not known. */
+export const encodeRgba = ({ width, height, rgba }, microns) => encode(rgba, { width, height, channels: 4, microns });
 
 export class StillsDesk {
-  constructor({ native, board, archive, camera }) {
-    Object.assign(this, { native, board, archive, camera });
+  constructor({ native, board, archive, camera, microscope }) {
+    Object.assign(this, { native, board, archive, camera, microscope });
   }
 
   /** Takes the next full picture there is, not one from before the wish, and gives its file. */
@@ -38,7 +41,8 @@ export class StillsDesk {
 
   async keep({ width, height, data }) {
     const { name, file } = await this.archive.newFile('still', '.png');
-    await writeFile(file, await encode(data, width, height, 3));
+    const microns = cameraMicrons(this.microscope.told, width);
+    await writeFile(file, await encode(data, { width, height, channels: 3, microns }));
     this.board.log('done', `Took ${name}, ${width} × ${height}`);
     this.board.set({ still: { name, width, height } });
     return { name, width, height };

@@ -1,6 +1,10 @@
 // A contact sheet of a fused focus stack: frames, weight maps and the result in one picture.
 
+import { writeFile } from 'node:fs/promises';
+
 import sharp from 'sharp';
+
+import { withPixelSize } from './png.js';
 
 const columns = 4;
 const tileWidth = 480;
@@ -38,5 +42,6 @@ export async function writeContactSheet(file, frames, fused) {
   const height = Math.max(1, Math.round(width * fused.height / fused.width));
   place(await tile(pixels(fused), { width, height }), 0, rows);
   const sheet = { width: width + 2 * gap, height: rows * (tileHeight + gap) + height + 2 * gap };
-  await sharp({ create: { ...sheet, channels: 3, background } }).composite(parts).png().toFile(file);
+  const png = await sharp({ create: { ...sheet, channels: 3, background } }).composite(parts).png().toBuffer();
+  await writeFile(file, withPixelSize(png));
 }

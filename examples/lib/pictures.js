@@ -1,9 +1,11 @@
 // Pictures from and to files, as the examples need them: { width, height, rgba }.
 
-import { readdir, stat } from 'node:fs/promises';
+import { readdir, stat, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
 import sharp from 'sharp';
+
+import { withPixelSize } from './png.js';
 
 const isPicture = /\.(png|jpe?g)$/i;
 // 2 comes before 10.
@@ -38,5 +40,6 @@ export async function readPicture(file) {
 }
 
 export async function writePng(file, { width, height, rgba }) {
-  await sharp(rgba, { raw: { width, height, channels: 4 } }).removeAlpha().png({ compressionLevel: 6 }).toFile(file);
+  const png = await sharp(rgba, { raw: { width, height, channels: 4 } }).removeAlpha().png({ compressionLevel: 6 }).toBuffer();
+  await writeFile(file, withPixelSize(png));
 }

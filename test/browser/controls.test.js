@@ -7,6 +7,7 @@ import { after, before, test } from 'node:test';
 import sharp from 'sharp';
 
 import { decodingComplaints, probe } from '../script/support/media.js';
+import { pixelMicrons } from '../script/support/png-chunks.js';
 import {
   awaitFrames, awaitHealth, awaitPicture, awaitText, closeViewer, download, keepScreenshot, measurePicture, openViewer, slide, text,
 } from './support/browser.js';
@@ -69,7 +70,9 @@ test('magnification, field of view and scale bar follow the ring, and are right'
     await awaitText(page, 'magnification', new RegExp(`^${magnification}\\.0×$`));
     // Each pixel of the preview stands for two of the camera.
     const microns = 2 * micronsPerPixel[magnification];
-    await awaitText(page, 'pixel', new RegExp(`^${microns.toFixed(3)} µm$`.replace('.', '\\.')));
+    const exactly = (length) => new RegExp(`^${length.toFixed(3)} µm$`.replace('.', '\\.'));
+    await awaitText(page, 'shown-pixel', exactly(microns));
+    assert.match(await text(page, 'pixel'), exactly(micronsPerPixel[magnification]));
     const field = await text(page, 'field');
     assert.equal(field, magnification === 50 ? '1.344 × 0.756 mm' : '672.0 × 378.0 µm');
     const { bar, shown, label } = await page.evaluate(() => {
@@ -91,16 +94,20 @@ test('format and preview size change what the camera delivers and the canvas sho
   await page.selectOption('#format', { label: '1920 × 1080, 30 fps' });
   await page.selectOption('#preview', { label: 'up to 1920 × 1080' });
   await awaitPicture(page, ({ width, height }) => width === 1920 && height === 1080);
-  await awaitText(page, 'pixel', /^0\.700 µm$/);
+  await awaitText(page, 'shown-pixel', /^0\.700 µm$/);
+  assert.equal(await text(page, 'pixel'), '0.700 µm');
   await page.selectOption('#preview', { label: 'up to 960 × 540' });
   await awaitPicture(page, ({ width, height }) => width === 960 && height === 540);
   await awaitHealth(page, 'live');
 });
 
-test('a still is a PNG of the full size, of what was seen', async () => {
+test('a still is a PNG of the full size, of what was seen, with pixels as large as those of the camera', async () => {
   await page.click('#still');
   await awaitText(page, 'still-link', /\.png$/);
-  const picture = sharp(await readFile(await download(page, 'still-link')));
+  const png = await readFile(await download(page, 'still-link'));
+  assert.equal(`${pixelMicrons(png).toFixed(3)} µm`, await text(page, 'pixel'));
+  assert.equal(await text(page, 'pixel'), '0.700 µm');
+  const picture = sharp(png);
   const { format, width, height } = await picture.metadata();
   assert.deepEqual({ format, width, height }, { format: 'png', width: 1920, height: 1080 });
   const green = await picture.extractChannel(1).raw().toBuffer();

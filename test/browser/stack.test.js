@@ -6,6 +6,7 @@ import { after, before, test } from 'node:test';
 
 import sharp from 'sharp';
 
+import { pixelMicrons } from '../script/support/png-chunks.js';
 import { awaitFrames, awaitText, closeViewer, download, keepScreenshot, openViewer, text } from './support/browser.js';
 
 let viewer;
@@ -63,7 +64,9 @@ test('the fused picture is sharper than every source', async () => {
   assert.equal(await page.evaluate(() => document.getElementById('stack-progress').value.toFixed(4)), (1 / 7).toFixed(4));
   await page.waitForSelector('#compare', { state: 'visible' });
   await awaitText(page, 'stack-text', /^7 pictures, measured in .* and fused in .* s\.$/);
-  const fused = await sharpnessOf(await readFile(await download(page, 'stack-link')));
+  const png = await readFile(await download(page, 'stack-link'));
+  assert.equal(pixelMicrons(png).toFixed(3), '1.400');
+  const fused = await sharpnessOf(png);
   assert.deepEqual([fused.width, fused.height], [960, 540]);
   const labels = await page.locator('#sources label').all();
   assert.equal(labels.length, 7);
@@ -72,7 +75,9 @@ test('the fused picture is sharper than every source', async () => {
     await label.click();
     const caption = await text(page, 'source-caption');
     positions.push(Number(/\d+/.exec(caption)[0]));
-    const source = await sharpnessOf(await fetchImage('#source-picture'));
+    const sourcePng = await fetchImage('#source-picture');
+    assert.equal(pixelMicrons(sourcePng).toFixed(3), '1.400');
+    const source = await sharpnessOf(sourcePng);
     assert.ok(fused.sharpness > 1.2 * source.sharpness, `${fused.sharpness} fused, ${source.sharpness} at ${caption}`);
   }
   assert.deepEqual(positions, [48, 75, 101, 128, 155, 181, 208]);
@@ -97,7 +102,8 @@ test('the divider shows more of one or of the other, by pointer and by key', asy
 });
 
 test('the scale bar is that of the stack, and the views change by key', async () => {
-  assert.equal(await text(page, 'pixel'), '1.400 µm');
+  assert.equal(await text(page, 'shown-pixel'), '1.400 µm');
+  assert.equal(await text(page, 'pixel'), '0.700 µm');
   const bar = await page.evaluate(() => document.getElementById('scale-bar').getBoundingClientRect().width /
     document.getElementById('pair').getBoundingClientRect().width);
   const microns = parseFloat(await text(page, 'scale-text'));

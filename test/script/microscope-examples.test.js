@@ -2,6 +2,7 @@
 
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
+import fs from 'node:fs';
 import path from 'node:path';
 import { describe, it } from 'node:test';
 import { fileURLToPath } from 'node:url';
@@ -9,6 +10,7 @@ import { fileURLToPath } from 'node:url';
 import sharp from 'sharp';
 
 import { skipUnderSanitizer, toolEnvironment } from './support/environment.js';
+import { pixelMicrons } from './support/png-chunks.js';
 import { makeTemporaryDirectory } from './support/temporary.js';
 
 const directory = makeTemporaryDirectory();
@@ -141,6 +143,9 @@ describe('example:stack', { skip }, () => {
     const { width, height } = await sharp(path.join(output, 'fused.png')).metadata();
     assert.deepEqual({ width, height }, { width: 640, height: 480 });
     assert.ok((await sharp(path.join(output, 'contact-sheet.png')).metadata()).width > 640);
+    for (const name of ['fused.png', 'contact-sheet.png']) {
+      assert.equal(pixelMicrons(fs.readFileSync(path.join(output, name))), null, 'how large a pixel is was not measured');
+    }
   });
 
   it('says why it cannot', () => {

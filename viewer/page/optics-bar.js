@@ -1,10 +1,11 @@
 // The bar below the picture: how large what it shows is.
 
-import { fieldText, lengthText, micronsPerPixel, niceLength } from './optics.js';
+import { cameraMicrons, fieldText, lengthText, niceLength, previewMicrons } from './optics.js';
 import { write } from './text.js';
 
 const longestBar = 180;
 const unknown = '–';
+const pixelText = (microns) => (microns === null ? unknown : `${microns.toFixed(3)} µm`);
 const keys = ['width', 'height', 'sourceWidth', 'sourceHeight'];
 
 export class OpticsBar {
@@ -38,11 +39,12 @@ export class OpticsBar {
 
   show() {
     const { frame } = this;
-    const microns = micronsPerPixel(this.microscope, frame);
+    const microns = frame && previewMicrons(this.microscope, frame);
     const magnification = this.microscope?.magnification;
     write('magnification', magnification > 0 ? `${magnification.toFixed(1)}×` : unknown);
     write('size', frame ? `${frame.width} × ${frame.height} of ${frame.sourceWidth} × ${frame.sourceHeight}` : unknown);
-    write('pixel', microns === null ? unknown : `${microns.toFixed(3)} µm`);
+    write('pixel', pixelText(frame && cameraMicrons(this.microscope, frame.sourceWidth)));
+    write('shown-pixel', pixelText(microns));
     write('field', microns === null ? unknown : fieldText(microns * frame.width, microns * frame.height));
     this.showScale(microns);
   }

@@ -3,19 +3,24 @@
 const niceSteps = [5, 2, 1];
 
 /**
- * Micrometres for one pixel of the preview, or null where the microscope does not tell them for the frames that
- * the camera delivers. A preview has every n-th pixel of a frame.
+ * Micrometres for one pixel of the camera's frames, which are those of a still, or null where the microscope
+ * does not tell them for frames of this width.
  */
-export function micronsPerPixel(microscope, frame) {
-  if (!microscope || !frame) {
-    return null;
+export function cameraMicrons(microscope, sourceWidth) {
+  const { pixel, fieldOfView } = microscope ?? {};
+  if (pixel && pixel.micronsPerPixel > 0 && (pixel.width === 0 || pixel.width === sourceWidth)) {
+    return pixel.micronsPerPixel;
   }
-  const step = Math.max(1, Math.round(frame.sourceWidth / frame.width));
-  const { pixel, fieldOfView } = microscope;
-  if (pixel && pixel.micronsPerPixel > 0 && (pixel.width === 0 || pixel.width === frame.sourceWidth)) {
-    return pixel.micronsPerPixel * step;
-  }
-  return fieldOfView > 0 ? (fieldOfView / frame.sourceWidth) * step : null;
+  return fieldOfView > 0 ? fieldOfView / sourceWidth : null;
+}
+
+/**
+ * The same for one pixel of a preview, which has every n-th pixel of a frame: of what is shown, recorded and
+ * fused.
+ */
+export function previewMicrons(microscope, { width, sourceWidth }) {
+  const microns = cameraMicrons(microscope, sourceWidth);
+  return microns === null ? null : microns * Math.max(1, Math.round(sourceWidth / width));
 }
 
 /** The longest of 1, 2, 5, 10, ... micrometres that is at most `longest`. */
