@@ -176,6 +176,8 @@ describe('the exports object', () => {
 });
 
 describe('the built file', () => {
+  // The release build keeps its symbols in a file of their own.
+  const symbolsPath = fs.existsSync(`${addonPath}.debug`) ? `${addonPath}.debug` : addonPath;
   const dynamicSection = (tag) =>
     [...toolOutput('readelf', ['-d', '-W', addonPath]).matchAll(/^ *\S+ +\((\w+)\) +(.*)$/gm)]
       .filter(([, name]) => name === tag)
@@ -207,7 +209,7 @@ describe('the built file', () => {
       .map(([, place, address]) => [parseInt(place, 16), parseInt(address, 16)])
       .filter(([place]) => place >= first && place < end)
       .sort(([a], [b]) => a - b);
-    const names = new Map([...toolOutput('nm', [addonPath]).matchAll(/^(\w+) t _GLOBAL__sub_I\.\d+_([a-z]\w*)\.cpp$/gm)]
+    const names = new Map([...toolOutput('nm', [symbolsPath]).matchAll(/^(\w+) t _GLOBAL__sub_I\.\d+_([a-z]\w*)\.cpp$/gm)]
       .map(([, address, name]) => [parseInt(address, 16), name]));
     assert.deepEqual(called.map(([, address]) => names.get(address)).filter(Boolean),
       ['common', 'camera_globals', 'dino_lite_globals', 'ostrel_globals']);

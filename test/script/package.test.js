@@ -62,10 +62,11 @@ describe('the packed tarball', {
     assert.deepEqual(listed, []);
   });
 
-  it("has neither sources nor tests nor FFmpeg in it", () => {
+  it("has neither sources nor tests nor FFmpeg nor debug files in it", () => {
     const expected = ['CHANGELOG.md', 'README.md', 'docs', 'index.cjs', 'index.d.cts', 'index.d.ts', 'index.js', 'kit', 'lib',
       'package.json', 'prebuilds', 'types'];
     assert.deepEqual(fs.readdirSync(packageFolder).filter((name) => !expected.includes(name)), []);
+    assert.deepEqual(fs.readdirSync(path.dirname(binaryOf(packageFolder))), ['ostrel_native.node']);
   });
 
   for (const { name, node } of nodeReleases()) {
