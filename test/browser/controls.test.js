@@ -190,6 +190,14 @@ test('nothing moves while numbers change, and 900 pixels are wide enough', async
       setTimeout(() => resolve({ overflow: scrollWidth - innerWidth, shift: sum }), 700);
     }));
     assert.deepEqual({ overflow, shift }, { overflow: 0, shift: 0 });
+    for (const width of [900, 1041, 1271]) {
+      await page.setViewportSize({ width, height: 700 });
+      assert.equal(await page.evaluate(() => {
+        const bar = document.querySelector('.data');
+        return bar.scrollWidth - bar.clientWidth;
+      }), 0, `the scale bar is cut off at ${width} pixels`);
+    }
+    await page.setViewportSize({ width: 900, height: 700 });
     await keepScreenshot(page, `live-${colorScheme}-900`);
   }
   await page.setViewportSize({ width: 1440, height: 900 });
