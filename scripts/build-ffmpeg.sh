@@ -4,6 +4,10 @@
 #
 #   natives/x64/lib{avutil.so.56,avcodec.so.58,avformat.so.58}   where the addon looks
 #   natives/include/                                             headers to build against
+#   natives/recipe.sha256                                        what they were built by
+#
+# The patches in scripts/ffmpeg-patches, each with its reason at its top, go onto the source. A
+# change of a patch or of this script makes the next set-up build anew.
 #
 # No current distribution carries this generation, so it comes from the pinned source
 # archive, through the Debian mirror that this machine is configured for.
@@ -18,6 +22,7 @@ readonly sha256=177d074943251bec33e1f9bc5979378ff5771882482ba9b3aee2cb18dd400554
 readonly libraries=(libavutil.so.56 libavcodec.so.58 libavformat.so.58)
 readonly root=$(cd "$(dirname "$0")/.." && pwd)
 readonly natives=$root/natives
+readonly patches=$root/scripts/ffmpeg-patches
 readonly work=$root/build/ffmpeg
 readonly log=$work/build.log
 readonly local_copy_hint="set OSTREL_FFMPEG_TARBALL to a local copy of it"
@@ -27,8 +32,13 @@ fail() {
   exit 1
 }
 
+recipe() {
+  cat "$root/scripts/build-ffmpeg.sh" "$patches"/*.patch | sha256sum | cut -d ' ' -f 1
+}
+
 stands() {
   local library
+  [ "$(cat "$natives/recipe.sha256" 2>/dev/null)" = "$(recipe)" ] || return 1
   for library in "${libraries[@]}"; do
     [ -f "$natives/x64/$library" ] || return 1
   done
@@ -76,6 +86,10 @@ fi
 rm -rf "$work/source" "$work/install"
 mkdir -p "$work/source"
 tar -xJf "$tarball" -C "$work/source" --strip-components=1
+for change in "$patches"/*.patch; do
+  patch --directory="$work/source" --strip=1 --forward --fuzz=0 --input="$change" >>"$log" 2>&1 ||
+    fail "$(basename "$change") does not apply; the last words stand in $log."
+done
 
 # The libraries carry their configure line, so the install prefix is the default one and
 # not a path of this machine: the bytes are the same wherever the project lies.
@@ -86,9 +100,9 @@ cd "$work/source"
     --disable-everything --disable-programs --disable-doc --disable-debug \
     --disable-avdevice --disable-avfilter --disable-swscale --disable-swresample \
     --disable-postproc --disable-network \
-    --enable-libx264 --enable-libopenh264 --enable-v4l2-m2m --enable-libdrm \
+    --enable-libx264 --enable-v4l2-m2m --enable-libdrm \
     --enable-vaapi --enable-ffnvcodec --enable-nvenc \
-    --enable-encoder=libx264,libopenh264,h264_v4l2m2m,h264_vaapi,h264_nvenc \
+    --enable-encoder=libx264,h264_v4l2m2m,h264_vaapi,h264_nvenc \
     --enable-muxer=mp4 --enable-protocol=file &&
     make -j"$(nproc)" &&
     make install DESTDIR="$work/install"
@@ -106,8 +120,11 @@ for library in "${libraries[@]}"; do
 done
 cp -r "$work/install/usr/local/include" "$staging/include"
 
+# Without its recipe an interrupted exchange counts as not built.
+rm -f "$natives/recipe.sha256"
 mkdir -p "$natives/x64"
 mv "$staging"/x64/*.so.* "$natives/x64/"
 rm -rf "$natives/include"
 mv "$staging/include" "$natives/include"
+recipe >"$natives/recipe.sha256"
 rm -rf "$work/source" "$work/install" "$staging"
