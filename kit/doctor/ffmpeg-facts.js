@@ -7,7 +7,7 @@ import path from 'node:path';
 export const wantedLibraries = ['libavutil.so.56', 'libavcodec.so.58', 'libavformat.so.58'];
 
 /** In the order in which a recording tries them, hardware first. */
-export const encoderNames = ['h264_vaapi', 'h264_qsv', 'h264_nvenc', 'h264_v4l2m2m', 'libx264', 'libopenh264', 'h264'];
+export const encoderNames = ['h264_vaapi', 'h264_qsv', 'h264_nvenc', 'h264_v4l2m2m', 'libx264', 'h264'];
 
 const systemDirectories = ['/usr/lib/x86_64-linux-gnu', '/lib/x86_64-linux-gnu', '/usr/lib64', '/lib64', '/usr/lib', '/usr/local/lib'];
 

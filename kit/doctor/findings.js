@@ -126,7 +126,7 @@ export function encoderFindings({ isNeeded }, { value, failure }) {
   const open = value.filter(({ opens }) => opens).map(({ name }) => name);
   const all = finding('ffmpeg.encoders', area, 'encoders', open.length > 0 ? 'ok' : 'missing',
     open.length > 0 ? `${open[0]} is used${open.length > 1 ? `; ${open.slice(1).join(', ')} would open too` : ''}` : 'none opens',
-    { essential: isNeeded, remedy: open.length > 0 ? null : 'Use an FFmpeg that was built with libx264 or libopenh264.' });
+    { essential: isNeeded, remedy: open.length > 0 ? null : 'Use an FFmpeg that was built with libx264; encoding in software means x264, whose licence is the GPL.' });
   return [all, ...value.map(({ name, opens, words }) => finding(`ffmpeg.encoder.${name}`, area, name, opens ? 'ok' : 'note',
     opens ? 'opens' : encoderWords(name, words)))];
 }

@@ -22,9 +22,9 @@ export const packageGroups = {
     { name: 'make', program: 'make' },
     { name: 'nasm', program: 'nasm' },
     { name: 'xz-utils', program: 'xz' },
+    { name: 'patch', program: 'patch' },
     { name: 'patchelf', program: 'patchelf' },
     { name: 'libx264-dev', header: 'x264.h' },
-    { name: 'libopenh264-dev', header: 'wels/codec_api.h' },
     { name: 'libva-dev', header: 'va/va.h' },
     { name: 'libdrm-dev', header: 'libdrm/drm.h' },
     { name: 'libffmpeg-nvenc-dev', header: 'ffnvcodec/nvEncodeAPI.h' },
@@ -35,7 +35,6 @@ export const packageGroups = {
   // What the libraries that build-ffmpeg.sh makes are linked with.
   ffmpegRun: [
     { name: 'libx264-164', library: 'libx264.so.164' },
-    { name: 'libopenh264-7', library: 'libopenh264.so.7' },
     { name: 'libva2', library: 'libva.so.2' },
     { name: 'libva-drm2', library: 'libva-drm.so.2' },
     { name: 'libdrm2', library: 'libdrm.so.2' },

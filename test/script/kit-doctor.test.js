@@ -103,17 +103,17 @@ describe('findings', () => {
     const value = [
       { name: 'h264_vaapi', opens: false, words: 'No usable FFmpeg H.264 encoder was found (h264_vaapi: Creating a VAAPI device failed: no (such) device)' },
       { name: 'libx264', opens: true, words: '' },
-      { name: 'libopenh264', opens: false, words: 'No usable FFmpeg H.264 encoder was found' },
+      { name: 'h264', opens: false, words: 'No usable FFmpeg H.264 encoder was found' },
     ];
     assert.deepEqual(encoderFindings({ isNeeded: true }, { value }).map(({ id, level, text }) => [id, level, text]), [
       ['ffmpeg.encoders', 'ok', 'libx264 is used'],
       ['ffmpeg.encoder.h264_vaapi', 'note', 'does not open (hardware): Creating a VAAPI device failed: no (such) device'],
       ['ffmpeg.encoder.libx264', 'ok', 'opens'],
-      ['ffmpeg.encoder.libopenh264', 'note', 'not in this FFmpeg'],
+      ['ffmpeg.encoder.h264', 'note', 'not in this FFmpeg'],
     ]);
     const none = encoderFindings({ isNeeded: true }, { value: [value[0]] });
     assert.deepEqual([essence(none[0]), none[0].remedy],
-      [['ffmpeg.encoders', 'missing', true], 'Use an FFmpeg that was built with libx264 or libopenh264.']);
+      [['ffmpeg.encoders', 'missing', true], 'Use an FFmpeg that was built with libx264; encoding in software means x264, whose licence is the GPL.']);
     assert.deepEqual(encoderFindings({ isNeeded: true }, { failure: 'it did not answer within 1 s' }).map(essence),
       [['ffmpeg.encoders', 'failed', true]]);
   });
