@@ -4,6 +4,7 @@
 #include "addon/file_lock.h"
 #include "addon/script_arguments.h"
 #include "addon/script_exports.h"
+#include "addon/script_memory.h"
 #include "camera/camera_module.h"
 #include "devices/dino_lite_module.h"
 #include "devices/ostrel_module.h"
@@ -43,6 +44,7 @@ constexpr ScriptFunction kFrameFunctions[] = {
 }  // namespace
 
 Napi::Object InitAddon(Napi::Env env, Napi::Object exports) {
+  KeepEnvironmentData(env);
   SetScriptFunctions(env, exports, kFrameFunctions);
   RegisterCamera(env, exports);
   RegisterEdoF(env, exports);

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "addon/script_arguments.h"
+#include "addon/script_memory.h"
 #include "camera/camera_binding.h"
 #include "camera/camera_exports.h"
 #include "camera/capture.h"
@@ -20,9 +21,11 @@ constexpr int kDefaultMaxWidth = 960;
 constexpr int kDefaultMaxHeight = 540;
 
 // Zeroed: a grab that fails still hands its buffer to script code.
-Napi::Buffer<std::uint8_t> NewZeroedBuffer(Napi::Env env, std::int32_t size) {
-  auto buffer = Napi::Buffer<std::uint8_t>::New(env, static_cast<std::size_t>(size));
-  std::memset(buffer.Data(), 0, buffer.Length());
+Napi::Uint8Array NewZeroedBuffer(Napi::Env env, std::int32_t size) {
+  Napi::Uint8Array buffer = NewBuffer(env, static_cast<std::size_t>(size));
+  if (size != 0) {
+    std::memset(buffer.Data(), 0, buffer.ByteLength());
+  }
   return buffer;
 }
 
@@ -98,7 +101,7 @@ Napi::Value CameraGrabFrame(const Napi::CallbackInfo& info) {
     answer.Set("data", env.Null());
     return answer;
   }
-  const auto buffer = NewZeroedBuffer(env, plan.size);
+  Napi::Uint8Array buffer = NewZeroedBuffer(env, plan.size);
   answer.Set("result", GrabFrame(device, buffer.Data(), plan.size));
   answer.Set("data", buffer);
   SetTimestamp(answer);
@@ -122,7 +125,7 @@ Napi::Value CameraGrabFrameRgba(const Napi::CallbackInfo& info) {
     answer.Set("data", env.Null());
     return answer;
   }
-  const auto buffer = Napi::Buffer<std::uint8_t>::New(env, static_cast<std::size_t>(grab.size));
+  Napi::Uint8Array buffer = NewBuffer(env, static_cast<std::size_t>(grab.size));
   WriteRgba(grab, buffer.Data());
   answer.Set("width", grab.width);
   answer.Set("height", grab.height);

@@ -5,10 +5,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <string>
 #include <utility>
 
 #include "addon/script_arguments.h"
+#include "addon/script_memory.h"
 #include "camera/camera_exports.h"
 #include "camera/camera_preview.h"
 #include "camera/direct_frame.h"
@@ -28,14 +30,18 @@ constexpr int kSlots = CameraPreviewProducer::kBufferCount;
 struct LendingEnvironment {
   ~LendingEnvironment() { g_cameraPreview.StopGeneration(generation); }
 
+  // Null until `Of` was called in the environment.
+  static LendingEnvironment* OrNull(Napi::Env env) {
+    return static_cast<LendingEnvironment*>(EnvironmentDataOf(env).directDelivery.get());
+  }
+
   // Made by the first call in an environment.
   static LendingEnvironment& Of(Napi::Env env) {
-    LendingEnvironment* environment = env.GetInstanceData<LendingEnvironment>();
-    if (environment == nullptr) {
-      environment = new LendingEnvironment;
-      env.SetInstanceData(environment);
+    std::shared_ptr<void>& kept = EnvironmentDataOf(env).directDelivery;
+    if (kept == nullptr) {
+      kept = std::make_shared<LendingEnvironment>();
     }
-    return *environment;
+    return *static_cast<LendingEnvironment*>(kept.get());
   }
 
   std::uint64_t generation = 0;  // of the preview that it lends to; the first one's is not 0
@@ -99,7 +105,7 @@ int StartDirectPreview(const Napi::Array& buffers, int device, int width, int he
 }
 
 void ReleaseUnlentArrays(Napi::Env env) {
-  auto* const environment = env.GetInstanceData<LendingEnvironment>();
+  auto* const environment = LendingEnvironment::OrNull(env);
   if (environment != nullptr && !g_cameraPreview.MayWrite(environment->generation)) {
     for (auto& array : environment->arrays) {
       array.Reset();
@@ -110,7 +116,7 @@ void ReleaseUnlentArrays(Napi::Env env) {
 Napi::Value LatestDirectFrame(Napi::Env env, int device, std::uint64_t lastSequence) {
   // No other environment than the lender's can have a view of the arrays: to it there is no frame.
   constexpr std::uint64_t kNoFrame = std::numeric_limits<std::uint64_t>::max();
-  const auto* const environment = env.GetInstanceData<LendingEnvironment>();
+  const auto* const environment = LendingEnvironment::OrNull(env);
   const bool isLender =
       environment != nullptr && environment->generation == g_cameraPreview.generation;
   DirectFrame frame(g_cameraPreview, device, isLender ? lastSequence : kNoFrame);
@@ -165,7 +171,7 @@ Napi::Value CameraGrabEncodedFrame(const Napi::CallbackInfo& info) {
   answer.Set("height", frame.height);
   answer.Set("mimeType", "image/jpeg");
   answer.Set("timestampMs", static_cast<double>(frame.timestampMs));
-  answer.Set("data", Napi::Buffer<std::uint8_t>::Copy(env, frame.data.data(), frame.data.size()));
+  answer.Set("data", CopyToBuffer(env, frame.data.data(), frame.data.size()));
   return answer;
 }
 

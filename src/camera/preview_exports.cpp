@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "addon/script_arguments.h"
+#include "addon/script_memory.h"
 #include "camera/camera_exports.h"
 #include "camera/camera_preview.h"
 #include "camera/direct_exports.h"
@@ -35,7 +36,7 @@ Destination DestinationFor(Napi::Env env, std::size_t size, const Napi::Value& t
   if (lent.isByteArray && lent.bytes >= size) {
     return {.data = lent.data, .bytes = size, .value = lent.View(size)};
   }
-  const auto buffer = Napi::Buffer<std::uint8_t>::New(env, size);
+  Napi::Uint8Array buffer = NewBuffer(env, size);
   return {.data = buffer.Data(), .bytes = size, .value = buffer};
 }
 
@@ -132,8 +133,7 @@ Napi::Value CameraPreviewGetLatestQualityFrame(const Napi::CallbackInfo& info) {
   answer.Set("bytesPerRow", frame.bytesPerRow);
   answer.Set("pixelFormat", frame.isBgra ? "bgra" : "rgb");
   answer.Set("timestampMs", static_cast<double>(frame.timestampMs));
-  answer.Set("data",
-             Napi::Buffer<std::uint8_t>::Copy(info.Env(), frame.data.data(), frame.data.size()));
+  answer.Set("data", CopyToBuffer(info.Env(), frame.data.data(), frame.data.size()));
   return answer;
 }
 

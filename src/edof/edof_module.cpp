@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "addon/script_exports.h"
+#include "addon/script_memory.h"
 #include "edof/edof_request.h"
 #include "edof/fusion.h"
 
@@ -32,11 +33,11 @@ Napi::Value FuseRequest(const Napi::CallbackInfo& info) {
            request.weights, static_cast<unsigned>(request.workerLimit), simd);
   const std::chrono::nanoseconds duration = std::chrono::steady_clock::now() - begin;
 
-  // A buffer of the engine's own: it accepts no foreign memory everywhere.
-  Napi::ArrayBuffer buffer = Napi::ArrayBuffer::New(env, rgba.size());
-  std::memcpy(buffer.Data(), rgba.data(), rgba.size());
+  // Memory of the engine's own: it accepts no foreign memory everywhere.
+  Napi::Uint8Array data = NewByteArray(env, rgba.size());
+  std::memcpy(data.Data(), rgba.data(), rgba.size());
   Napi::Object result = Napi::Object::New(env);
-  result.Set("data", Napi::Uint8Array::New(env, rgba.size(), buffer, 0));
+  result.Set("data", data);
   result.Set("backend", "native-cpp");
   result.Set("simd", simd);
   result.Set("threads", request.workerLimit);
