@@ -4,7 +4,6 @@
 #include <chrono>
 #include <exception>
 #include <optional>
-#include <system_error>
 #include <utility>
 
 #include "recording/frame_timing.h"
@@ -166,7 +165,8 @@ void RunSession(VideoRecorder& recorder) {
   if (!error.empty()) {
     recorder.SetWorkerError(error);
   }
-  // Also after an error: what was written so far becomes a playable file.
+  // Also after an error: where the file can still be written, what came before becomes a playable
+  // file. On a full or failing disk the index cannot be written, and the file does not play.
   EndSession(recorder, ErrorOf([&] { return backend->Finalize(); }));
 }
 
@@ -217,10 +217,11 @@ int VideoRecorder::Start(const std::string& path, std::int32_t newWidth, std::in
   bitrate = newBitrate;
   try {
     worker = std::thread(&VideoRecorder::Run, this);
-  } catch (const std::system_error& error) {
+  } catch (const std::exception& error) {
     // Without a worker nothing would ever leave Starting.
-    lastError = error.what();
     state = State::Failed;
+    lastError = kOutOfMemoryText;  // stays if there is no memory for the reason
+    lastError = error.what();
     return kFailed;
   }
   const auto deadline = std::chrono::steady_clock::now() + kStartTimeout;

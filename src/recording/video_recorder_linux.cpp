@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <filesystem>
+#include <system_error>
 
 #include "recording/encoder_selection.h"
 #include "recording/nv12_conversion.h"
@@ -38,6 +40,14 @@ bool CanAttemptRecording(FfmpegApi& api) {
     api.avformat_free_context(probe);
   }
   return created >= 0;
+}
+
+// FFmpeg opens the file once more by its name when it moves the index to the front, and it takes
+// what stands before a colon in a relative name for a protocol.
+std::string AbsolutePath(const std::string& path) {
+  std::error_code failure;
+  const std::filesystem::path absolute = std::filesystem::absolute(path, failure);
+  return failure ? path : absolute.string();
 }
 
 }  // namespace
@@ -83,17 +93,19 @@ std::string LinuxBackend::Start(const std::string& outputPath, std::int32_t pict
     return api.error.empty() ? "FFmpeg is unavailable" : api.error;
   }
   finalized = false;
+  ticks = EncoderTicks();
   width = pictureWidth;
   height = pictureHeight;
   frameRate = framesPerSecond;
   bitrate = bitsPerSecond;
 
-  std::string failure = CreateMuxer(outputPath);
+  const std::string file = AbsolutePath(outputPath);
+  std::string failure = CreateMuxer(file);
   if (failure.empty()) {
     failure = OpenFirstUsableEncoder();
   }
   if (failure.empty()) {
-    failure = OpenFile(outputPath);
+    failure = OpenFile(file);
   }
   if (!failure.empty()) {
     Release();
@@ -118,9 +130,9 @@ std::string LinuxBackend::EncodeFrame(const VideoRecorder::Frame& input, std::in
     return "Unsupported or invalid camera frame format";
   }
   const AVRational timeBase = codecContext->time_base;
-  frame->pts = api.av_rescale_q(pts, kInputTimestampTimeBase, timeBase);
-  frame->pkt_duration =
-      std::max<std::int64_t>(api.av_rescale_q(duration, kInputTimestampTimeBase, timeBase), 1);
+  frame->pts = ticks.Place(api.av_rescale_q(pts, kInputTimestampTimeBase, timeBase));
+  frame->pkt_duration = std::clamp<std::int64_t>(
+      api.av_rescale_q(duration, kInputTimestampTimeBase, timeBase), 1, EncoderTicks::kLongestGap);
   lastPacketDuration = frame->pkt_duration;
 
   FrameHolder surface(api);
@@ -147,11 +159,16 @@ std::string LinuxBackend::UploadFrame(AVFrame* surface) {
   surface->format = AV_PIX_FMT_VAAPI;
   surface->width = width;
   surface->height = height;
-  surface->hw_frames_ctx = api.av_buffer_ref(hwFrames);
-  if (surface->hw_frames_ctx == nullptr) {
+  AVBufferRef* reference = api.av_buffer_ref(hwFrames);
+  surface->hw_frames_ctx = reference;
+  if (reference == nullptr) {
     return "Could not reference the VAAPI frame pool";
   }
   int uploaded = api.av_hwframe_get_buffer(hwFrames, surface, 0);
+  // It puts a reference of its own over ours, or null, and does not release ours.
+  if (surface->hw_frames_ctx != reference) {
+    api.av_buffer_unref(&reference);
+  }
   if (uploaded >= 0) {
     uploaded = api.av_hwframe_transfer_data(surface, frame, 0);
   }
@@ -222,7 +239,8 @@ std::string LinuxBackend::Finalize() {
     return std::string();
   }
   finalized = true;
-  // Each step runs also after an error, to leave a file that plays; the first error is told.
+  // Each step runs also after an error, to leave a file that plays if it can still be written; the
+  // first error is told.
   std::string flushFailure = Flush();
   std::string trailerFailure = WriteTrailer();
   std::string closeFailure = CloseFile();

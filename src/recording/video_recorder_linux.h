@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "recording/encoder_ticks.h"
 #include "recording/ffmpeg_api.h"
 #include "recording/recording_platform.h"
 #include "recording/video_recorder.h"
@@ -53,7 +54,8 @@ struct LinuxBackend : VideoRecorder::Backend {
   std::int32_t frameRate = 0;           ///< frames a second
   std::int32_t bitrate = 0;             ///< bits a second
   std::int64_t lastPacketDuration = 0;  ///< of the latest frame, in the encoder's time base
-  std::string encoderName;              ///< of the open encoder
+  EncoderTicks ticks;
+  std::string encoderName;  ///< of the open encoder
 
  private:
   // The encoder: h264_encoder.cpp.

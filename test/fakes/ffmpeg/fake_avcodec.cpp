@@ -1,10 +1,14 @@
 // libavcodec: encoders, which turn each picture into one packet, and packets.
 #include "fakes/ffmpeg/fake_ffmpeg_state.h"
 
+using ostrel_native::AddFakeReference;
+using ostrel_native::BlankFakePacket;
 using ostrel_native::DropFakeReference;
 using ostrel_native::FakeEncoderEntry;
 using ostrel_native::FakeFfmpeg;
 using ostrel_native::FakeFfmpegState;
+using ostrel_native::FakeHeldPicture;
+using ostrel_native::NewFakeBuffer;
 using ostrel_native::RescaleFakeTime;
 
 namespace {
@@ -35,6 +39,15 @@ void Record(FakeFfmpegState& state, const AVFrame& frame) {
   if (frame.data[0] != nullptr) {
     state.sentLuma.push_back(frame.data[0][0]);
   }
+}
+
+AVBufferRef* ReferenceOrNull(AVBufferRef* reference) {
+  return reference == nullptr ? nullptr : AddFakeReference(reference);
+}
+
+void Drop(FakeHeldPicture& held) {
+  DropFakeReference(&held.picture);
+  DropFakeReference(&held.pool);
 }
 
 }  // namespace
@@ -74,6 +87,13 @@ AVCodecContext* avcodec_alloc_context3(const AVCodec* codec) {
 
 void avcodec_free_context(AVCodecContext** context) {
   FakeFfmpeg()->Call("avcodec_free_context");
+  if (*context == nullptr) {
+    return;
+  }
+  for (FakeHeldPicture& held : FakeFfmpeg()->heldPictures) {
+    Drop(held);
+  }
+  FakeFfmpeg()->heldPictures.clear();
   DropFakeReference(&(*context)->hw_frames_ctx);
   delete *context;
   *context = nullptr;
@@ -103,26 +123,30 @@ int avcodec_send_frame(AVCodecContext*, const AVFrame* frame) {
     return 0;
   }
   Record(state, *frame);
-  AVPacket held = {};
-  held.pts = held.dts = frame->pts;
-  held.duration = state.packetDuration;
-  state.heldPackets.push_back(held);
+  state.heldPictures.push_back(
+      {frame->pts, ReferenceOrNull(frame->buf[0]), ReferenceOrNull(frame->hw_frames_ctx)});
   return 0;
 }
 
 int avcodec_receive_packet(AVCodecContext*, AVPacket* packet) {
   FakeFfmpegState& state = *FakeFfmpeg();
   const int result = state.Call("avcodec_receive_packet");
+  BlankFakePacket(*packet);
   if (result != 0) {
     return result;
   }
   const std::size_t kept = state.flushing ? 0 : static_cast<std::size_t>(state.encoderDelay);
-  if (state.heldPackets.size() <= kept) {
+  if (state.heldPictures.size() <= kept) {
     return state.flushing ? AVERROR_EOF : AVERROR(EAGAIN);
   }
-  *packet = state.heldPackets.front();
-  state.heldPackets.pop_front();
-  ++state.live["packet content"];
+  FakeHeldPicture held = state.heldPictures.front();
+  state.heldPictures.pop_front();
+  packet->pts = packet->dts = held.pts;
+  packet->duration = state.packetDuration;
+  packet->buf = NewFakeBuffer("packet content", 1);
+  packet->data = packet->buf->data;
+  packet->size = packet->buf->size;
+  Drop(held);
   return 0;
 }
 
@@ -131,11 +155,17 @@ AVPacket* av_packet_alloc() {
     return nullptr;
   }
   ++FakeFfmpeg()->live["packet"];
-  return new AVPacket{};
+  auto* const packet = new AVPacket{};
+  BlankFakePacket(*packet);
+  return packet;
 }
 
 void av_packet_free(AVPacket** packet) {
   FakeFfmpeg()->Call("av_packet_free");
+  if (*packet == nullptr) {
+    return;
+  }
+  BlankFakePacket(**packet);
   delete *packet;
   *packet = nullptr;
   --FakeFfmpeg()->live["packet"];
@@ -143,8 +173,7 @@ void av_packet_free(AVPacket** packet) {
 
 void av_packet_unref(AVPacket* packet) {
   FakeFfmpeg()->Call("av_packet_unref");
-  *packet = AVPacket{};
-  --FakeFfmpeg()->live["packet content"];
+  BlankFakePacket(*packet);
 }
 
 void av_packet_rescale_ts(AVPacket* packet, AVRational from, AVRational to) {

@@ -1,6 +1,8 @@
 // libavformat: a muxer that keeps the packets instead of writing them.
 #include "fakes/ffmpeg/fake_ffmpeg_state.h"
 
+using ostrel_native::BlankFakePacket;
+using ostrel_native::DropFakeDictionary;
 using ostrel_native::FakeFfmpeg;
 using ostrel_native::FakeFfmpegState;
 
@@ -9,6 +11,20 @@ namespace {
 AVOutputFormat g_outputFormat = {};
 
 constexpr int kStreamIndex = 3;  // not 0, so that a packet without it is found
+
+bool HasOptions(AVDictionary** options) {
+  return options != nullptr && *options != nullptr;
+}
+
+// Leaves those that no muxer knows.
+void TakeKnownOptions(AVDictionary** options) {
+  if (HasOptions(options)) {
+    (*options)->entries.erase("movflags");
+    if ((*options)->entries.empty()) {
+      DropFakeDictionary(options);
+    }
+  }
+}
 
 }  // namespace
 
@@ -53,10 +69,11 @@ int avformat_write_header(AVFormatContext* context, AVDictionary** options) {
   AVStream& stream = *context->streams[0];
   const int result =
       state.Call("avformat_write_header", "time base 1/" + std::to_string(stream.time_base.den) +
-                                              (*options == nullptr ? " without options" : ""));
+                                              (HasOptions(options) ? "" : " without options"));
   state.writtenParameters = *stream.codecpar;
   if (result == 0) {
     stream.time_base = state.streamTimeBase;
+    TakeKnownOptions(options);
   }
   return result;
 }
@@ -67,6 +84,8 @@ int av_interleaved_write_frame(AVFormatContext*, AVPacket* packet) {
     FakeFfmpeg()->muxed.push_back(
         {packet->pts, packet->dts, packet->duration, packet->stream_index});
   }
+  // The reference is the muxer's from here on, also after an error.
+  BlankFakePacket(*packet);
   return result;
 }
 

@@ -5,15 +5,12 @@
 #include "fakes/ffmpeg/fake_ffmpeg_state.h"
 
 using ostrel_native::AddFakeReference;
+using ostrel_native::DropFakeDictionary;
 using ostrel_native::DropFakeReference;
 using ostrel_native::FakeFfmpeg;
+using ostrel_native::FakeFfmpegState;
 using ostrel_native::NewFakeBuffer;
 using ostrel_native::RescaleFakeTime;
-
-/// What FFmpeg's headers leave open.
-struct AVDictionary {
-  std::vector<std::pair<std::string, std::string>> entries;
-};
 
 namespace {
 
@@ -56,6 +53,9 @@ AVFrame* av_frame_alloc() {
 }
 
 void av_frame_free(AVFrame** frame) {
+  if (*frame == nullptr) {
+    return;
+  }
   FakeFfmpeg()->Call("av_frame_free", (*frame)->format == AV_PIX_FMT_VAAPI ? "vaapi" : "nv12");
   DropFakeReference(&(*frame)->buf[0]);
   DropFakeReference(&(*frame)->hw_frames_ctx);
@@ -77,9 +77,10 @@ int av_frame_get_buffer(AVFrame* frame, int alignment) {
 
 int av_frame_make_writable(AVFrame* frame) {
   const int result = FakeFfmpeg()->Call("av_frame_make_writable");
-  if (result == 0 && FakeFfmpeg()->framesMove) {
-    DropFakeReference(&frame->buf[0]);
+  if (result == 0 && (FakeFfmpeg()->framesMove || frame->buf[0]->buffer->references > 1)) {
+    AVBufferRef* previous = frame->buf[0];
     TakePictureBuffer(*frame, 64);
+    DropFakeReference(&previous);
   }
   return result;
 }
@@ -91,15 +92,13 @@ int av_dict_set(AVDictionary** dictionary, const char* key, const char* value, i
     *dictionary = new AVDictionary;
     ++FakeFfmpeg()->live["dictionary"];
   }
-  (*dictionary)->entries.emplace_back(key, value);
+  (*dictionary)->entries[key] = value;
   return result;
 }
 
 void av_dict_free(AVDictionary** dictionary) {
   FakeFfmpeg()->Call("av_dict_free");
-  delete *dictionary;
-  *dictionary = nullptr;
-  --FakeFfmpeg()->live["dictionary"];
+  DropFakeDictionary(dictionary);
 }
 
 int av_opt_set(void* object, const char* key, const char* value, int flags) {
@@ -120,7 +119,7 @@ AVBufferRef* av_buffer_ref(AVBufferRef* reference) {
 }
 
 void av_buffer_unref(AVBufferRef** reference) {
-  FakeFfmpeg()->Call("av_buffer_unref", (*reference)->buffer->type);
+  FakeFfmpeg()->Call("av_buffer_unref", *reference == nullptr ? "" : (*reference)->buffer->type);
   DropFakeReference(reference);
 }
 
@@ -136,9 +135,12 @@ int av_hwdevice_ctx_create(AVBufferRef** device, AVHWDeviceType type, const char
 }
 
 AVBufferRef* av_hwframe_ctx_alloc(AVBufferRef* device) {
-  return FakeFfmpeg()->Call("av_hwframe_ctx_alloc", device->buffer->type) != 0
-             ? nullptr
-             : NewFakeBuffer("pool", sizeof(AVHWFramesContext));
+  if (FakeFfmpeg()->Call("av_hwframe_ctx_alloc", device->buffer->type) != 0) {
+    return nullptr;
+  }
+  AVBufferRef* const pool = NewFakeBuffer("pool", sizeof(AVHWFramesContext));
+  pool->buffer->needs = AddFakeReference(device);
+  return pool;
 }
 
 int av_hwframe_ctx_init(AVBufferRef* frames) {
@@ -151,9 +153,23 @@ int av_hwframe_ctx_init(AVBufferRef* frames) {
 }
 
 int av_hwframe_get_buffer(AVBufferRef* frames, AVFrame* frame, int flags) {
-  return FakeFfmpeg()->Call("av_hwframe_get_buffer",
-                            frames->buffer->type + " " + std::to_string(frame->width) + "x" +
-                                std::to_string(frame->height) + " flags " + std::to_string(flags));
+  FakeFfmpegState& state = *FakeFfmpeg();
+  int result = state.Call("av_hwframe_get_buffer",
+                          frames->buffer->type + " " + std::to_string(frame->width) + "x" +
+                              std::to_string(frame->height) + " flags " + std::to_string(flags));
+  const auto& pool = *reinterpret_cast<const AVHWFramesContext*>(frames->data);
+  if (result == 0 && state.live["surface"] >= pool.initial_pool_size) {
+    result = AVERROR(ENOMEM);
+  }
+  // As the real one, it never releases what the field held before.
+  frame->hw_frames_ctx = result == 0 ? AddFakeReference(frames) : nullptr;
+  if (result == 0) {
+    frame->buf[0] = NewFakeBuffer("surface", 1);
+    frame->format = pool.format;
+    frame->width = pool.width;
+    frame->height = pool.height;
+  }
+  return result;
 }
 
 int av_hwframe_transfer_data(AVFrame* target, const AVFrame* source, int flags) {

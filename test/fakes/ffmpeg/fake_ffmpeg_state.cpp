@@ -8,7 +8,7 @@ FakeFfmpegState* FakeFfmpeg() {
 }
 
 AVBufferRef* NewFakeBuffer(const std::string& type, std::size_t size) {
-  auto* const buffer = new AVBuffer{1, type, std::vector<char>(size)};
+  auto* const buffer = new AVBuffer{1, type, std::vector<char>(size), nullptr};
   ++FakeFfmpeg()->live[type];
   return new AVBufferRef{buffer, reinterpret_cast<std::uint8_t*>(buffer->bytes.data()),
                          static_cast<int>(size)};
@@ -26,10 +26,26 @@ void DropFakeReference(AVBufferRef** reference) {
   AVBuffer* const buffer = (*reference)->buffer;
   if (--buffer->references == 0) {
     --FakeFfmpeg()->live[buffer->type];
+    DropFakeReference(&buffer->needs);
     delete buffer;
   }
   delete *reference;
   *reference = nullptr;
+}
+
+void DropFakeDictionary(AVDictionary** dictionary) {
+  if (*dictionary != nullptr) {
+    --FakeFfmpeg()->live["dictionary"];
+    delete *dictionary;
+    *dictionary = nullptr;
+  }
+}
+
+void BlankFakePacket(AVPacket& packet) {
+  DropFakeReference(&packet.buf);
+  packet = AVPacket{};
+  packet.pts = packet.dts = AV_NOPTS_VALUE;
+  packet.pos = -1;
 }
 
 std::int64_t RescaleFakeTime(std::int64_t value, AVRational from, AVRational to) {

@@ -37,6 +37,13 @@ struct FakeEncoderEntry {
   AVCodec codec = {};
 };
 
+/// A picture on its way through the encoder, which holds references of its own to it.
+struct FakeHeldPicture {
+  std::int64_t pts = 0;
+  AVBufferRef* picture = nullptr;  ///< of the frame's first buffer, or null
+  AVBufferRef* pool = nullptr;     ///< of the frame's hardware frame pool, or null
+};
+
 /// Public fields are for the test; set them before the calls that they concern.
 struct FakeFfmpegState {
   /// The results of the next calls of a function, oldest first; 0, and whatever comes after the
@@ -67,7 +74,7 @@ struct FakeFfmpegState {
   std::map<std::string, int> live;           ///< objects that exist, by type
   int logLevel = AV_LOG_INFO;
 
-  std::deque<AVPacket> heldPackets;  ///< in the encoder
+  std::deque<FakeHeldPicture> heldPictures;  ///< in the encoder
   bool flushing = false;
 
   /// Logs a call and takes its next scripted result.
@@ -108,8 +115,14 @@ extern "C" FakeFfmpegState* FakeFfmpeg();
 /// A reference-counted buffer, which FFmpeg's headers leave open.
 struct AVBuffer {
   int references = 0;
-  std::string type;         ///< under which it counts in `live`
-  std::vector<char> bytes;  ///< what AVBufferRef::data points to
+  std::string type;              ///< under which it counts in `live`
+  std::vector<char> bytes;       ///< what AVBufferRef::data points to
+  AVBufferRef* needs = nullptr;  ///< a reference that goes with the buffer: a pool's to its device
+};
+
+/// What FFmpeg's headers leave open.
+struct AVDictionary {
+  std::map<std::string, std::string> entries;
 };
 
 namespace ostrel_native {
@@ -121,6 +134,10 @@ AVBufferRef* NewFakeBuffer(const std::string& type, std::size_t size);
 AVBufferRef* AddFakeReference(AVBufferRef* reference);
 /// Drops `*reference`, which may be null, and nulls it.
 void DropFakeReference(AVBufferRef** reference);
+/// Deletes `*dictionary`, which may be null, and nulls it.
+void DropFakeDictionary(AVDictionary** dictionary);
+/// Drops what the packet refers to, and makes it as a fresh one is.
+void BlankFakePacket(AVPacket& packet);
 
 std::int64_t RescaleFakeTime(std::int64_t value, AVRational from, AVRational to);
 

@@ -1,5 +1,6 @@
 // Recordings by the real FFmpeg generation, looked at with the FFmpeg command line.
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
@@ -10,12 +11,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <latch>
 #include <thread>
 
 #include "camera/camera_pixel_format.h"
 #include "recording/video_recorder_linux.h"
-#include "unit/support/foreign_leaks.h"
 #include "unit/support/media_files.h"
 #include "unit/support/output_capture.h"
 #include "unit/support/temporary_directory.h"
@@ -240,6 +241,60 @@ TEST_F(RealFfmpeg, APathWithSpacesAndUtf8IsTaken) {
   ExpectPlayable(odd, 12, 12.0 / 30);
 }
 
+TEST_F(RealFfmpeg, ARelativeNameWithAColonIsKeptWhenTheWorkingDirectoryChanges) {
+  const TemporaryDirectory elsewhere;
+  std::filesystem::current_path(directory.path);
+  ASSERT_EQ(Start("12:30 a.mp4", 320, 240), "");
+  std::filesystem::current_path(elsewhere.path);
+  // What another program has put there in the meantime stays as it is.
+  std::ofstream("12:30 a.mp4") << "foreign";
+  for (int number = 0; number < 12; ++number) {
+    ASSERT_EQ(backend->EncodeFrame(Nv12Picture(320, 240, number), number * kTick, kTick), "");
+  }
+  EXPECT_EQ(backend->Finalize(), "");
+  ExpectPlayable(directory.File("12:30 a.mp4"), 12, 12.0 / 30);
+  EXPECT_EQ(std::filesystem::file_size(elsewhere.File("12:30 a.mp4")), 7u);
+}
+
+TEST_F(RealFfmpeg, StampsThatFallOnOneTickGiveAPlayableFile) {
+  ASSERT_EQ(Start(path, 320, 240), "");
+  int number = 0;
+  for (const std::int64_t pts : {0, 1, 2, 1'000'000, 1'000'001, 1'000'100, 2'000'000}) {
+    ASSERT_EQ(backend->EncodeFrame(Nv12Picture(320, 240, number), pts, kTick), "") << pts;
+    ++number;
+  }
+  ASSERT_EQ(backend->Finalize(), "");
+  ExpectPlayable(path, number, 0.2 + 1.0 / 30);
+}
+
+TEST_F(RealFfmpeg, AGapOfYearsGivesAPlayableFile) {
+  constexpr std::int64_t kYear = 365 * 24 * 3600 * kSecond;
+  ASSERT_EQ(Start(path, 320, 240), "");
+  int number = 0;
+  for (const std::int64_t pts : {std::int64_t{0}, kYear, kYear + kTick, 40 * kYear}) {
+    ASSERT_EQ(backend->EncodeFrame(Nv12Picture(320, 240, number), pts, kYear), "") << pts;
+    ++number;
+  }
+  ASSERT_EQ(backend->Finalize(), "");
+  const std::vector<double> durations = PacketDurations(path);
+  constexpr double kLongest = EncoderTicks::kLongestGap / 90'000.0;
+  ASSERT_EQ(durations.size(), 4u);
+  EXPECT_NEAR(durations[0], kLongest, 0.001);
+  EXPECT_NEAR(durations[1], 1.0 / 30, 0.001);
+  EXPECT_NEAR(durations[2], kLongest, 0.001);
+  EXPECT_EQ(DecodingComplaints(path), "");
+}
+
+TEST_F(RealFfmpeg, TheLongestGapThatFitsIsKept) {
+  constexpr std::int64_t kHour = 3600 * kSecond;
+  ASSERT_EQ(Start(path, 320, 240), "");
+  ASSERT_EQ(backend->EncodeFrame(Nv12Picture(320, 240, 0), 0, 6 * kHour), "");
+  ASSERT_EQ(backend->EncodeFrame(Nv12Picture(320, 240, 1), 6 * kHour, kTick), "");
+  ASSERT_EQ(backend->Finalize(), "");
+  ASSERT_EQ(PacketDurations(path).size(), 2u);
+  EXPECT_NEAR(PacketDurations(path)[0], 6 * 3600, 0.001);
+}
+
 TEST_F(RealFfmpeg, APathThatCannotBeWrittenFailsTheStart) {
   EXPECT_EQ(Start(directory.File("missing/out.mp4"), 640, 480),
             "Opening the MP4 output failed: No such file or directory");
@@ -269,17 +324,10 @@ TEST_F(RealFfmpeg, DestroyedWithoutFinalizeItLeavesAFileWithoutAnIndex) {
   EXPECT_EQ(std::find(boxes.begin(), boxes.end(), "moov"), boxes.end());
 }
 
-TEST_F(RealFfmpeg, AnEncoderWithoutNv12IsNamedWithItsReason) {
-  setenv("OSTREL_FFMPEG_ENCODER", "libopenh264", 1);
-  EXPECT_EQ(Start(path, 640, 480),
-            "No usable FFmpeg H.264 encoder was found "
-            "(libopenh264: encoder does not accept NV12 frames)");
-  EXPECT_FALSE(std::filesystem::exists(path));
-}
-
 TEST_F(RealFfmpeg, AnEncoderThatDoesNotExistHasNoReason) {
   setenv("OSTREL_FFMPEG_ENCODER", "h264", 1);
   EXPECT_EQ(Start(path, 640, 480), "No usable FFmpeg H.264 encoder was found");
+  EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 TEST_F(RealFfmpeg, WithoutHardwareTheChoiceFallsToSoftware) {
@@ -288,16 +336,43 @@ TEST_F(RealFfmpeg, WithoutHardwareTheChoiceFallsToSoftware) {
     GTEST_SKIP() << "this machine has devices that may encode";
   }
   setenv("OSTREL_FFMPEG_ENCODER", "auto", 1);
-  const ForeignLeaks ofV4l2m2m;  // the encoder keeps its context when it finds no device
   ASSERT_EQ(Start(path, 640, 480), "");
   EXPECT_EQ(static_cast<LinuxBackend&>(*backend).encoderName, "libx264");
+}
+
+TEST_F(RealFfmpeg, ManyStartsThatTryEveryEncoderKeepNoMemory) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "not under a sanitizer, whose allocator keeps no such count: it looks for leaks";
+#endif
+  setenv("OSTREL_FFMPEG_ENCODER", "auto", 1);
+  constexpr int kWarmUp = 20;
+  constexpr int kRecordings = 100;
+  const auto record = [this] {
+    backend = CreateLinuxBackend();
+    ASSERT_EQ(Record(path, 320, 240, 2), "");
+    backend.reset();
+  };
+  const auto bytesInUse = [] {
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+  };
+  for (int i = 0; i < kWarmUp; ++i) {
+    record();
+  }
+  const std::size_t before = bytesInUse();
+  for (int i = 0; i < kRecordings; ++i) {
+    record();
+  }
+  // A context that is lost at each start takes 4.9 kB of these; the allocator's caches for the
+  // encoder's threads some hundred bytes.
+  const auto kept = static_cast<std::int64_t>(bytesInUse()) - static_cast<std::int64_t>(before);
+  EXPECT_LT(kept / kRecordings, 2500);
 }
 
 TEST_F(RealFfmpeg, PrintsNothing) {
   OutputCapture capture;
   const std::string recorded = Record(path, 640, 480, 24);
   backend.reset();
-  const ForeignLeaks ofV4l2m2m;  // the encoder keeps its context when it finds no device
   for (const char* const encoder : {"h264_vaapi", "h264_nvenc", "h264_v4l2m2m", "auto"}) {
     setenv("OSTREL_FFMPEG_ENCODER", encoder, 1);
     CreateLinuxBackend()->Start(path, 640, 480, 30, kBitrate);

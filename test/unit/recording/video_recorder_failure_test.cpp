@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "recording/video_recorder.h"
+#include "unit/support/allocation_spy.h"
 #include "unit/support/video_recorder_session.h"
 
 namespace ostrel_native {
@@ -69,6 +70,22 @@ TEST_F(VideoRecorderFailure, AThreadThatCannotBeMadeIsAFailedStart) {
   EXPECT_EQ(result, -3);
   EXPECT_EQ(LastError(), "Resource temporarily unavailable");
   EXPECT_FALSE(recorder->GetStatus().recording);
+  EXPECT_EQ(Start(), 0);
+}
+
+TEST_F(VideoRecorderFailure, AThreadThatHasNoMemoryIsAFailedStart) {
+  const std::string path = "/a.mp4";
+  ASSERT_EQ(recorder->Start(path, kWidth, kHeight, 30, 4'000'000), 0);
+  ASSERT_EQ(recorder->Stop(), 0);
+  int result = 0;
+  {
+    const test::FailingAllocations none(1);
+    result = recorder->Start(path, kWidth, kHeight, 30, 4'000'000);
+  }
+  EXPECT_EQ(result, -3);
+  EXPECT_EQ(LastError(), "std::bad_alloc");
+  EXPECT_FALSE(recorder->GetStatus().recording);
+  EXPECT_EQ(recorder->Stop(), -3);
   EXPECT_EQ(Start(), 0);
 }
 

@@ -1,5 +1,7 @@
 #include "recording/video_recorder_linux.h"
 
+#include <filesystem>
+
 #include "unit/recording/linux_backend_fixture.h"
 
 namespace ostrel_native {
@@ -106,6 +108,15 @@ TEST_F(LinuxBackendTest, StartMakesEncoderThenFileThenHeader) {
   EXPECT_FALSE(Fields().useVaapi);
 }
 
+TEST_F(LinuxBackendTest, ARelativePathReachesFfmpegAsAnAbsoluteOne) {
+  AddSoftwareEncoder();
+  const std::string here = std::filesystem::current_path().string();
+  ASSERT_EQ(backend->Start("12:30 specimen.mp4", kTestWidth, kTestHeight, 30, 4'000'000), "");
+  EXPECT_EQ(fakes.Calls({"avformat_alloc_output_context2", "avio_open"}),
+            (Names{"avformat_alloc_output_context2(mp4 " + here + "/12:30 specimen.mp4)",
+                   "avio_open(" + here + "/12:30 specimen.mp4 flags 2)"}));
+}
+
 TEST_F(LinuxBackendTest, TheTrialIsQuietAndTheFileIsNot) {
   AddSoftwareEncoder();
   fakes.state.logLevel = AV_LOG_VERBOSE;
@@ -147,6 +158,31 @@ TEST_F(LinuxBackendTest, TimesAreRescaledToTheEncodersTimeBase) {
                    "avcodec_send_frame(nv12 pts 3000 duration 3000)",
                    "avcodec_send_frame(nv12 pts 90000 duration 90000)"}));
   EXPECT_EQ(Fields().lastPacketDuration, 90'000);
+}
+
+TEST_F(LinuxBackendTest, TwoFramesOnOneTickOfTheEncoderGetTicksOfTheirOwn) {
+  Open();
+  // 100 ns are 0.0009 of a tick.
+  for (const std::int64_t pts : {0, 1, 2, 333'333}) {
+    EXPECT_EQ(Encode(pts, 1), "");
+  }
+  EXPECT_EQ(fakes.Calls({"avcodec_send_frame"}),
+            (Names{"avcodec_send_frame(nv12 pts 0 duration 1)",
+                   "avcodec_send_frame(nv12 pts 1 duration 1)",
+                   "avcodec_send_frame(nv12 pts 2 duration 1)",
+                   "avcodec_send_frame(nv12 pts 3000 duration 1)"}));
+}
+
+TEST_F(LinuxBackendTest, AGapThatNoFileCanHoldIsShortenedAndLaterFramesFollow) {
+  Open();
+  constexpr std::int64_t kWeek = 7 * 24 * 3600 * std::int64_t{10'000'000};
+  EXPECT_EQ(Encode(0, kWeek), "");
+  EXPECT_EQ(Encode(kWeek, kThirtiethSecond), "");
+  EXPECT_EQ(Encode(kWeek + kThirtiethSecond, kThirtiethSecond), "");
+  EXPECT_EQ(fakes.Calls({"avcodec_send_frame"}),
+            (Names{"avcodec_send_frame(nv12 pts 0 duration 2147483646)",
+                   "avcodec_send_frame(nv12 pts 2147483646 duration 3000)",
+                   "avcodec_send_frame(nv12 pts 2147486646 duration 3000)"}));
 }
 
 TEST_F(LinuxBackendTest, ADurationBelowOneTickOfTheEncoderIsRaisedToOne) {
@@ -361,7 +397,7 @@ TEST_F(LinuxBackendTest, AVaapiFrameIsUploadedAndFreedBeforeItsPackets) {
             (Names{"av_frame_make_writable", "av_rescale_q(333333 from 1/10000000 to 1/90000)",
                    "av_rescale_q(333333 from 1/10000000 to 1/90000)", "av_frame_alloc",
                    "av_buffer_ref(pool)", "av_hwframe_get_buffer(pool 64x48 flags 0)",
-                   "av_hwframe_transfer_data(23 to 46 flags 0)",
+                   "av_buffer_unref(pool)", "av_hwframe_transfer_data(23 to 46 flags 0)",
                    "avcodec_send_frame(vaapi pts 3000 duration 3000)", "av_frame_free(vaapi)",
                    "avcodec_receive_packet", "av_packet_rescale_ts(1/90000 to 1/12800)",
                    "av_interleaved_write_frame", "av_packet_unref", "avcodec_receive_packet"}));
@@ -385,6 +421,21 @@ TEST_F(LinuxBackendTest, EachFailureOfTheUploadFreesItsFrame) {
   EXPECT_EQ(Encode(), "Encoding a video frame failed: text of -5");
   EXPECT_EQ(fakes.state.live["frame"], 1);
   EXPECT_EQ(fakes.Calls({"av_frame_free"}), Names(5, "av_frame_free(vaapi)"));
+}
+
+TEST_F(LinuxBackendTest, ALongVaapiRecordingKeepsNoSurfaceAndNoReferenceToItsPool) {
+  AddVaapiEncoder();
+  Open();
+  fakes.state.encoderDelay = 2;
+  for (int frame = 0; frame < 100; ++frame) {
+    ASSERT_EQ(Encode(frame * kThirtiethSecond), "");
+  }
+  EXPECT_EQ(fakes.state.live["surface"], 2) << "those that the encoder holds";
+  EXPECT_EQ(fakes.state.live["frame"], 1);
+  // The backend's, the encoder's, and one for each picture that the encoder holds.
+  EXPECT_EQ(Fields().hwFrames->buffer->references, 4);
+  EXPECT_EQ(backend->Finalize(), "");
+  EXPECT_EQ(fakes.LiveObjects(), 0);
 }
 
 TEST_F(LinuxBackendTest, AVaapiRecordingReleasesPoolThenDeviceAfterTheEncoder) {

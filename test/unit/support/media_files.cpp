@@ -58,7 +58,8 @@ std::string DecodedPictures(const std::string& path) {
 }
 
 std::string DecodingComplaints(const std::string& path) {
-  return CommandOutput("ffmpeg -nostdin -v error -i " + Quoted(path) + " -f null -");
+  return CommandOutput("ffmpeg -nostdin -v error -i " + Quoted(path) +
+                       " -enc_time_base -1 -f null -");
 }
 
 std::vector<std::string> TopLevelBoxes(const std::string& path) {
