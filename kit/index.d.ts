@@ -155,9 +155,15 @@ export function watchCamera(options?: WatchCameraOptions): CameraWatch;
 export interface RecordOptions extends NativeOption, WorkerOption {
   /** The camera whose preview runs: 0. */
   device?: number;
-  /** The MP4 file; an existing one is replaced. */
+  /** The MP4 file; an existing one is replaced. Regular files only: no pipe, no device. */
   file: string;
-  /** Nominal frames a second, 1 to 120: 30. The file has the real times of the frames whatever it is. */
+  /** Permissions of a file that is made, less the umask: 0o640, so its owner and group alone may read it. */
+  mode?: number;
+  /**
+   * Nominal frames a second, 1 to 120: those that the preview has measured of itself, for which a recording waits
+   * while the preview is younger than a second; 30 if it measures none. The file has the real times of the frames
+   * whatever it is, but the encoder spreads its bits by it.
+   */
   frameRate?: number;
   /** Bits a second, 100,000 to 100,000,000: a tenth of a bit for each pixel of each frame, at least 1,000,000. */
   bitrate?: number;
@@ -197,7 +203,10 @@ export interface RecordingResult extends RecordingProgress {
   width: number;
   height: number;
   reason: RecordingEnd;
-  /** Why it failed; null if it did not. The file may be playable all the same, up to that point. */
+  /**
+   * Why it failed; null if it did not, and then the file has been looked at: its index is there and lists as many
+   * pictures as `framesWritten`. After an error of the disk there is no index, and the file does not play.
+   */
   error: Error | null;
 }
 
@@ -209,6 +218,7 @@ export interface RecordingEvents {
 
 export class Recording extends EventEmitter<RecordingEvents> {
   private constructor();
+  /** Absolute. */
   readonly file: string;
   readonly width: number;
   readonly height: number;

@@ -4,6 +4,13 @@ const largestSide = 8192;
 const smallestBitrate = 1_000_000;
 const largestBitrate = 100_000_000;
 const bitsPerPixel = 0.1;
+const usualRate = 30;
+const highestRate = 120;
+
+/** The whole rate to tell the encoder, from frames a second as a preview measured them; 0: not known. */
+export function nominalRate(producerFps) {
+  return producerFps > 0 ? Math.min(Math.max(Math.round(producerFps), 1), highestRate) : usualRate;
+}
 
 /** A tenth of a bit for each pixel of each frame. */
 export function usualBitrate({ width, height, frameRate }) {

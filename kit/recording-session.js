@@ -3,6 +3,7 @@
 import { EventEmitter } from 'node:events';
 import { stat } from 'node:fs/promises';
 
+import { complaintAbout } from './recording-file.js';
 import { CallError, recordingResults } from './results.js';
 
 const noSequence = Number.MAX_SAFE_INTEGER;
@@ -15,6 +16,7 @@ export class Recording extends EventEmitter {
   #native;
   #device;
   #worker;
+  #identity;
   #silenceMs;
   #signal;
   #onFinished;
@@ -32,13 +34,14 @@ export class Recording extends EventEmitter {
   #onProcessEnd = () => this.finish('process-end');
 
   /** The recorder has been started; `worker` is closed at the end, and `onFinished` called. */
-  constructor({ native, device, worker, file, width, height, frameRate, bitrate, seconds, progressMs, silenceMs,
+  constructor({ native, device, worker, file, identity, width, height, frameRate, bitrate, seconds, progressMs, silenceMs,
     signal, warnings, onFinished }) {
     super();
     Object.assign(this, { file, width, height, frameRate, bitrate, warnings: Object.freeze(warnings) });
     this.#native = native;
     this.#device = device;
     this.#worker = worker;
+    this.#identity = identity;
     this.#silenceMs = silenceMs;
     this.#signal = signal;
     this.#onFinished = onFinished;
@@ -182,9 +185,18 @@ export class Recording extends EventEmitter {
       if (isOurs) {
         await this.#measure(status);
       }
-      return value < 0 ? new CallError({ call: 'cameraRecordingStop', code: value, words, meanings: recordingResults }) : null;
+      if (value < 0) {
+        return new CallError({ call: 'cameraRecordingStop', code: value, words, meanings: recordingResults });
+      }
+      return await this.#errorOfFile(isOurs ? status.framesWritten : undefined);
     } catch (error) {
       return error;
     }
+  }
+
+  /** The recorder's own word counts for what it wrote, not for what stands under the file's name in the end. */
+  async #errorOfFile(framesWritten) {
+    const complaint = await complaintAbout(this.file, { identity: this.#identity, framesWritten });
+    return complaint ? new Error(`The recording is not whole: ${complaint}.`) : null;
   }
 }

@@ -1,24 +1,33 @@
 // Recording a preview into a file that is finished whatever happens.
 
+import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 
 import { addonFileOf, nativeOf } from './native.js';
 import { NativeWorker } from './native-worker.js';
 import { releaseRecorder, takeRecorder } from './open-recordings.js';
 import { describe, deviceOption, objectOption, positiveOption, signalOption, textOption, wholeOption } from './options.js';
+import { claimFile, identityOf } from './recording-file.js';
+import { nominalRate, refusalOfSize, usualBitrate, warningsFor } from './recording-plan.js';
 import { Recording } from './recording-session.js';
-import { refusalOfSize, usualBitrate, warningsFor } from './recording-plan.js';
 import { CallError, recordingResults } from './results.js';
 
 const lookMs = 10;
+const noSequence = Number.MAX_SAFE_INTEGER;
+// A preview knows its rate after its first second, or at the frame after that.
+const longestMeasuringMs = 2500;
+const usualMode = 0o640;
 // Timers go no further.
 const mostSeconds = 2_147_483;
 
 function readOptions(options) {
   objectOption(options);
-  const { bitrate } = options;
+  const { bitrate, frameRate } = options;
   if (bitrate !== undefined) {
     wholeOption(options, 'bitrate', { least: 100_000, most: 100_000_000 });
+  }
+  if (frameRate !== undefined) {
+    wholeOption(options, 'frameRate', { least: 1, most: 120 });
   }
   const file = textOption(options, 'file');
   if (file.includes('\0')) {
@@ -29,9 +38,11 @@ function readOptions(options) {
     native,
     addonFile: addonFileOf(native, options.addonFile),
     device: deviceOption(options),
-    file,
+    // The working directory may change while it is recorded.
+    file: path.resolve(file),
+    mode: wholeOption(options, 'mode', { fallback: usualMode, least: 0, most: 0o777 }),
     bitrate,
-    frameRate: wholeOption(options, 'frameRate', { fallback: 30, least: 1, most: 120 }),
+    frameRate,
     seconds: readSeconds(options),
     progressMs: positiveOption(options, 'progressMs', 250),
     silenceMs: positiveOption(options, 'silenceMs', 5000),
@@ -65,13 +76,25 @@ async function firstFrame({ native, device, silenceMs, signal }) {
   }
 }
 
-function planFor(options, frame) {
+/** The rate that the preview has measured of itself; 0 if it takes too long or the preview has gone. */
+async function measuredRate({ native, device, signal }) {
+  const deadline = performance.now() + longestMeasuringMs;
+  for (;;) {
+    const { result, producerFps } = native.cameraPreviewGetLatest(device, noSequence);
+    if (producerFps > 0 || result === -1 || performance.now() > deadline) {
+      return producerFps;
+    }
+    await sleep(lookMs, undefined, { signal });
+  }
+}
+
+function planFor(options, frame, producerFps) {
   const refusal = refusalOfSize(frame);
   if (refusal) {
     throw new Error(refusal);
   }
   const { width, height } = frame;
-  const { frameRate } = options;
+  const frameRate = options.frameRate ?? nominalRate(producerFps);
   return { width, height, frameRate, bitrate: options.bitrate ?? usualBitrate({ width, height, frameRate }) };
 }
 
@@ -90,6 +113,17 @@ async function start(worker, file, { width, height, frameRate, bitrate }) {
     // A recorder that failed keeps its thread until somebody stops it.
     await worker.call('cameraRecordingStop');
     throw new CallError({ call: 'cameraRecordingStart', code: value, words, meanings: recordingResults });
+  }
+}
+
+/** Leaves no empty file behind where the recorder refuses. */
+async function startInto(worker, { file, mode }, plan) {
+  const claim = await claimFile(file, mode);
+  try {
+    await start(worker, file, plan);
+  } catch (error) {
+    await claim.abandon();
+    throw error;
   }
 }
 
@@ -113,10 +147,16 @@ export async function record(options) {
 async function open(choice, holder) {
   const worker = new NativeWorker(choice.addonFile);
   try {
-    const frame = await firstFrame(choice);
-    const plan = planFor(choice, frame);
-    await start(worker, choice.file, plan);
-    const recording = new Recording({ ...choice, ...plan, worker, warnings: warningsFor(frame),
+    let frame = await firstFrame(choice);
+    let producerFps = 0;
+    if (choice.frameRate === undefined && !refusalOfSize(frame)) {
+      producerFps = await measuredRate(choice);
+      frame = await firstFrame(choice);
+    }
+    const plan = planFor(choice, frame, producerFps);
+    await startInto(worker, choice, plan);
+    const identity = await identityOf(choice.file);
+    const recording = new Recording({ ...choice, ...plan, identity, worker, warnings: warningsFor(frame),
       onFinished: () => releaseRecorder(choice.native, holder) });
     if (choice.signal?.aborted) {
       await recording.finish('aborted');

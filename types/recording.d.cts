@@ -41,7 +41,8 @@ export interface RecordingFunctions {
    * Starts a recording of the running preview, and first ends one that runs. An existing file is replaced.
    *
    * Width and height must be those of the preview's frames, which `cameraPreviewGetLatest` tells: frames of another
-   * size are passed over without a word. Frame times are the real ones; `frameRate` is what the encoder is told.
+   * size are passed over without a word. Frame times are the real ones; `frameRate` is what the encoder is told,
+   * and x264 spreads its bits by it: give the rate at which frames come.
    *
    * @param outputPath where the MP4 file is to be.
    * @param width pixels, 2 to 8192, even.

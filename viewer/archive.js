@@ -1,6 +1,6 @@
 // The files that the viewer has made, by the names under which pages may ask for them.
 
-import { mkdir } from 'node:fs/promises';
+import { mkdir, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
 import { timeName } from '../examples/lib/report.js';
@@ -27,6 +27,13 @@ export class Archive {
     const file = path.join(this.directory, name);
     this.files.set(name, { file });
     return { name, file };
+  }
+
+  /** Writes a new file, which its owner and group alone may read; gives its name. */
+  async save(kind, ending, body) {
+    const { name, file } = await this.newFile(kind, ending);
+    await writeFile(file, body, { mode: 0o640 });
+    return name;
   }
 
   /** Keeps a picture, a PNG in memory, under a name; the oldest make room. */

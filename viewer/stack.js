@@ -1,7 +1,5 @@
 // A focus stack: pictures at several focus positions, fused into one that is sharp everywhere.
 
-import { writeFile } from 'node:fs/promises';
-
 import { fuseStack } from '../kit/index.js';
 import { previewMicrons } from './page/optics.js';
 import { encodeRgba } from './stills.js';
@@ -121,8 +119,7 @@ export class StackDesk {
   }
 
   async keep(id, sources, { width, height, rgba, frames, reference, measuringMs, fusingMs }, microns) {
-    const { name, file } = await this.archive.newFile('fused', '.png');
-    await writeFile(file, await encodeRgba({ width, height, rgba }, microns));
+    const name = await this.archive.save('fused', '.png', await encodeRgba({ width, height, rgba }, microns));
     const reports = new Map(frames.map((report) => [report.index, report]));
     return {
       id, width, height, fused: name, measuringMs, fusingMs, reference,

@@ -1,6 +1,5 @@
 // Stills at the camera's full size.
 
-import { writeFile } from 'node:fs/promises';
 import { setTimeout as sleep } from 'node:timers/promises';
 
 import sharp from 'sharp';
@@ -40,9 +39,9 @@ export class StillsDesk {
   }
 
   async keep({ width, height, data }) {
-    const { name, file } = await this.archive.newFile('still', '.png');
     const microns = cameraMicrons(this.microscope.told, width);
-    await writeFile(file, await encode(data, { width, height, channels: 3, microns }));
+    const body = await encode(data, { width, height, channels: 3, microns });
+    const name = await this.archive.save('still', '.png', body);
     this.board.log('done', `Took ${name}, ${width} × ${height}`);
     this.board.set({ still: { name, width, height } });
     return { name, width, height };

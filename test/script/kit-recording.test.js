@@ -1,6 +1,7 @@
 // The kit's recordings: what they refuse, what they tell, and a file that is finished whichever way they end.
 
 import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
 import { once } from 'node:events';
 import fs from 'node:fs';
 import path from 'node:path';
@@ -8,7 +9,7 @@ import { after, afterEach, before, beforeEach, describe, it } from 'node:test';
 
 import { frames, record } from '../../kit/index.js';
 import { valueFromChild } from './support/child.js';
-import { loadAddon, untidyEnvironment } from './support/environment.js';
+import { loadAddon, toolEnvironment, untidyEnvironment } from './support/environment.js';
 import { openFakeCamera } from './support/fake-camera.js';
 import { decodingComplaints, probe, topBoxes } from './support/media.js';
 import { makeTemporaryDirectory } from './support/temporary.js';
@@ -45,7 +46,8 @@ describe('a recording', () => {
   });
   after(() => addon.cameraPreviewStop());
 
-  const start = (options = {}) => record({ native: addon, file: newFile(), progressMs: 5, ...options });
+  // With a rate of its own it does not wait for the one that a young preview has yet to measure.
+  const start = (options = {}) => record({ native: addon, file: newFile(), progressMs: 5, frameRate: 30, ...options });
   const written = (frameCount) =>
     until(`${frameCount} frames`, () => addon.cameraRecordingStatus().framesWritten >= frameCount);
 
@@ -67,6 +69,116 @@ describe('a recording', () => {
     assert.deepEqual([result.reason, result.error, result.bytes], ['stopped', null, fs.statSync(file).size]);
     assert.deepEqual([await recording.finished, await recording.stop(), (await end)[0]], [result, result, result]);
     assertFinished(file, result.framesWritten);
+  });
+
+  describe('without a rate of its own', () => {
+    it('takes the one that the preview has measured, for the encoder and for the bits', async () => {
+      addon.cameraPreviewStart(0, 64, 48, 20);
+      const recording = await start({ frameRate: undefined });
+      const { frameRate } = addon.cameraRecordingStatus();
+      const { producerFps } = addon.cameraPreviewGetLatest(0);
+      await recording.stop();
+      // A slow machine makes fewer than 20.
+      assert.ok(producerFps > 0 && frameRate >= 1 && frameRate <= 21, `${frameRate}, ${producerFps}`);
+      assert.equal(recording.frameRate, frameRate);
+    });
+
+    it('asks for the first frame again once it knows the rate', async () => {
+      const asked = [];
+      const answers = [0, 0, 17.4, 17.4].map((producerFps) => ({ result: 0, sequence: 1, width: 64, height: 48, producerFps }));
+      const native = new Proxy(addon, { get: (target, name) => (name === 'cameraPreviewGetLatest'
+        ? (...args) => (asked.push(args.length), answers.shift() ?? target[name](...args)) : target[name]) });
+      const recording = await start({ native, addonFile: process.env.OSTREL_TEST_ADDON, frameRate: undefined });
+      assert.equal(recording.frameRate, 17);
+      assert.equal(addon.cameraRecordingStatus().frameRate, 17);
+      assert.deepEqual(asked.slice(0, 4), [1, 2, 2, 1]);
+      await recording.stop();
+    });
+
+    it('gives up waiting for it at an abort', async () => {
+      const abort = new AbortController();
+      const file = newFile();
+      addon.cameraPreviewStart(0, 64, 48, 1);
+      const promise = start({ file, frameRate: undefined, signal: abort.signal });
+      abort.abort(reason);
+      await assert.rejects(promise, reason);
+      assert.equal(fs.existsSync(file), false);
+    });
+  });
+
+  describe('makes a file', () => {
+    const modeOf = (file) => fs.statSync(file).mode & 0o777;
+
+    it('that its owner and group alone may read', async () => {
+      const recording = await start();
+      assert.equal(modeOf(recording.file), 0o640 & ~process.umask());
+      await recording.stop();
+      assert.equal(modeOf(recording.file), 0o640 & ~process.umask());
+    });
+
+    it('with the permissions that are asked for, less the umask', async () => {
+      const recording = await start({ mode: 0o606 });
+      await recording.stop();
+      assert.equal(modeOf(recording.file), 0o606 & ~process.umask());
+    });
+
+    it('in the place of another one, whose permissions it keeps', async () => {
+      const file = newFile();
+      fs.writeFileSync(file, 'x'.repeat(100_000));
+      fs.chmodSync(file, 0o604);
+      const recording = await start({ file });
+      await written(2);
+      const { framesWritten } = await recording.stop();
+      assert.equal(modeOf(file), 0o604);
+      assertFinished(file, framesWritten);
+    });
+
+    it('where a relative path pointed at the start', async () => {
+      const previous = process.cwd();
+      const name = '12:30 specimen.mp4';
+      try {
+        process.chdir(directory);
+        const recording = await start({ file: name });
+        process.chdir('/');
+        await written(2);
+        const { file, framesWritten } = await recording.stop();
+        assert.equal(file, path.join(fs.realpathSync(directory), name));
+        assertFinished(file, framesWritten);
+      } finally {
+        process.chdir(previous);
+      }
+    });
+  });
+
+  describe('has failed although the recorder has not, because the file', () => {
+    async function assertNotWhole(spoil, words) {
+      const recording = await start();
+      await written(3);
+      spoil(recording.file);
+      const { reason: ended, error } = await recording.finished.catch(assert.fail);
+      assert.equal(ended, 'failed');
+      assert.equal(error.message, `The recording is not whole: ${words(recording.file)}.`);
+      await assert.rejects(recording.stop(), error);
+    }
+    const stopping = (spoil) => (file) => {
+      spoil(file);
+      addon.cameraRecordingStop();
+    };
+
+    it('has gone', () => assertNotWhole((file) => {
+      addon.cameraRecordingStop();
+      fs.rmSync(file);
+    }, (file) => `${file} cannot be read any more`));
+
+    it('is another one', () => assertNotWhole(stopping((file) => {
+      fs.renameSync(file, `${file}.away`);
+      fs.writeFileSync(file, 'x'.repeat(1_000_000));
+    }), (file) => `another file has taken the place of ${file}`));
+
+    it('was cut off', () => assertNotWhole((file) => {
+      addon.cameraRecordingStop();
+      fs.truncateSync(file, fs.statSync(file).size - 1);
+    }, (file) => `${file} has no whole index`));
   });
 
   it('warns of colours that are tagged otherwise than they are made', async () => {
@@ -118,6 +230,7 @@ describe('a recording', () => {
       [{ file: '' }, TypeError, '`file` takes a text that is not empty, not "".'],
       [{ file: 'a\0b' }, TypeError, '`file` takes a path, not "a\\u0000b".'],
       [{ frameRate: 0 }, RangeError, '`frameRate` takes a whole number from 1 to 120, not 0.'],
+      [{ mode: 0o1000 }, RangeError, '`mode` takes a whole number from 0 to 511, not 512.'],
       [{ frameRate: 29.97 }, RangeError, '`frameRate` takes a whole number from 1 to 120, not 29.97.'],
       [{ bitrate: 99_999 }, RangeError, '`bitrate` takes a whole number from 100000 to 100000000, not 99999.'],
       [{ seconds: -1 }, RangeError, '`seconds` takes a number above zero, not -1.'],
@@ -173,6 +286,29 @@ describe('a recording', () => {
         message: 'cameraRecordingStart gave -3: the recording failed ("Opening the MP4 output failed: No such file or directory").',
       });
       await (await start()).stop();
+    });
+
+    it('what is no regular file, at once and before anything is opened', async () => {
+      const pipe = path.join(directory, 'pipe.mp4');
+      assert.equal(spawnSync('mkfifo', [pipe]).status, 0);
+      for (const [file, kind] of [[pipe, 'a pipe'], [directory, 'a directory'], ['/dev/full', 'a device']]) {
+        await assert.rejects(start({ file }), new Error(`A recording goes into a regular file, and ${file} is ${kind}.`));
+      }
+      fs.rmSync(pipe);
+      await (await start()).stop();
+    });
+
+    it('to start, and leaves no file behind', async () => {
+      const file = newFile();
+      assert.equal(addon.cameraRecordingStart(newFile(), 64, 48, 30, 1_000_000), 0);
+      await assert.rejects(start({ file }), /^Error: A recording is running already, to /);
+      assert.equal(fs.existsSync(file), false);
+      addon.cameraRecordingStop();
+      fs.writeFileSync(file, '');
+      assert.equal(addon.cameraRecordingStart(newFile(), 64, 48, 30, 1_000_000), 0);
+      await assert.rejects(start({ file }), /^Error: A recording is running already, to /);
+      assert.equal(fs.existsSync(file), true);
+      addon.cameraRecordingStop();
     });
 
     it('a native object whose file is not known, or cannot be loaded', async () => {
@@ -292,8 +428,17 @@ describe('a recording', () => {
     addon.cameraRecordingStop();
   });
 
-  it('fails with words where the disk is full, to whoever asks', async () => {
-    const recording = await start({ file: '/dev/full', bitrate: 100_000_000, frameRate: 120 }).catch((error) => error);
+  it('fails with words where the disk is full, to whoever asks', async (t) => {
+    const disk = fs.mkdtempSync(path.join(directory, 'disk-'));
+    // Three pages: the header fits, and little more.
+    const mounted = spawnSync('mount', ['-t', 'tmpfs', '-o', 'size=12k', 'tmpfs', disk], { encoding: 'utf8', env: toolEnvironment });
+    if (mounted.status !== 0) {
+      t.skip(`a small disk cannot be mounted here: ${(mounted.stderr ?? mounted.error.message).trim()}`);
+      return;
+    }
+    t.after(() => spawnSync('umount', [disk], { env: toolEnvironment }));
+    const recording = await start({ file: path.join(disk, 'a.mp4'), bitrate: 100_000_000, frameRate: 120 })
+      .catch((error) => error);
     const error = recording instanceof Error ? recording : (await recording.finished).error;
     assert.match(error.message, /No space left on device/);
     if (recording !== error) {
