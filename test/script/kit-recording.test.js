@@ -8,6 +8,7 @@ import path from 'node:path';
 import { after, afterEach, before, beforeEach, describe, it } from 'node:test';
 
 import { frames, record } from '../../kit/index.js';
+import { complaintAbout } from '../../kit/recording-file.js';
 import { valueFromChild } from './support/child.js';
 import { loadAddon, toolEnvironment, untidyEnvironment } from './support/environment.js';
 import { openFakeCamera } from './support/fake-camera.js';
@@ -179,6 +180,38 @@ describe('a recording', () => {
       addon.cameraRecordingStop();
       fs.truncateSync(file, fs.statSync(file).size - 1);
     }, (file) => `${file} has no whole index`));
+  });
+
+  it('is held against the number of pictures that were written', async () => {
+    const recording = await start();
+    await written(3);
+    const { file, framesWritten } = await recording.stop();
+    assert.equal(await complaintAbout(file, { framesWritten }), null);
+    assert.equal(await complaintAbout(file, { framesWritten: framesWritten + 1 }),
+      `${file} holds ${framesWritten} of ${framesWritten + 1} pictures`);
+    const bytes = fs.readFileSync(file);
+    // Its index, a box in it, and what follows it are cut short, or say that they are longer than they are.
+    const index = bytes.indexOf('moov') - 4;
+    const track = bytes.indexOf('trak') - 4;
+    const content = bytes.indexOf('mdat') - 4;
+    for (const [length, position] of [[index, index], [content, track], [bytes.length, track], [bytes.length, content]]) {
+      const changed = Buffer.from(bytes.subarray(0, length));
+      if (position < length) {
+        changed.writeUInt32BE(0x7fffffff, position);
+      }
+      fs.writeFileSync(file, changed);
+      assert.equal(await complaintAbout(file, { framesWritten }), `${file} has no whole index`);
+    }
+  });
+
+  it('without a frame is a whole file all the same', async () => {
+    camera.send('default cnokhwa_grab_frame -8');
+    const recording = await start();
+    const { error, framesWritten, file } = await recording.stop();
+    // A frame that was under way may still have come.
+    assert.ok(framesWritten <= 1);
+    assert.equal(error, null);
+    assert.equal(await complaintAbout(file, { framesWritten }), null);
   });
 
   it('warns of colours that are tagged otherwise than they are made', async () => {

@@ -1,6 +1,8 @@
 // The set-up's decisions, without touching the machine.
 
 import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
+import { createHash } from 'node:crypto';
 import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
@@ -135,6 +137,44 @@ describe('the FFmpeg generation of a system', () => {
     assert.equal(isGeneration({ libavcodec: '59.37.100', libavformat: '58.45.100', libavutil: '56.51.100' }), false);
     assert.equal(isGeneration({ libavcodec: '58.91.100', libavformat: '58.45.100', libavutil: null }), false);
     assert.equal(isGeneration({ libavcodec: '580.1', libavformat: '58.45.100', libavutil: '56.51.100' }), false);
+  });
+});
+
+describe('the FFmpeg libraries that were built here', () => {
+  const scripts = new URL('../../scripts/', import.meta.url);
+  const patch = 'v4l2-encoder-failed-open.patch';
+
+  it('are to be built anew if the script or a patch has changed since, or they are not all there', (context) => {
+    const top = fs.mkdtempSync(path.join(os.tmpdir(), 'ostrel-ffmpeg-'));
+    context.after(() => fs.rmSync(top, { recursive: true }));
+    const at = (...names) => path.join(top, ...names);
+    fs.mkdirSync(at('scripts', 'ffmpeg-patches'), { recursive: true });
+    fs.mkdirSync(at('natives', 'x64'), { recursive: true });
+    fs.mkdirSync(at('natives', 'include', 'libavutil'), { recursive: true });
+    const script = at('scripts', 'build-ffmpeg.sh');
+    const change = at('scripts', 'ffmpeg-patches', patch);
+    fs.copyFileSync(new URL('build-ffmpeg.sh', scripts), script);
+    fs.copyFileSync(new URL(`ffmpeg-patches/${patch}`, scripts), change);
+    fs.writeFileSync(at('natives', 'include', 'libavutil', 'ffversion.h'), '#define FFMPEG_VERSION "4.3.7"\n');
+    const libraries = ['libavutil.so.56', 'libavcodec.so.58', 'libavformat.so.58'].map((name) => at('natives', 'x64', name));
+    libraries.forEach((library) => fs.writeFileSync(library, ''));
+    const stands = () => spawnSync('bash', [script, '--check']).status === 0;
+    const remember = () => {
+      const hash = createHash('sha256').update(fs.readFileSync(script)).update(fs.readFileSync(change)).digest('hex');
+      fs.writeFileSync(at('natives', 'recipe.sha256'), `${hash}\n`);
+    };
+
+    assert.equal(stands(), false, 'built before there were patches');
+    remember();
+    assert.equal(stands(), true);
+    for (const file of [change, script]) {
+      fs.appendFileSync(file, '\n');
+      assert.equal(stands(), false, file);
+      remember();
+      assert.equal(stands(), true);
+    }
+    fs.rmSync(libraries[1]);
+    assert.equal(stands(), false, 'a library is missing');
   });
 });
 
