@@ -190,12 +190,11 @@ struct QualityWorker {
 
   void RunCycle();
   void TakePicture();
-  void SleepUntil(std::int64_t steadyNs);
 };
 
 void QualityWorker::RunCycle() {
   if (!producer.firstFrameSeen) {
-    SleepUntil(SteadyNs() + kFirstFrameWaitNs);
+    producer.SleepUntil(SteadyNs() + kFirstFrameWaitNs, generation);
     tick = SteadyNs();
     return;
   }
@@ -206,7 +205,7 @@ void QualityWorker::RunCycle() {
   }
   const std::int64_t deadline = tick + kQualityPeriodNs;
   if (deadline > SteadyNs()) {
-    SleepUntil(deadline);
+    producer.SleepUntil(deadline, generation);
     tick = deadline;
   } else {
     tick = SteadyNs();
@@ -223,12 +222,6 @@ void QualityWorker::TakePicture() {
   if (GrabFrame(device, picture.data(), plan.size) == kResultOk && !IsStale()) {
     InstallQuality(producer, picture, plan.width, plan.height, plan.isBgra, WallClockMs());
   }
-}
-
-// Ends early when the worker is to end.
-void QualityWorker::SleepUntil(std::int64_t steadyNs) {
-  std::unique_lock<std::mutex> lock(producer.sharedMutex);
-  producer.sharedCondition.wait_until(lock, SteadyTime(steadyNs), [this] { return IsStale(); });
 }
 
 }  // namespace

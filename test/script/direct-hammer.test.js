@@ -103,7 +103,7 @@ describe('a direct preview that is hammered', () => {
       isHammering = false;
       const { producedFrames, droppedFrames } = addon.cameraPreviewGetLatest(0, Number.MAX_VALUE);
       assert.equal(producedFrames + droppedFrames, fired);
-      assert.ok(taken > milliseconds / 10, `${taken} of ${producedFrames} frames taken, ${fired} fired`);
+      assert.ok(taken > 5, `${taken} of ${producedFrames} frames taken, ${fired} fired`);
       assert.ok(stills > 0);
     });
   }
@@ -129,7 +129,7 @@ describe('a direct preview that is hammered', () => {
       // One of them may still wait for the decoder, another be in it.
       const open = fired - producedFrames - droppedFrames;
       assert.ok(open >= 0 && open <= 2, `${open} of ${fired}`);
-      assert.ok(taken > milliseconds / 20 && encoded > 0, `${taken} of ${producedFrames} frames taken, ${fired} fired`);
+      assert.ok(taken > 5 && encoded > 0, `${taken} of ${producedFrames} frames taken, ${fired} fired`);
     });
   }
 
@@ -148,7 +148,7 @@ describe('a direct preview that is hammered', () => {
       }
     });
     const { producedFrames } = addon.cameraPreviewGetLatest(0, Number.MAX_VALUE);
-    assert.ok(newest > milliseconds / 10, `${newest} of ${producedFrames}`);
+    assert.ok(newest > 5, `${newest} of ${producedFrames}`);
   });
 
   for (const [kind, format] of [[dshow, 'bgra'], [avf, 'nv12'], [dshow, 'mjpeg']]) {

@@ -116,10 +116,13 @@ describe('with a camera library', () => {
       assert.ok(producedFrames <= elapsed * 0.03 + 2, `${producedFrames} frames in ${elapsed} ms`);
     });
 
-    it('buffers that no memory can hold throw an Error, and nothing runs then', () => {
+    it('buffers that no memory can hold throw an Error in plain words, and nothing runs then on the new device', () => {
+      const other = device + 1;
       addon.cameraPreviewStart(device, 64, 48, 120);
-      assert.throws(() => addon.cameraPreviewStart(device, 2147483647, 2147483647, 30), Error);
+      assert.throws(() => addon.cameraPreviewStart(other, 2147483647, 2147483647, 30),
+        { name: 'Error', message: 'Not enough memory for a preview of 2147483647 by 2147483647 pixels' });
       assert.equal(addon.cameraPreviewIsRunning(), false);
+      assertEmpty(addon.cameraPreviewGetLatest(other), { result: -256, sequence: 0, lastResult: -5 });
       assertEmpty(addon.cameraPreviewGetLatest(device), { result: -1, sequence: 0, lastResult: -5 });
       assert.equal(addon.cameraPreviewStart(device, 64, 48, 120), 0);
     });

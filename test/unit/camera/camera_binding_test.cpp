@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstddef>
 #include <filesystem>
+#include <latch>
 #include <limits>
 #include <string>
 #include <thread>
@@ -216,6 +217,27 @@ TEST(CameraBindingLoad, AThreadThatSeesTheKindSeesTheWholeTable) {
   });
   EXPECT_TRUE(binding.Load(FakePath("libcnokhwa.so")));
   worker.join();
+}
+
+TEST(CameraBindingLoad, SeveralThreadsMayLoadAtOnceAndOneLibraryIsInstalled) {
+  CameraBinding binding;
+  const std::string path = FakePath("libcnokhwa.so");
+  std::latch ready(4);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&] {
+      ready.arrive_and_wait();
+      EXPECT_TRUE(binding.Load(path));
+      EXPECT_EQ(binding.LoadPath(), path);
+      EXPECT_TRUE(HasEveryRequiredEntry(binding));
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_NE(binding.handle, nullptr);
+  EXPECT_TRUE(IsOpenInThisProcess(path));
+  EXPECT_EQ(GetLastErrorString(), "");
 }
 
 TEST(CameraBindingEntry, IsThatOfTheCurrentKind) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <latch>
 #include <string>
 #include <thread>
 #include <vector>
@@ -148,6 +149,29 @@ TEST(TurboJpegRuntime, ClosesItsLibraryWhenItGoes) {
     ASSERT_TRUE(runtime.Load(path));
     EXPECT_TRUE(IsOpenInThisProcess(path));
   }
+  EXPECT_FALSE(IsOpenInThisProcess(path));
+}
+
+TEST(TurboJpegRuntime, SeveralThreadsMayLoadAtOnceAndOneLibraryIsInstalled) {
+  const std::string path = FakePath("libturbojpeg.so");
+  {
+    TurboJpegRuntime runtime;
+    std::latch ready(4);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+      threads.emplace_back([&] {
+        ready.arrive_and_wait();
+        EXPECT_TRUE(runtime.Load(path));
+        EXPECT_EQ(runtime.LoadPath(), path);
+        EXPECT_TRUE(HasEveryEntry(runtime));
+      });
+    }
+    for (std::thread& thread : threads) {
+      thread.join();
+    }
+    EXPECT_TRUE(IsOpenInThisProcess(path));
+  }
+  // The others have closed theirs: it goes with the one that was installed.
   EXPECT_FALSE(IsOpenInThisProcess(path));
 }
 
