@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "camera/camera_binding.h"
@@ -62,9 +63,10 @@ struct MjpegWorker {
   bool IsStale() const { return producer.IsStale(generation); }
 
   bool OpenDecompressor();
+  void ReplaceDecompressor();
   void RunCycle();
   bool AwaitJpeg();
-  bool HasExpectedSize() const;
+  bool HasExpectedSize();
   bool Deliver();
   bool DecodeTo(const SlotWriter& slot);
   void RefreshQuality();
@@ -81,14 +83,20 @@ bool MjpegWorker::OpenDecompressor() {
   return decompressor != nullptr;
 }
 
+// Where no other is to be had, the one that stands goes on: it may take the next frame, and the
+// next header that it refuses is the next occasion to replace it.
+void MjpegWorker::ReplaceDecompressor() {
+  if (Decompressor fresh(g_turboJpeg.tjInitDecompress()); fresh != nullptr) {
+    decompressor = std::move(fresh);
+  }
+}
+
 void MjpegWorker::RunCycle() {
   if (!AwaitJpeg()) {
     return;
   }
   if (!HasExpectedSize()) {
     producer.CountDrop(kResultFrameFailed);
-    // One that has refused a header may refuse every one after it.
-    OpenDecompressor();
     return;
   }
   if (Deliver()) {
@@ -113,10 +121,19 @@ bool MjpegWorker::AwaitJpeg() {
   return true;
 }
 
-bool MjpegWorker::HasExpectedSize() const {
+// Whether the frame in work is of the size that the preview was started with.
+bool MjpegWorker::HasExpectedSize() {
+  if (jpeg.empty()) {
+    return false;
+  }
+  const auto size = ReadJpegSize(decompressor.get(), jpeg.data(), jpeg.size());
+  if (!size) {
+    // One that has refused a header may refuse every one after it.
+    ReplaceDecompressor();
+    return false;
+  }
   const PreviewMeta& shape = producer.directTemplate;
-  return !jpeg.empty() &&
-         IsJpegOfSize(decompressor.get(), jpeg.data(), jpeg.size(), shape.width, shape.height);
+  return *size == JpegSize{shape.width, shape.height};
 }
 
 // Decodes the frame into a free slot. False if it is lost.

@@ -167,11 +167,13 @@ bool AverageWholeCells(const std::uint8_t* source, const PlaneSize& sourceSize,
 
 }  // namespace
 
-bool IsJpegOfSize(tjhandle decompressor, const std::uint8_t* jpeg, std::size_t jpegSize, int width,
-                  int height) {
+std::optional<JpegSize> ReadJpegSize(tjhandle decompressor, const std::uint8_t* jpeg,
+                                     std::size_t jpegSize) {
   JpegHeader header;
-  return ReadHeader(decompressor, jpeg, jpegSize, header) && header.width == width &&
-         header.height == height;
+  if (!ReadHeader(decompressor, jpeg, jpegSize, header)) {
+    return std::nullopt;
+  }
+  return JpegSize{header.width, header.height};
 }
 
 bool DecodeJpegToRgb(tjhandle decompressor, const std::uint8_t* jpeg, std::size_t jpegSize,

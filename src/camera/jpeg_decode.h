@@ -8,14 +8,23 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace ostrel_native {
 
-/// Whether the data begins like a JPEG of this size.
+/// Of a picture, in pixels.
+struct JpegSize {
+  int width;
+  int height;
+
+  bool operator==(const JpegSize&) const = default;
+};
+
+/// The size that the data's header states; nothing if the decompressor refuses the header.
 /// Thread: any.
-bool IsJpegOfSize(tjhandle decompressor, const std::uint8_t* jpeg, std::size_t jpegSize, int width,
-                  int height);
+std::optional<JpegSize> ReadJpegSize(tjhandle decompressor, const std::uint8_t* jpeg,
+                                     std::size_t jpegSize);
 
 /// Decodes to packed RGB, 3 * `width` bytes a row, into `destination` of 3 * `width` * `height`
 /// bytes. A picture of another size is scaled to fit within it; what it leaves free is zero.

@@ -313,6 +313,54 @@ describe('with a JPEG library under the test\'s control', () => {
     assert.deepEqual(result, { started: 0, running: true, droppedFrames: 1, producedFrames: 0 });
   });
 
+  it('frames of other sizes cost themselves and make no new decoder', async () => {
+    const result = await withFakeDecoder(async ({ backend, begin, decoder, jpeg, counted }) => {
+      begin();
+      const drops = [];
+      for (const [number, width] of [10, 12, 14].entries()) {
+        decoder.send(`default tjDecompressHeader3.width ${width}`);
+        backend.fire({ data: jpeg(number) });
+        const { lastResult } = await counted(({ droppedFrames }) => droppedFrames === number + 1);
+        drops.push(lastResult);
+      }
+      decoder.send('default tjDecompressHeader3.width 8');
+      backend.fire({ data: jpeg(4) });
+      const { lastResult } = await counted(({ producedFrames }) => producedFrames === 1);
+      return [drops, lastResult, decoder.entered('tjInitDecompress'), decoder.entered('tjDestroy')];
+    });
+    assert.deepEqual(result, [[-8, -8, -8], 0, 1, 0]);
+  });
+
+  it('a refused header costs its frame and makes a new decoder', async () => {
+    const result = await withFakeDecoder(async ({ backend, begin, decoder, jpeg, counted }) => {
+      begin('answer tjDecompressHeader3 -1 0');
+      backend.fire({ data: jpeg(1) });
+      const { lastResult } = await counted(({ droppedFrames }) => droppedFrames === 1);
+      backend.fire({ data: jpeg(2) });
+      await counted(({ producedFrames }) => producedFrames === 1);
+      return [lastResult, decoder.entered('tjInitDecompress'), decoder.entered('tjDestroy')];
+    });
+    assert.deepEqual(result, [-8, 2, 1]);
+  });
+
+  it('a new decoder that cannot be made leaves the preview going with the old one', async () => {
+    const result = await withFakeDecoder(async ({ addon: child, backend, begin, decoder, jpeg, counted }) => {
+      begin('answer tjInitDecompress 1 0 0 1\nanswer tjDecompressHeader3 -1 -1 0');
+      const drops = [];
+      for (const number of [1, 2]) {
+        backend.fire({ data: jpeg(number) });
+        const { lastResult } = await counted(({ droppedFrames }) => droppedFrames === number);
+        drops.push(lastResult);
+      }
+      backend.fire({ data: jpeg(3) });
+      const { droppedFrames, lastResult } = await counted(({ producedFrames }) => producedFrames === 1);
+      const made = [decoder.entered('tjInitDecompress'), decoder.entered('tjDestroy')];
+      child.cameraPreviewStop();
+      return { drops, droppedFrames, lastResult, made, destroyed: decoder.entered('tjDestroy') };
+    });
+    assert.deepEqual(result, { drops: [-8, -8], droppedFrames: 2, lastResult: 0, made: [3, 0], destroyed: 1 });
+  });
+
   it('a frame that fails to decode gives its slot back', async () => {
     const result = await withFakeDecoder(async ({ backend, begin, jpeg, counted }) => {
       begin('answer tjDecompressToYUVPlanes -1 -1 -1 -1 -1 0');
