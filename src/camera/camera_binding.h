@@ -15,7 +15,8 @@
 namespace ostrel_native {
 
 /// Called by a DirectShow backend, on a thread of its own, for each frame.
-/// `data`: `size` bytes, the backend's until the call returns. `flipped`: rows run bottom up.
+/// `data`: `size` bytes, the backend's until the call returns. `flipped`: the rows of each plane
+/// run bottom up.
 using DirectFrameCallbackFn = void (*)(std::int32_t device, const std::uint8_t* data,
                                        std::uint64_t size, std::int32_t flipped, void* context);
 

@@ -173,7 +173,7 @@ struct CameraPreviewProducer {
   void EnqueueRecordingFrame(const std::uint8_t* data, const PreviewMeta& meta);
 
   /// Takes a frame from the backend: a JPEG goes to the worker, any other is copied into a free
-  /// slot. `data`: `size` bytes, the backend's. `flipped`: rows run bottom up.
+  /// slot. `data`: `size` bytes, the backend's. `flipped`: the rows of each plane run bottom up.
   /// A frame that can't be taken is a drop, with the reason in `lastResult`.
   /// Thread: backend callback.
   void OnDirectFrame(int device, const std::uint8_t* data, std::uint64_t size,

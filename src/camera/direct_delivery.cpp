@@ -60,20 +60,54 @@ std::uint8_t* CopyRows(const std::uint8_t* source, std::int32_t stride, std::int
   return out;
 }
 
-// Copies a whole frame as it came, or with its rows turned around if they run bottom up. A frame
-// that is too short for its rows is copied as it came.
-void CopyFrame(const PreviewMeta& shape, const std::uint8_t* data, std::uint64_t size, bool flipped,
-               std::uint8_t* out) {
-  const std::int64_t rows = shape.height;
-  const std::int64_t rowBytes = shape.bytesPerRow;
-  if (!flipped || rows < 1 || rowBytes < 1 || static_cast<std::uint64_t>(rows * rowBytes) > size) {
-    std::memcpy(out, data, size);
-    return;
+// Whether a frame of `size` bytes holds the rows of its first plane.
+bool HoldsRows(const PreviewMeta& shape, std::uint64_t size) {
+  return shape.height >= 1 && shape.bytesPerRow >= 1 &&
+         static_cast<std::uint64_t>(std::int64_t{shape.height} * shape.bytesPerRow) <= size;
+}
+
+bool HasTwoPlanes(const PreviewMeta& shape) {
+  return shape.pixelFormat == static_cast<std::int32_t>(CameraPixelFormat::Nv12);
+}
+
+// Whether it is known where all rows of a frame are that holds those of its first plane. A second
+// plane can only be turned around as that of NV12, within the frame and behind the first.
+bool CanTurnAround(const PreviewMeta& shape, std::uint64_t size) {
+  if (!HasTwoPlanes(shape)) {
+    return shape.planeCount == 1;
   }
+  const std::int64_t rows = shape.height;
+  const std::int64_t chromaStride = shape.planeStrides[1];
+  const std::int64_t chromaEnd = rows / 2 * chromaStride + shape.planeOffsets[1];
+  return shape.planeCount == 2 && rows % 2 == 0 && shape.planeOffsets[0] == 0 &&
+         shape.planeStrides[0] == shape.bytesPerRow &&
+         rows * shape.bytesPerRow <= shape.planeOffsets[1] && shape.width <= chromaStride &&
+         static_cast<std::uint64_t>(chromaEnd) <= size;
+}
+
+void TurnRowsAround(const std::uint8_t* source, std::int64_t rows, std::int64_t rowBytes,
+                    std::uint8_t* out) {
   for (std::int64_t row = rows - 1; row >= 0; --row) {
-    std::memcpy(out, data + row * rowBytes, static_cast<std::size_t>(rowBytes));
+    std::memcpy(out, source + row * rowBytes, static_cast<std::size_t>(rowBytes));
     out += rowBytes;
   }
+}
+
+// Copies a frame that can be turned around: the rows of each plane last first, all other bytes as
+// they came.
+void CopyTurnedAround(const PreviewMeta& shape, const std::uint8_t* data, std::uint64_t size,
+                      std::uint8_t* out) {
+  const std::int64_t rows = shape.height;
+  TurnRowsAround(data, rows, shape.bytesPerRow, out);
+  auto copied = static_cast<std::uint64_t>(rows * shape.bytesPerRow);
+  if (HasTwoPlanes(shape)) {
+    const auto chroma = static_cast<std::uint64_t>(shape.planeOffsets[1]);
+    const std::int64_t stride = shape.planeStrides[1];
+    std::memcpy(out + copied, data + copied, chroma - copied);
+    TurnRowsAround(data + chroma, rows / 2, stride, out + chroma);
+    copied = chroma + static_cast<std::uint64_t>(rows / 2 * stride);
+  }
+  std::memcpy(out + copied, data + copied, size - copied);
 }
 
 // A frame of an AVFoundation backend as it comes; nothing in it is trusted.
@@ -199,12 +233,22 @@ void CameraPreviewProducer::OnDirectFrame(int device, const std::uint8_t* data, 
     }
     return;
   }
+  // A frame that is too short for its rows is delivered as it came.
+  const bool turnsAround = flipped && HoldsRows(directTemplate, size);
+  if (turnsAround && !CanTurnAround(directTemplate, size)) {
+    CountDrop(kResultNoRoom);
+    return;
+  }
   SlotWriter slot(*this);
   if (!slot.HasRoom(size)) {
     CountDrop(kResultNoRoom);
     return;
   }
-  CopyFrame(directTemplate, data, size, flipped, slot.Data());
+  if (turnsAround) {
+    CopyTurnedAround(directTemplate, data, size, slot.Data());
+  } else {
+    std::memcpy(slot.Data(), data, size);
+  }
   PreviewMeta record = directTemplate;
   record.dataSize = static_cast<std::int32_t>(size);
   record.timestampMs = WallClockMs();

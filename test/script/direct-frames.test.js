@@ -94,13 +94,38 @@ describe('a frame of DirectShow', () => {
     }
   });
 
-  it('that is flipped and longer than its rows leaves what is behind them alone', () => {
-    const frame = frameOf('nv12', 4, 2);
+  it('that is flipped and longer than its rows comes whole, what is behind them as it is', () => {
+    const frame = { ...frameOf('yuy2', 4, 2), dataSize: 19 };
     const arrays = begin(dshow, frame);
-    const bytes = rampFrame(3, 12);
+    const bytes = rampFrame(3, 19);
     fire({ data: bytes, flipped: 1 });
-    assertData(take().data, arrays[0], Buffer.concat([bytes.subarray(4, 8), bytes.subarray(0, 4), Buffer.alloc(4, 7)]));
+    assertData(take().data, arrays[0], Buffer.concat([bytes.subarray(8, 16), bytes.subarray(0, 8), bytes.subarray(16)]));
   });
+
+  it('of two planes that is flipped comes with the last row of each plane first', () => {
+    const [width, height, row] = [6, 4, 8];
+    const arrays = begin(dshow, { ...frameOf('nv12', width, height, row - width), dataSize: 50, planes: [[0, row], [33, row]] });
+    const bytes = rampFrame(3, 50);
+    fire({ data: bytes, flipped: 1 });
+    const rows = (start, count) => Array.from({ length: count }, (_, y) =>
+      bytes.subarray(start + (count - 1 - y) * row, start + (count - y) * row));
+    assertData(take().data, arrays[0],
+      Buffer.concat([...rows(0, 4), bytes.subarray(32, 33), ...rows(33, 2), bytes.subarray(49)]));
+  });
+
+  for (const [what, change] of [
+    ['that is one plane by its count', { planeCount: 1 }],
+    ['whose colour begins within its brightness', { planes: [[0, 6], [23, 6]] }],
+    ['whose colour ends beyond the frame', { planes: [[0, 6], [25, 6]] }],
+    ['whose colour has shorter rows than pixels', { planes: [[0, 6], [24, 5]] }],
+  ]) {
+    it(`of NV12 that is flipped is dropped with -11 ${what}`, () => {
+      const arrays = begin(dshow, { ...frameOf('nv12', 6, 4), ...change });
+      fire({ data: rampFrame(3, 36), flipped: 1 });
+      assert.deepEqual(counters(), { droppedFrames: 1, lastResult: -11, producedFrames: 0 });
+      assert.ok(arrays.every((array) => array.every((byte) => byte === 7)));
+    });
+  }
 
   it('that is flipped and shorter than its rows is copied as it is', () => {
     const frame = frameOf('bgra', 8, 6);

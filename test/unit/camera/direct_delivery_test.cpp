@@ -127,14 +127,79 @@ TEST_F(DirectDelivery, TurnsFlippedRowsAround) {
   ASSERT_EQ(Start(36), 0);
   const Bytes frame = FrameBytes(35);
   Fire(frame, 1);
-  // What lies behind the rows does not belong to the picture.
+  // What lies behind the rows comes as it is; what lies behind the frame is not the preview's.
   Bytes expected(36, LentMemory::kUntouched);
+  std::copy_n(frame.begin(), 35, expected.begin());
   std::copy_n(frame.begin() + 16, 16, expected.begin());
   std::copy_n(frame.begin(), 16, expected.begin() + 16);
   EXPECT_EQ(memory[0]->Content(), expected);
   EXPECT_EQ(producer->metas[0].dataSize, 35);
   Fire(frame, -1);
   EXPECT_EQ(memory[1]->Content(), expected);
+}
+
+// 4 by 4 pixels: rows of 5 bytes, two of them chroma at 24, and a byte behind the last.
+BackendFrame SmallNv12() {
+  return {.format = CameraPixelFormat::Nv12,
+          .width = 4,
+          .height = 4,
+          .bytesPerRow = 5,
+          .dataSize = 35,
+          .planeCount = 2,
+          .offsets = {0, 24},
+          .strides = {5, 5}};
+}
+
+TEST_F(DirectDelivery, TurnsBothPlanesOfAFlippedFrameAround) {
+  UseDirectShow(SmallNv12());
+  ASSERT_EQ(Start(36), 0);
+  const Bytes frame = FrameBytes(35);
+  Fire(frame, 1);
+  Bytes expected(36, LentMemory::kUntouched);
+  std::copy_n(frame.begin(), 35, expected.begin());
+  for (std::ptrdiff_t row = 0; row < 4; ++row) {
+    std::copy_n(frame.begin() + 5 * (3 - row), 5, expected.begin() + 5 * row);
+  }
+  std::copy_n(frame.begin() + 29, 5, expected.begin() + 24);
+  std::copy_n(frame.begin() + 24, 5, expected.begin() + 29);
+  EXPECT_EQ(memory[0]->Content(), expected);
+  EXPECT_EQ(producer->metas[0].dataSize, 35);
+}
+
+TEST_F(DirectDelivery, DropsAFlippedFrameWhosePlanesCannotBeTurnedAround) {
+  const auto altered = [](auto alter) {
+    BackendFrame frame = SmallNv12();
+    alter(frame);
+    return frame;
+  };
+  const BackendFrame frames[] = {
+      altered([](BackendFrame& frame) { frame.planeCount = 1; }),
+      altered([](BackendFrame& frame) { frame.offsets[0] = 1; }),
+      altered([](BackendFrame& frame) { frame.strides[0] = 4; }),
+      altered([](BackendFrame& frame) { frame.offsets[1] = 19; }),  // within the luma
+      altered([](BackendFrame& frame) { frame.offsets[1] = -1; }),
+      altered([](BackendFrame& frame) { frame.offsets[1] = 26; }),  // beyond the frame
+      altered([](BackendFrame& frame) { frame.offsets[1] = kIntMax; }),
+      altered([](BackendFrame& frame) { frame.strides[1] = 3; }),
+      altered([](BackendFrame& frame) { frame.strides[1] = 0; }),
+      altered([](BackendFrame& frame) { frame.strides[1] = -5; }),
+      altered([](BackendFrame& frame) { frame.strides[1] = kIntMax; }),
+      altered([](BackendFrame& frame) { frame.height = 3; }),
+      {.planeCount = 2, .offsets = {0, 24}, .strides = {16, 8}},
+  };
+  for (const BackendFrame& frame : frames) {
+    UseDirectShow(frame);
+    ASSERT_EQ(Start(36), 0);
+    const Bytes bytes = FrameBytes(35);
+    Fire(bytes, 1);
+    ExpectDropped(1, -11);
+    EXPECT_EQ(States(), (std::vector{kFree, kFree, kFree}));
+    EXPECT_EQ(memory[0]->Content(), Bytes(36, LentMemory::kUntouched));
+    // Upright it is delivered as the backend describes it.
+    Fire(bytes);
+    EXPECT_EQ(memory[0]->Content(35), bytes);
+    producer->Stop(-1);
+  }
 }
 
 TEST_F(DirectDelivery, CopiesAFlippedFrameAsItCameIfItIsTooShortForItsRows) {
