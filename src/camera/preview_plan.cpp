@@ -13,6 +13,7 @@ namespace ostrel_native {
 namespace {
 
 constexpr std::int64_t kMaxBytes = std::numeric_limits<std::int32_t>::max();
+constexpr int kRgbBytes = 3;
 
 // Bytes from the start of a plane to the end of its last row's pixels.
 std::int64_t PlaneBytes(std::int64_t rows, std::int64_t stride, std::int64_t rowBytes) {
@@ -67,7 +68,11 @@ int PlanReduced(const SourceLayout& layout, int targetWidth, int targetHeight,
   if (dataSize > kMaxBytes || static_cast<std::uint64_t>(dataSize) > capacity) {
     return kResultNoRoom;
   }
-  const bool isBgra = layout.format == CameraPixelFormat::Bgra;
+  const bool isBgra = layout.format == CameraPixelFormat::Bgra && !layout.grabsTightRgb;
+  plan.grabbed = {
+      .isBgra = isBgra,
+      .bytesPerPixel = layout.grabsTightRgb ? kRgbBytes : layout.bytesPerPixel,
+      .bytesPerRow = layout.grabsTightRgb ? kRgbBytes * source.width : source.bytesPerRow};
   plan.reduction = reduction;
   plan.bytesPerRow = static_cast<std::int32_t>(bytesPerRow);
   plan.dataSize = static_cast<std::int32_t>(dataSize);
@@ -79,9 +84,9 @@ int PlanReduced(const SourceLayout& layout, int targetWidth, int targetHeight,
     return kResultOk;
   }
 
-  const std::int64_t pixel = layout.bytesPerPixel;
+  const std::int64_t rowBytes = std::int64_t{source.width} * plan.grabbed.bytesPerPixel;
   const auto readBytes =
-      static_cast<std::size_t>(PlaneBytes(source.height, source.bytesPerRow, source.width * pixel));
+      static_cast<std::size_t>(PlaneBytes(source.height, plan.grabbed.bytesPerRow, rowBytes));
   plan.scratchBytes =
       std::max(static_cast<std::size_t>(source.dataSize), readBytes) + kPixelReadAhead;
   return kResultOk;

@@ -27,6 +27,8 @@ struct SourceLayout {
   int bytesPerPixel = 3;
   bool native = false;     ///< published as it is, unscaled
   bool packedYuv = false;  ///< two pixels share their colour in four bytes
+  /// Grabs write RGB with tight rows, whatever the format; set by the caller.
+  bool grabsTightRgb = false;
 };
 
 /// Formats that the preview doesn't know count as RGB.
@@ -44,9 +46,17 @@ struct FrameGeometry {
   std::int32_t planeStrides[2] = {};
 };
 
+/// The pixels that a grab writes, where they are not published as they are.
+struct GrabbedPixels {
+  bool isBgra = false;  ///< otherwise RGB
+  int bytesPerPixel = 3;
+  std::int32_t bytesPerRow = 0;
+};
+
 /// The shape of the published frames, and how to get from the camera's frame to them.
 struct PreviewPlan {
   FrameGeometry source;
+  GrabbedPixels grabbed;
   Reduction reduction;
   std::int32_t bytesPerRow = 0;  ///< of a published frame
   std::int32_t dataSize = 0;     ///< of a published frame

@@ -54,6 +54,7 @@ struct PreviewWorker {
   bool ReadGeometry(FrameGeometry& geometry) const;
   int ChooseWriteBuffer() const;
   int Grab(std::uint8_t* buffer) const;
+  int GrabTightRgb(std::uint8_t* buffer, int size) const;
   void RefreshQuality(const std::uint8_t* grabbed);
   void CopyQuality(const std::uint8_t* grabbed);
   bool GrabQuality();
@@ -65,6 +66,9 @@ struct PreviewWorker {
 
 void PreviewWorker::Run() {
   layout = DescribeSource(g_camera.FramePixelFormat(device));
+  layout.grabsTightRgb =
+      g_camera.kind.load(std::memory_order_acquire) == BackendKind::AvFoundation &&
+      g_camera.avf_grab_native == nullptr;
   while (!IsStale()) {
     CycleEnd end = CycleEnd::Pace;
     try {
@@ -199,14 +203,22 @@ int PreviewWorker::Grab(std::uint8_t* buffer) const {
                  ? kResultNoBackend
                  : g_camera.cdshow_grab_frame(device, buffer, size);
     case BackendKind::AvFoundation:
-      if (g_camera.avf_grab_native == nullptr) {
-        return g_camera.GrabAvfFrameRgb(device, buffer, size);
-      }
-      return g_camera.avf_grab_native(device, buffer, size) ? kResultOk : kResultFrameFailed;
+      return layout.grabsTightRgb                             ? GrabTightRgb(buffer, size)
+             : g_camera.avf_grab_native(device, buffer, size) ? kResultOk
+                                                              : kResultFrameFailed;
     case BackendKind::None:
       break;
   }
   return kResultNoBackend;
+}
+
+// For a library without a grab of its own layout. RGB is no frame of a native one, however many
+// bytes that has.
+int PreviewWorker::GrabTightRgb(std::uint8_t* buffer, int size) const {
+  if (layout.native && g_camera.avf_grab_rgb != nullptr) {
+    return kResultNoRoom;
+  }
+  return g_camera.GrabAvfFrameRgb(device, buffer, size);
 }
 
 void PreviewWorker::RefreshQuality(const std::uint8_t* grabbed) {
@@ -225,16 +237,16 @@ void PreviewWorker::RefreshQuality(const std::uint8_t* grabbed) {
   } else {
     CopyQuality(grabbed);
   }
-  const bool isBgra = !layout.native && layout.format == CameraPixelFormat::Bgra;
+  const bool isBgra = !layout.native && plan.grabbed.isBgra;
   producer.DescribeQuality(plan.source.width, plan.source.height, isBgra, WallClockMs());
   qualityClock.Taken(now);
 }
 
 // Takes the picture from the frame that was grabbed, its rows tight.
 void PreviewWorker::CopyQuality(const std::uint8_t* grabbed) {
-  const auto rowBytes =
-      static_cast<std::size_t>(plan.source.width) * static_cast<std::size_t>(layout.bytesPerPixel);
-  const auto stride = static_cast<std::size_t>(plan.source.bytesPerRow);
+  const auto rowBytes = static_cast<std::size_t>(plan.source.width) *
+                        static_cast<std::size_t>(plan.grabbed.bytesPerPixel);
+  const auto stride = static_cast<std::size_t>(plan.grabbed.bytesPerRow);
   const auto rows = static_cast<std::size_t>(plan.source.height);
   GiveBackExcess(producer.qualityBuffer, rowBytes * rows);
   producer.qualityBuffer.resize(rowBytes * rows);
@@ -266,8 +278,8 @@ bool PreviewWorker::GrabQuality() {
 }
 
 void PreviewWorker::Convert(std::uint8_t* out) const {
-  const auto reduceRow = layout.format == CameraPixelFormat::Bgra ? ReduceBgraRow : ReduceRgbRow;
-  const auto rowDistance = static_cast<std::size_t>(plan.source.bytesPerRow) *
+  const auto reduceRow = plan.grabbed.isBgra ? ReduceBgraRow : ReduceRgbRow;
+  const auto rowDistance = static_cast<std::size_t>(plan.grabbed.bytesPerRow) *
                            static_cast<std::size_t>(plan.reduction.step);
   const std::uint8_t* row = sourceScratch.data();
   for (int y = 0; y < plan.reduction.height; ++y) {

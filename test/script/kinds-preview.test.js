@@ -195,4 +195,33 @@ describe('a polling preview of AVFoundation without its native grab', () => {
     const { answer } = await firstFrame(avf, frame, bytes, { without: ['grab_native'], grab: 'grab_rgb' });
     assert.ok(answer.data.equals(reduced(bytes, frame, 1, 3)));
   });
+
+  for (const [what, format, pad] of [['of RGB with long rows', 'rgb', 5], ['of BGRA', 'bgra', 0], ['of BGRA with long rows', 'bgra', 7]]) {
+    for (const [reduction, size] of [[1, { width: 64, height: 48 }], [2, { width: 8, height: 8 }]]) {
+      it(`shows frames ${what} as the RGB that it grabs, reduced by ${reduction}`, async () => {
+        const [width, height] = [16, 9];
+        const bytesPerRow = (format === 'bgra' ? 4 : 3) * width + pad;
+        const frame = { width, height, bytesPerRow, dataSize: bytesPerRow * height, pixelFormat: pixelFormats[format] };
+        const bytes = rampFrame(8, frame.dataSize);
+        const { answer, quality } = await firstFrame(avf, frame, bytes, { ...size, without: ['grab_native'], grab: 'grab_rgb' });
+        assert.deepEqual([answer.pixelFormat, answer.sourceBytesPerRow], ['rgba', bytesPerRow]);
+        assert.ok(answer.data.equals(reduced(bytes, frame, reduction, 3)));
+        const rows = Array.from({ length: height }, (_, y) => bytes.subarray(y * bytesPerRow, y * bytesPerRow + 3 * width));
+        assert.deepEqual([quality.pixelFormat, quality.bytesPerRow], ['rgb', 3 * width]);
+        assert.ok(quality.data.equals(Buffer.concat(rows)));
+      });
+    }
+  }
+
+  for (const [format, pad] of [['nv12', 0], ['nv12', 32], ['yuy2', 0], ['yuy2', 16], ['uyvy', 16]]) {
+    it(`shows no frames of ${format} with rows ${pad} bytes longer than their pixels: -11`, async () => {
+      become(avf, { frame: frameOf(format, 16, 8, pad), without: ['grab_native'], script: ready[avf] });
+      addon.cameraPreviewStart(device, 64, 48, 120);
+      const { lastResult, producedFrames } = await until('a loss', () => {
+        const answer = take();
+        return answer.droppedFrames > 1 && answer;
+      });
+      assert.deepEqual([lastResult, producedFrames], [-11, 0]);
+    });
+  }
 });
