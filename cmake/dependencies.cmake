@@ -1,5 +1,5 @@
 # What the build takes from outside: npm packages, the FFmpeg headers of one generation,
-# libjpeg-turbo's header. None of them is linked into the addon.
+# libjpeg-turbo. None of them is linked into the addon.
 
 set(npm_modules "${CMAKE_SOURCE_DIR}/node_modules")
 if(NOT EXISTS "${npm_modules}/node-addon-api/napi.h")
@@ -28,3 +28,5 @@ add_library(ffmpeg_headers INTERFACE)
 target_include_directories(ffmpeg_headers SYSTEM INTERFACE "${OSTREL_FFMPEG_INCLUDE_DIR}")
 
 find_path(TURBOJPEG_INCLUDE_DIR turbojpeg.h REQUIRED)
+# For the simulated cameras that deliver JPEG.
+find_library(TURBOJPEG_LIBRARY turbojpeg REQUIRED)

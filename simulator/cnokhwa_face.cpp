@@ -1,9 +1,7 @@
 // The camera library's face of the simulated instrument: `libcnokhwa.so`.
-#include <algorithm>
 #include <cstddef>
-#include <string>
 
-#include "simulator/face_text.h"
+#include "simulator/camera_texts.h"
 #include "simulator/instrument.h"
 
 // The table's own signatures, so that a function that drifts from them does not compile.
@@ -26,20 +24,6 @@ using ostrel_simulator::TheInstrument;
 
 SimulatedCamera* CameraOf(int device) {
   return TheInstrument().Camera(device);
-}
-
-void WriteText(const std::string& text, void* buffer, int capacity) {
-  ostrel_simulator::WriteText(text, buffer, static_cast<std::size_t>(std::max(0, capacity)));
-}
-
-// `prefix` and the camera's number from 1; an empty text for no camera.
-int WriteNumberedText(int device, const char* prefix, void* buffer, int capacity) {
-  if (CameraOf(device) == nullptr) {
-    WriteText("", buffer, capacity);
-    return kNoDevice;
-  }
-  WriteText(prefix + std::to_string(device + 1), buffer, capacity);
-  return kOk;
 }
 
 const CaptureFormat* FormatOf(int device, int format) {
@@ -74,20 +58,15 @@ int cnokhwa_devices_count() {
 }
 
 int cnokhwa_device_unique_id(int device, void* buffer, int capacity) {
-  return WriteNumberedText(device, "simulated-camera-", buffer, capacity);
+  return ostrel_simulator::WriteCameraUniqueId(device, buffer, capacity);
 }
 
 int cnokhwa_device_model_id(int device, void* buffer, int capacity) {
-  WriteText(CameraOf(device) == nullptr ? "" : "simulated-microscope-camera", buffer, capacity);
-  return CameraOf(device) == nullptr ? kNoDevice : kOk;
+  return ostrel_simulator::WriteCameraModelId(device, buffer, capacity);
 }
 
 int cnokhwa_device_name(int device, void* buffer, int capacity) {
-  if (device == 0 && CameraOf(0) != nullptr) {
-    WriteText("Simulated microscope camera", buffer, capacity);
-    return kOk;
-  }
-  return WriteNumberedText(device, "Simulated microscope camera ", buffer, capacity);
+  return ostrel_simulator::WriteCameraName(device, buffer, capacity);
 }
 
 int cnokhwa_device_formats_count(int device) {
@@ -110,7 +89,8 @@ int cnokhwa_device_format_frame_rate(int device, int format) {
 }
 
 void cnokhwa_device_format_type(int device, int format, char* buffer, int capacity) {
-  WriteText(FormatOf(device, format) == nullptr ? "" : "RGB24", buffer, capacity);
+  const char* const type = FormatOf(device, format) == nullptr ? "" : "RGB24";
+  ostrel_simulator::WriteCameraText(type, buffer, capacity);
 }
 
 int cnokhwa_start_capture(int device, int width, int height) {

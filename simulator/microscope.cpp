@@ -84,6 +84,11 @@ bool Microscope::IsLightOn() {
   return litPercent > 0;
 }
 
+int Microscope::LightLevel() {
+  const std::lock_guard lock(mutex);
+  return lightLevel;
+}
+
 void Microscope::SetLight(int percent) {
   const std::lock_guard lock(mutex);
   if (percent == 0) {

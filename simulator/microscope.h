@@ -59,6 +59,9 @@ struct Microscope {
   void LightLeds(int percent);
   bool IsLightOn();
 
+  /// Level of the lamp in percent, also while it is off.
+  int LightLevel();
+
   /// Level of the lamp in percent while it is on, 1 to 100; 0 turns it off and keeps the level. A
   /// lamp that was off comes on with all LEDs.
   void SetLight(int percent);

@@ -146,6 +146,7 @@ Settings ReadSettings(const std::function<const char*(const char*)>& get) {
                              &settings.seed);
   reader.Read("OSTREL_SIMULATOR_DEVICES", 0, 8, &settings.devices);
   reader.Read("OSTREL_SIMULATOR_ROW_PADDING", 0, 4096, &settings.rowPadding);
+  reader.Read("OSTREL_SIMULATOR_BOTTOM_UP", 0, 1, &settings.runsBottomUp);
   reader.Read<std::int64_t>("OSTREL_SIMULATOR_FRAMES", 1, std::numeric_limits<std::int32_t>::max(),
                             &settings.frameLimit);
   reader.ReadStutter("OSTREL_SIMULATOR_STUTTER", &settings.stutterEvery, &settings.stutterMs);

@@ -37,6 +37,7 @@ struct Settings {
   std::uint64_t seed = 1;         ///< OSTREL_SIMULATOR_SEED
   int devices = 1;                ///< OSTREL_SIMULATOR_DEVICES, 0 to 8
   int rowPadding = 0;             ///< OSTREL_SIMULATOR_ROW_PADDING, bytes, 0 to 4096
+  int runsBottomUp = 0;           ///< OSTREL_SIMULATOR_BOTTOM_UP, 0 or 1
   std::int64_t frameLimit = 0;    ///< OSTREL_SIMULATOR_FRAMES; 0: no limit
   std::int64_t stutterEvery = 0;  ///< OSTREL_SIMULATOR_STUTTER, first number; 0: no stutter
   std::int64_t stutterMs = 0;     ///< second number, milliseconds

@@ -25,6 +25,11 @@ std::int64_t NsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration_cast<std::chrono::nanoseconds>(elapsed).count();
 }
 
+std::int64_t WallClockNs() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
+}
+
 FrameSchedule ScheduleOf(const Settings& settings, int frameRate) {
   return {1000000000 / frameRate, settings.stutterEvery, settings.stutterMs * 1000000};
 }
@@ -44,12 +49,13 @@ struct Slot {
 
 struct Capture {
   Capture(const Settings& settings, const CaptureFormat& captureFormat,
-          Microscope& captureMicroscope)
+          Microscope& captureMicroscope, FrameListener& captureListener)
       : format(captureFormat),
         bytesPerRow(captureFormat.width * 3 + settings.rowPadding),
         frameLimit(settings.frameLimit),
         schedule(ScheduleOf(settings, captureFormat.frameRate)),
         microscope(captureMicroscope),
+        listener(captureListener),
         painter(captureMicroscope.SharedSpecimen(),
                 SensorNoise(captureMicroscope.seed, settings.noiseTenths), captureFormat.width,
                 captureFormat.height) {}
@@ -69,6 +75,7 @@ struct Capture {
   const std::int64_t frameLimit;
   const FrameSchedule schedule;
   Microscope& microscope;
+  FrameListener& listener;
   FramePainter painter;  ///< the thread's own
   std::thread thread;
 
@@ -126,6 +133,7 @@ void Capture::Run() {
 
 void Capture::MakeFrames() {
   const auto start = std::chrono::steady_clock::now();
+  const std::int64_t wallStartNs = WallClockNs();
   std::int64_t number = 0;
   while (frameLimit == 0 || number < frameLimit) {
     number = NextFrameNumber(schedule, number, NsSince(start));
@@ -149,6 +157,9 @@ void Capture::MakeFrames() {
       newest = slot;
     }
     changed.notify_all();
+    // The newest slot's pixels stay as they are until this thread makes another the newest.
+    listener.Notify({slot->pixels.data(), bytesPerRow, format.width, format.height,
+                     wallStartNs + NsSince(start)});
   }
 }
 
@@ -219,7 +230,7 @@ int SimulatedCamera::Start(int format) {
   }
   try {
     const CaptureFormat& chosen = formats[static_cast<std::size_t>(format)];
-    const auto started = std::make_shared<Capture>(settings, chosen, microscope);
+    const auto started = std::make_shared<Capture>(settings, chosen, microscope, listener);
     microscope.NoteFrameSize({chosen.width, chosen.height});
     started->thread = std::thread([started] { started->Run(); });
     const std::lock_guard lock(mutex);

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <vector>
 
+#include "simulator/frame_listener.h"
 #include "simulator/microscope.h"
 #include "simulator/settings.h"
 
@@ -70,6 +71,7 @@ struct SimulatedCamera {
 
   const Settings settings;
   Microscope& microscope;
+  FrameListener listener;            ///< of every capture; it delays the next frame
   std::mutex controlMutex;           ///< one start or stop at a time
   std::mutex mutex;                  ///< guards `capture`
   std::shared_ptr<Capture> capture;  ///< null while idle

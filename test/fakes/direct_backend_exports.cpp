@@ -27,8 +27,8 @@
 #include <vector>
 
 #include "addon/script_exports.h"
-#include "devices/ostrel_module.h"
 #include "fakes/direct_backend.h"
+#include "simulator/addon_extension.h"
 #include "unit/support/jpeg_samples.h"
 
 namespace ostrel_native {
@@ -187,15 +187,7 @@ constexpr ScriptFunction kFunctions[] = {
 
 }  // namespace
 
-// The linker hands the last of the addon's registrations to the second of these, and that one
-// itself is reached as the first: the addon's own objects stay as they are.
-void RegisterOstrelItself(Napi::Env env,
-                          Napi::Object exports) asm("__real_" OSTREL_LAST_REGISTRATION);
-void RegisterOstrelAndTesting(Napi::Env env,
-                              Napi::Object exports) asm("__wrap_" OSTREL_LAST_REGISTRATION);
-
-void RegisterOstrelAndTesting(Napi::Env env, Napi::Object exports) {
-  RegisterOstrelItself(env, exports);
+void ExtendExports(Napi::Env env, Napi::Object exports) {
   Napi::Object testing = Napi::Object::New(env);
   SetScriptFunctions(env, testing, kFunctions);
   exports.Set("testing", testing);

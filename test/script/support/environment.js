@@ -15,8 +15,15 @@ export const addonPath =
 /** The test build of the addon, whose exports also hold `testing`; see direct_backend_exports.cpp. */
 export const testingAddonPath = path.resolve(buildDirectory, 'testing', 'Release', 'ostrel_native_testing.node');
 
+/** The build of the addon that also loads the reference backends; see simulator/reference_loader.h. */
+export const directAddonPath = path.resolve(buildDirectory, 'direct', 'Release', 'ostrel_native_direct.node');
+
 /** The simulated camera of the same build. */
 export const simulatorPath = path.join(path.dirname(addonPath), 'simulator', 'libcnokhwa.so');
+
+/** The reference backend of a kind, `directshow` or `avfoundation`, of the same build. */
+export const referenceBackendPath = (kind) =>
+  path.join(path.dirname(simulatorPath), `libreference_${{ directshow: 'dshow', avfoundation: 'avf' }[kind]}.so`);
 
 /** A file that the build put among the fakes, such as `without_cnokhwa_grab_frame/libcnokhwa.so`. */
 export const fakePath = (name) => path.resolve(buildDirectory, 'fakes', name);

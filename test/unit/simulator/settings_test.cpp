@@ -21,6 +21,7 @@ TEST(Settings, AreOneSteadyCameraWithoutVariables) {
   EXPECT_EQ(settings.seed, 1U);
   EXPECT_EQ(settings.devices, 1);
   EXPECT_EQ(settings.rowPadding, 0);
+  EXPECT_EQ(settings.runsBottomUp, 0);
   EXPECT_EQ(settings.frameLimit, 0);
   EXPECT_EQ(settings.stutterEvery, 0);
   EXPECT_EQ(settings.stutterMs, 0);
@@ -40,6 +41,7 @@ TEST(Settings, ComeFromTheVariables) {
   const Settings settings = Read({{"OSTREL_SIMULATOR_SEED", "18446744073709551615"},
                                   {"OSTREL_SIMULATOR_DEVICES", "0"},
                                   {"OSTREL_SIMULATOR_ROW_PADDING", "4096"},
+                                  {"OSTREL_SIMULATOR_BOTTOM_UP", "1"},
                                   {"OSTREL_SIMULATOR_FRAMES", "5"},
                                   {"OSTREL_SIMULATOR_STUTTER", "30:500"},
                                   {"OSTREL_SIMULATOR_FOCUS", "255"},
@@ -52,6 +54,7 @@ TEST(Settings, ComeFromTheVariables) {
   EXPECT_EQ(settings.seed, 18446744073709551615U);
   EXPECT_EQ(settings.devices, 0);
   EXPECT_EQ(settings.rowPadding, 4096);
+  EXPECT_EQ(settings.runsBottomUp, 1);
   EXPECT_EQ(settings.frameLimit, 5);
   EXPECT_EQ(settings.stutterEvery, 30);
   EXPECT_EQ(settings.stutterMs, 500);
