@@ -1,9 +1,13 @@
 // From a camera to a live preview, an MP4 and a still: what an application does with the addon.
 //
-//   node examples/first-run.js [--library FILE] [--seconds N]
+//   node examples/first-run.js [--library FILE] [--seconds N] [--direct]
 //
 // The camera library is that of the virtual microscope unless --library names another one, or the variable
 // OSTREL_NATIVE_DIR the directory that holds libcnokhwa.so.
+//
+// --direct shows frames without a copy. No camera library of Linux can do that, so it takes a build of the
+// addon that also loads the virtual microscope's libraries with a frame callback: libreference_dshow.so
+// unless --library names libreference_avf.so.
 
 import { mkdir, stat, writeFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -13,8 +17,9 @@ import { parseArgs } from 'node:util';
 import sharp from 'sharp';
 
 import { LiveLine } from '../scripts/lib/live-line.js';
+import { DirectPreview } from './lib/direct-preview.js';
 import { findEncoderName } from './lib/encoder-name.js';
-import { buildDirectory, loadAddon } from './lib/load-addon.js';
+import { buildDirectory, directAddon, loadAddon } from './lib/load-addon.js';
 import { withPixelSize } from './lib/png.js';
 import { heading, recordingsDirectory, row, runExample, timeName } from './lib/report.js';
 import { CallError, check, recordingResults } from './lib/results.js';
@@ -28,14 +33,15 @@ const windowRefreshMs = 16;
 
 function readArguments() {
   const { values } = parseArgs({
-    options: { library: { type: 'string' }, seconds: { type: 'string', default: '10' } },
+    options: { library: { type: 'string' }, seconds: { type: 'string', default: '10' }, direct: { type: 'boolean', default: false } },
   });
   const seconds = Number(values.seconds);
   if (!(seconds > 0)) {
     throw new Error('--seconds takes a number above zero.');
   }
   const directory = process.env.OSTREL_NATIVE_DIR || path.join(buildDirectory, 'simulator');
-  return { library: values.library ?? path.join(directory, 'libcnokhwa.so'), seconds };
+  const name = values.direct ? 'libreference_dshow.so' : 'libcnokhwa.so';
+  return { library: values.library ?? path.join(directory, name), seconds, direct: values.direct };
 }
 
 function openCamera(addon, library) {
@@ -79,28 +85,49 @@ function chooseFormat(addon) {
   return index;
 }
 
-/** The first preview frame; a camera that never delivers one must not hang its program. */
-async function waitForFirstFrame(addon) {
+/** The preview that copies each frame, reduced, into one array that is used again and again. */
+class CopyingPreview {
+  constructor(addon) {
+    this.addon = addon;
+    this.target = new Uint8Array(previewSize.width * previewSize.height * 4);
+  }
+
+  start(frameRate) {
+    check(this.addon, 'cameraPreviewStart',
+      this.addon.cameraPreviewStart(device, previewSize.width, previewSize.height, frameRate),
+      'A preview needs a camera index of zero or more.');
+  }
+
+  take(sequence) {
+    return this.addon.cameraPreviewGetLatest(device, sequence, this.target);
+  }
+
+  rows({ producedFrames, droppedFrames }) {
+    return [['frames produced', `${producedFrames} by the preview`], ['frames dropped', `${droppedFrames} by the preview`]];
+  }
+}
+
+/** Asks until `look` gives an answer with result 0; a camera that never gives one must not hang its program. */
+async function waitForCamera(addon, call, look) {
   const deadline = performance.now() + firstFrameSeconds * 1000;
   for (;;) {
-    const frame = addon.cameraPreviewGetLatest(device, 0);
-    if (frame.result === addon.RESULT_OK) {
-      return frame;
+    const answer = look();
+    if (answer.result === addon.RESULT_OK) {
+      return answer;
     }
     if (performance.now() > deadline) {
-      throw new CallError(addon, `lastResult of cameraPreviewGetLatest, asked for ${firstFrameSeconds} seconds,`,
-        frame.lastResult, 'Is the camera in use by another program, or asleep?');
+      throw new CallError(addon, `${call}, asked for ${firstFrameSeconds} seconds,`, answer.lastResult,
+        'Is the camera in use by another program, or asleep?');
     }
     await sleep(windowRefreshMs);
   }
 }
 
 /**
- * Does what a window does while a recording runs: fetches each new preview frame into one array
- * that it uses again and again. Gives what was seen.
+ * Does what a window does while a recording runs: fetches each new preview frame. Gives what was
+ * seen.
  */
-async function watchPreview(addon, firstFrame, seconds) {
-  const target = new Uint8Array(previewSize.width * previewSize.height * 4);
+async function watchPreview(addon, preview, firstFrame, seconds) {
   let interrupted = false;
   const interrupt = () => (interrupted = true);
   process.once('SIGINT', interrupt);
@@ -108,7 +135,7 @@ async function watchPreview(addon, firstFrame, seconds) {
   const seen = { frames: 0, seconds: 0, latest: firstFrame, still: null };
   const started = performance.now();
   while (!interrupted && seen.seconds < seconds) {
-    const frame = addon.cameraPreviewGetLatest(device, seen.latest.sequence, target);
+    const frame = preview.take(seen.latest.sequence);
     if (frame.result === addon.RESULT_OK) {
       // Here a window would paint frame.data.
       ++seen.frames;
@@ -144,11 +171,11 @@ async function describeFile(file) {
 }
 
 /** Records while the preview runs; gives what was seen. */
-async function record(addon, file, seconds) {
+async function record(addon, preview, file, seconds) {
   // The recorder takes the preview's frames as they come, so it must be given their real size.
-  const firstFrame = await waitForFirstFrame(addon);
-  const { width, height, sourceWidth, sourceHeight } = firstFrame;
-  row('preview', `${width} x ${height}, from ${sourceWidth} x ${sourceHeight}`);
+  const firstFrame = await waitForCamera(addon, 'lastResult of cameraPreviewGetLatest', () => preview.take(0));
+  const { width, height, sourceWidth, sourceHeight, pixelFormat, producerMode } = firstFrame;
+  row('preview', `${width} x ${height} in ${pixelFormat}, from ${sourceWidth} x ${sourceHeight}, by ${producerMode}`);
   check(addon, 'cameraRecordingStart',
     addon.cameraRecordingStart(file, width, height, captureSize.frameRate, bitrate),
     'Is FFmpeg in natives/x64 (run "npm start"), and is the folder writable?', recordingResults);
@@ -156,7 +183,7 @@ async function record(addon, file, seconds) {
   let stopped;
   let seen;
   try {
-    seen = await watchPreview(addon, firstFrame, seconds);
+    seen = await watchPreview(addon, preview, firstFrame, seconds);
   } finally {
     stopped = addon.cameraRecordingStop();
   }
@@ -165,7 +192,7 @@ async function record(addon, file, seconds) {
 }
 
 /** Captures, shows and records; everything is stopped again, also after a failure. */
-async function runLive(addon, format, video, seconds) {
+async function runLive(addon, preview, format, video, seconds) {
   heading('Live');
   row('capture', `camera ${device}, format ${format}`);
   check(addon, 'cameraStartCapture', addon.cameraStartCapture(device, 0, 0, format),
@@ -173,10 +200,12 @@ async function runLive(addon, format, video, seconds) {
   let stopped;
   let seen;
   try {
-    check(addon, 'cameraPreviewStart',
-      addon.cameraPreviewStart(device, previewSize.width, previewSize.height, captureSize.frameRate),
-      'A preview needs a camera index of zero or more.');
-    seen = await record(addon, video, seconds);
+    await waitForCamera(addon, 'cameraHasFirstFrame', () => {
+      const result = addon.cameraHasFirstFrame(device);
+      return { result, lastResult: result };
+    });
+    preview.start(captureSize.frameRate);
+    seen = await record(addon, preview, video, seconds);
   } finally {
     addon.cameraPreviewStop(device);
     stopped = addon.cameraStopCapture(device);
@@ -185,15 +214,14 @@ async function runLive(addon, format, video, seconds) {
   return seen;
 }
 
-async function report(addon, seen, video, picture) {
+async function report(addon, preview, seen, video, picture) {
   const { framesWritten, framesDropped, durationMs } = addon.cameraRecordingStatus();
   const { latest, still } = seen;
   check(addon, 'cameraPreviewGetLatestQualityFrame', still.result, 'The camera delivered no full frame.');
   await saveStill(still, picture);
   heading('Measured');
-  row('frames produced', `${latest.producedFrames} by the preview`);
-  row('frames dropped', `${latest.droppedFrames} by the preview, ${framesDropped} by the recorder`);
-  row('frames written', `${framesWritten}, over ${(durationMs / 1000).toFixed(2)} seconds`);
+  preview.rows(latest).forEach(([label, text]) => row(label, text));
+  row('frames written', `${framesWritten}, over ${(durationMs / 1000).toFixed(2)} seconds, ${framesDropped} dropped by the recorder`);
   row('preview', `${(seen.frames / seen.seconds).toFixed(1)} frames a second shown`);
   row('encoder', await findEncoderName(video));
   heading('Files');
@@ -202,16 +230,17 @@ async function report(addon, seen, video, picture) {
 }
 
 async function main() {
-  const { library, seconds } = readArguments();
-  const addon = loadAddon();
+  const { library, seconds, direct } = readArguments();
+  const addon = direct ? loadAddon(directAddon) : loadAddon();
   openCamera(addon, library);
   listCameras(addon);
   const format = chooseFormat(addon);
   await mkdir(recordingsDirectory, { recursive: true });
   const name = timeName();
   const video = path.join(recordingsDirectory, `${name}.mp4`);
-  const seen = await runLive(addon, format, video, seconds);
-  await report(addon, seen, video, path.join(recordingsDirectory, `${name}.png`));
+  const preview = direct ? new DirectPreview(addon, device) : new CopyingPreview(addon);
+  const seen = await runLive(addon, preview, format, video, seconds);
+  await report(addon, preview, seen, video, path.join(recordingsDirectory, `${name}.png`));
 }
 
 await runExample(main);

@@ -18,6 +18,9 @@ const oldestNode = [18, 17];
 /** What it takes to run the addon and the virtual microscope, without tests and benchmarks. */
 export const addonTargets = ['ostrel_native', 'simulated_cnokhwa', 'simulated_dino_lite', 'simulated_ostrel'];
 
+/** What direct delivery takes beside that, where no camera library can do it: the virtual microscope's own. */
+export const directTargets = ['ostrel_native_direct'];
+
 function checkNode(step) {
   const [major, minor] = process.versions.node.split('.').map(Number);
   if (major < oldestNode[0] || (major === oldestNode[0] && minor < oldestNode[1])) {

@@ -1,9 +1,10 @@
 // npm start: sets up what is missing, then shows the addon at work on the virtual microscope.
 
 import { runCommand } from './lib/output.js';
-import { addonTargets, setUp } from './setup.js';
+import { addonTargets, directTargets, setUp } from './setup.js';
 
-await runCommand(() => setUp({ targets: addonTargets }));
+const targets = process.argv.includes('--direct') ? [...addonTargets, ...directTargets] : addonTargets;
+await runCommand(() => setUp({ targets }));
 if (!process.exitCode) {
   await import('../examples/first-run.js');
 }

@@ -1,5 +1,7 @@
 #include "simulator/reference_loader.h"
 
+#include <mutex>
+
 #include "addon/common.h"
 #include "addon/native_library.h"
 
@@ -22,33 +24,47 @@ void LoadAvfTable(CameraBinding& binding, void* library) {
 #include "camera/avf_symbols.h"
 }
 
+// By the function that each kind begins with; `None` for a null handle.
+BackendKind KindOf(void* library) {
+  if (LoadSymbol(library, "cdshow_initialize") != nullptr) {
+    return BackendKind::DirectShow;
+  }
+  return LoadSymbol(library, "avf_initialize") != nullptr ? BackendKind::AvFoundation
+                                                          : BackendKind::None;
+}
+
 }  // namespace
 
 bool LoadReferenceBackend(CameraBinding& binding, const std::string& path) {
-  if (binding.loaded) {
+  if (binding.kind.load(std::memory_order_acquire) != BackendKind::None) {
     return true;
   }
+  // Opened without the lock: a library's own initialisers run meanwhile, for as long as they like.
   void* const library = path.empty() ? nullptr : OpenLibrary(path);
-  if (library == nullptr) {
-    return false;
-  }
-  BackendKind kind = BackendKind::None;
-  if (LoadSymbol(library, "cdshow_initialize") != nullptr) {
-    LoadDshowTable(binding, library);
-    kind = BackendKind::DirectShow;
-  } else if (LoadSymbol(library, "avf_initialize") != nullptr) {
-    LoadAvfTable(binding, library);
-    kind = BackendKind::AvFoundation;
-  } else {
+  const BackendKind kind = KindOf(library);
+  if (kind == BackendKind::None) {
     CloseLibrary(library);
     return false;
   }
-  binding.handle = library;
-  binding.path = path;
-  binding.loaded = true;
-  SetLastError("");
-  // Last of all: whoever sees the kind must see the table.
-  binding.kind.store(kind, std::memory_order_release);
+  bool isInstalled = false;
+  {
+    const std::lock_guard<std::mutex> lock(binding.loadMutex);
+    if (!binding.loaded) {
+      kind == BackendKind::DirectShow ? LoadDshowTable(binding, library)
+                                      : LoadAvfTable(binding, library);
+      binding.handle = library;
+      binding.path = path;
+      binding.loaded = true;
+      // Last of all: whoever sees the kind must see the table.
+      binding.kind.store(kind, std::memory_order_release);
+      isInstalled = true;
+    }
+  }
+  if (isInstalled) {
+    SetLastError("");
+  } else {
+    CloseLibrary(library);  // another thread's is in use by now
+  }
   return true;
 }
 

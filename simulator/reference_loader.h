@@ -11,7 +11,7 @@ namespace ostrel_native {
 /// `..._initialize` functions it has, and makes it the backend. True if a backend is loaded, also
 /// by an earlier call, which is then left as it is. False without a last error of its own for any
 /// other file.
-/// Thread: script.
+/// Thread: any.
 bool LoadReferenceBackend(CameraBinding& binding, const std::string& path);
 
 }  // namespace ostrel_native

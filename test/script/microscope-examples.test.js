@@ -155,3 +155,41 @@ describe('example:stack', { skip }, () => {
       'Camera 0 has no format 7 pixels wide, but 640, 1280, 1920, 1920, 2592, 3840.');
   });
 });
+
+describe('the first run', { skip }, () => {
+  /** The lines of a run as { label: text }; the files that it made are removed. */
+  function firstRun(...args) {
+    const { status, stdout, stderr } = run('first-run', '--seconds', '1', ...args);
+    assert.deepEqual({ status, stderr }, { status: 0, stderr: '' });
+    const rows = Object.fromEntries([...stdout.matchAll(/^ {2}(\S.{0,19}?) {2,}(\S.*)$/gm)].map(([, label, text]) => [label, text]));
+    for (const label of ['video', 'still']) {
+      const [, file] = /^(.*?) {2}\(/.exec(rows[label]);
+      assert.ok(fs.statSync(file).size > 10_000, file);
+      fs.rmSync(file);
+    }
+    return rows;
+  }
+
+  it('shows, records and saves what the camera library of Linux copies', () => {
+    const rows = firstRun();
+    assert.match(rows.preview, /^[\d.]+ frames a second shown$/);
+    assert.match(rows['linux-v4l2'], /libcnokhwa\.so$/);
+    assert.match(rows['frames written'], /^[1-9]\d*, over [\d.]+ seconds, \d+ dropped by the recorder$/);
+    assert.match(rows.still, / 1920 x 1080$/);
+  });
+
+  for (const [kind, name] of [['directshow', 'dshow'], ['avfoundation', 'avf']]) {
+    it(`shows, records and saves without a copy what a library of the kind of ${kind} delivers`, () => {
+      const library = fileURLToPath(new URL(`../../build/Release/simulator/libreference_${name}.so`, import.meta.url));
+      const rows = firstRun('--direct', ...(kind === 'directshow' ? [] : ['--library', library]));
+      assert.equal(rows[kind], library);
+      assert.match(rows['frames delivered'], /^[1-9]\d* by the camera library into 3 lent arrays, \d+ dropped$/);
+      const [, shown, uncopied] = /^([1-9]\d*), (\d+) of them without a copy: their data is a lent array itself$/.exec(rows['frames shown']);
+      assert.equal(uncopied, shown);
+      assert.match(rows['bytes not copied'], /^[1-9]\d* MB$/);
+      assert.match(rows['one poll'], /^\d+ microseconds for a frame of 3\.1 MB, the median$/);
+      assert.match(rows['frames written'], /^[1-9]\d*, over /);
+      assert.match(rows.still, / 1920 x 1080$/);
+    });
+  }
+});
