@@ -20,7 +20,7 @@ void LoadDshowTable(CameraBinding& binding, void* library) {
 #define OPTIONAL(name, result, parameters) \
   binding.name = reinterpret_cast<decltype(binding.name)>(LoadSymbol(library, #name));
 
-void LoadAvfTable(CameraBinding& binding, void* library) {
+void LoadAvfTable(CameraBinding& binding, void* library){
 #include "camera/avf_symbols.h"
 }
 
