@@ -10,7 +10,7 @@ export interface AddonFunctions {
    * failed: a later failure elsewhere replaces it. Fusion and locks throw instead and leave it alone.
    *
    * - Blocks: no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: read only.
    */
   getLastError(): string;
@@ -28,19 +28,20 @@ export interface AddonFunctions {
    *   "Failed to flock lock file: PATH (errno N)" with the system's number otherwise.
    *
    * - Blocks: for two system calls; it never waits for a lock.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not set, failures are thrown.
    */
   lockFile(path: string): number;
 
   /**
-   * Unlocks and closes what {@link lockFile} gave. The file stays: delete it, or nobody gets the lock again.
+   * Unlocks and closes what {@link lockFile} gave, once: its number may stand for another file of the process afterwards.
+   * The lock file stays: delete it, or nobody gets the lock again.
    *
    * @param descriptor the number from {@link lockFile}. A negative one does nothing. Without a number the
    *   process's standard input, descriptor 0, is closed: always pass the number.
    *
    * - Blocks: for two system calls.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not set, failures are ignored.
    */
   unlockFile(descriptor: number): void;

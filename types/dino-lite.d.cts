@@ -79,7 +79,7 @@ export interface DinoLiteFunctions {
    *   "libdinolite.dylib".
    *
    * - Blocks: until it is loaded, at most 20 seconds.
-   * - Thread: Dino-Lite owner thread; the script thread waits.
+   * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
    * - Error text: cleared by a success, set by a failure; both that of `dinoLiteLastError` and that of `getLastError`.
    */
   loadDinoLite(libraryPath?: string): DinoLiteLoadResult;
@@ -92,7 +92,7 @@ export interface DinoLiteFunctions {
    * @returns false without a library, if it lacks the functions, or after the time-out.
    *
    * - Blocks: until it has started, at most 20 seconds. Prefer `dinoLiteInitAsync`.
-   * - Thread: Dino-Lite owner thread; the script thread waits.
+   * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
    * - Error text: cleared by a start, set by a failure; none without a library.
    */
   dinoLiteInit(force?: boolean): boolean;
@@ -101,7 +101,7 @@ export interface DinoLiteFunctions {
    * The last error of this family; a success clears it. Texts about time-outs stand in `getLastError` alone.
    *
    * - Blocks: no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: read only.
    */
   dinoLiteLastError(): string;
@@ -113,7 +113,7 @@ export interface DinoLiteFunctions {
    * @param text taken and not used.
    *
    * - Blocks: at most 20 seconds behind what the owner thread does.
-   * - Thread: Dino-Lite owner thread; the script thread waits.
+   * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
    * - Error text: set by a time-out.
    */
   dinoLiteSelectBackendForProductId(productId?: number, text?: string): DinoLiteBackendSelection;
@@ -125,7 +125,7 @@ export interface DinoLiteFunctions {
    * @returns resolves with false without a library, if it lacks the functions, or after 20 seconds.
    *
    * - Blocks: no; it resolves within 20 seconds.
-   * - Thread: Dino-Lite owner thread; a pool thread waits.
+   * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
    * - Error text: cleared by a start, set by a failure; none without a library.
    */
   dinoLiteInitAsync(force?: boolean): Promise<boolean>;
@@ -136,7 +136,7 @@ export interface DinoLiteFunctions {
    * @returns 0 without a library, before its start, or after the time-out.
    *
    * - Blocks: at most 5 seconds behind what the owner thread does; the library is not called.
-   * - Thread: Dino-Lite owner thread; the script thread waits.
+   * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
    * - Error text: set by a time-out.
    */
   dinoLiteDeviceCount(): number;
@@ -147,7 +147,7 @@ export interface DinoLiteFunctions {
    * @returns resolves with an empty array without a library, before its start, or after 20 seconds.
    *
    * - Blocks: no; it resolves within 20 seconds.
-   * - Thread: Dino-Lite owner thread; a pool thread waits.
+   * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
    * - Error text: set by a time-out.
    */
   dinoLiteDevicesAsync(): Promise<MicroscopeDevice[]>;
@@ -158,7 +158,7 @@ export interface DinoLiteFunctions {
    * @returns empty without a library, for a negative index, or after the time-out.
    *
    * - Blocks: at most 5 seconds. Prefer `dinoLiteDevicesAsync`.
-   * - Thread: Dino-Lite owner thread; the script thread waits.
+   * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
    * - Error text: set by a time-out.
    */
   dinoLiteDeviceId(index: number): string;
@@ -169,7 +169,7 @@ export interface DinoLiteFunctions {
    * @returns empty without a library, for a negative index, or after the time-out.
    *
    * - Blocks: at most 5 seconds. Prefer `dinoLiteDevicesAsync`.
-   * - Thread: Dino-Lite owner thread; the script thread waits.
+   * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
    * - Error text: set by a time-out.
    */
   dinoLiteDeviceName(index: number): string;
@@ -181,7 +181,7 @@ export interface DinoLiteFunctions {
    * @returns false without a library, for a negative index, if the library refuses, or after the time-out.
    *
    * - Blocks: at most 10 seconds. Prefer `dinoLiteSelectDeviceAsync`.
-   * - Thread: Dino-Lite owner thread; the script thread waits.
+   * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
    * - Error text: cleared by a success, set by a failure.
    */
   dinoLiteSelectDevice(index: number): boolean;
@@ -192,7 +192,7 @@ export interface DinoLiteFunctions {
    * @returns resolves with false in the same cases, after 10 seconds at most.
    *
    * - Blocks: no; it resolves within 10 seconds.
-   * - Thread: Dino-Lite owner thread; a pool thread waits.
+   * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
    * - Error text: cleared by a success, set by a failure.
    */
   dinoLiteSelectDeviceAsync(index: number): Promise<boolean>;
@@ -202,7 +202,7 @@ export interface DinoLiteFunctions {
    * the former one, without what that could do.
    *
    * - Blocks: at most 5 seconds behind what the owner thread does; the library is not called.
-   * - Thread: Dino-Lite owner thread; the script thread waits.
+   * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
    * - Error text: set by a time-out.
    */
   dinoLiteGetSelectedDevice(): number;
@@ -213,7 +213,7 @@ export interface DinoLiteFunctions {
    * @returns false also without a library or after the time-out.
    *
    * - Blocks: at most 5 seconds behind what the owner thread does; the library is not called.
-   * - Thread: Dino-Lite owner thread; the script thread waits.
+   * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
    * - Error text: set by a time-out.
    */
   dinoLiteSupportsAmr(): boolean;
@@ -222,11 +222,12 @@ export interface DinoLiteFunctions {
    * The magnification of the selected microscope, 10 to 1000. A poll: it gives what the library told last and asks for
    * news. A library may tell a value that is no number, and then it is NaN.
    *
-   * @param deviceIndex the selected one; another index starts the polled values anew.
+   * @param deviceIndex the selected one; another index than in the last call, from whatever environment, starts the
+   *   polled values anew.
    * @returns null if nothing was told for two seconds, or the microscope does not measure it.
    *
    * - Blocks: no.
-   * - Thread: script; the library is asked on the Dino-Lite owner thread.
+   * - Thread: any environment; the library is asked on the Dino-Lite owner thread.
    * - Error text: not touched.
    */
   dinoLiteGetAmr(deviceIndex: number): number | null;
@@ -241,7 +242,7 @@ export interface DinoLiteFunctions {
    * @returns null if nothing was told for two seconds, or the library does not know it.
    *
    * - Blocks: no.
-   * - Thread: script; the library is asked on the Dino-Lite owner thread.
+   * - Thread: any environment; the library is asked on the Dino-Lite owner thread.
    * - Error text: not touched.
    */
   dinoLiteGetFovx(deviceIndex: number, amr: number, selector?: number): number | null;
@@ -255,7 +256,7 @@ export interface DinoLiteFunctions {
    *   library, or after the time-out.
    *
    * - Blocks: at most 5 seconds behind what the owner thread does. Prefer `dinoLiteEnableMicrotouchAsync`.
-   * - Thread: Dino-Lite owner thread; the script thread waits.
+   * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
    * - Error text: cleared by a success, set by a failure.
    */
   dinoLiteEnableMicrotouch(enabled?: boolean): boolean;
@@ -267,17 +268,18 @@ export interface DinoLiteFunctions {
    * @returns resolves with false in the same cases, after 5 seconds at most.
    *
    * - Blocks: no; it resolves within 5 seconds.
-   * - Thread: Dino-Lite owner thread; a pool thread waits.
+   * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
    * - Error text: cleared by a success, set by a failure.
    */
   dinoLiteEnableMicrotouchAsync(enabled?: boolean): Promise<boolean>;
 
   /**
-   * Whether the MicroTouch button was pressed since the last call: each press is told once, and two presses between two
-   * calls are one. A poll: it tells what was seen and asks for news, so poll it a few times a second.
+   * Whether the MicroTouch button was pressed since the last call: each press is reported once, to one environment, and
+   * two presses between two calls are one. A poll: it gives what was seen and asks for news, so poll it a few times a
+   * second.
    *
    * - Blocks: no.
-   * - Thread: script; the library is asked on the Dino-Lite owner thread.
+   * - Thread: any environment; the library is asked on the Dino-Lite owner thread.
    * - Error text: not touched.
    */
   dinoLiteMicrotouchPressed(): boolean;
@@ -289,7 +291,7 @@ export interface DinoLiteFunctions {
    *   the time-out.
    *
    * - Blocks: at most 5 seconds. Prefer `dinoLiteToggleLedAsync`.
-   * - Thread: Dino-Lite owner thread; the script thread waits.
+   * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
    * - Error text: cleared by a success, set by a failure.
    */
   dinoLiteToggleLed(): number;
@@ -300,7 +302,7 @@ export interface DinoLiteFunctions {
    * @returns resolves with -1 in the same cases, after 5 seconds at most.
    *
    * - Blocks: no; it resolves within 5 seconds.
-   * - Thread: Dino-Lite owner thread; a pool thread waits.
+   * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
    * - Error text: cleared by a success, set by a failure.
    */
   dinoLiteToggleLedAsync(): Promise<number>;
@@ -309,7 +311,7 @@ export interface DinoLiteFunctions {
    * The state of this family as of the last piece of work that may have changed it.
    *
    * - Blocks: no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: read only.
    */
   dinoLiteDebugState(): DinoLiteDebugState;
@@ -320,7 +322,7 @@ export interface DinoLiteFunctions {
    * @returns false only after the time-out.
    *
    * - Blocks: at most 5 seconds. Prefer `dinoLiteDisposeAsync`.
-   * - Thread: Dino-Lite owner thread; the script thread waits.
+   * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
    * - Error text: set by a time-out.
    */
   dinoLiteDispose(): boolean;
@@ -332,7 +334,7 @@ export interface DinoLiteFunctions {
    * @returns resolves with false only after 5 seconds.
    *
    * - Blocks: no; it resolves within 5 seconds.
-   * - Thread: Dino-Lite owner thread; a pool thread waits.
+   * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
    * - Error text: set by a time-out.
    */
   dinoLiteDisposeAsync(): Promise<boolean>;

@@ -68,7 +68,7 @@ export interface FusionFunctions {
    *   request; nothing has been fused then.
    *
    * - Blocks: for the whole fusion, from some ten milliseconds to seconds. Call it from a worker thread.
-   * - Thread: script, with up to seven helper threads for its own duration.
+   * - Thread: any environment, with up to seven helper threads for its own duration.
    * - Error text: not touched, failures are thrown.
    */
   edofMultibandFuse(request: FusionRequest): FusionResult;

@@ -67,6 +67,9 @@ export interface OstrelProtocolVersionInfo {
  * Ostrel microscopes. All calls into the library run one after the other on its owner thread, three functions aside
  * that say so. Once loaded, the library starts itself with the first call that needs it. A call that waits gives its
  * failure value after its time-out, with "Ostrel SDK call timed out" as last error; the work goes on behind it.
+ *
+ * One environment at a time starts, selects and disposes: each of these also forgets the polled values and the
+ * versions, and so could forget those of a microscope that another environment has selected meanwhile.
  */
 export interface OstrelFunctions {
   /**
@@ -76,7 +79,7 @@ export interface OstrelFunctions {
    *   "ostrel.so".
    *
    * - Blocks: until it is loaded, at most 5 seconds.
-   * - Thread: Ostrel owner thread; the script thread waits.
+   * - Thread: any environment; the caller waits for the Ostrel owner thread.
    * - Error text: cleared by a success, set by a failure; both that of `ostrelLastError` and that of `getLastError`.
    */
   loadOstrel(libraryPath?: string): OstrelLoadResult;
@@ -88,7 +91,7 @@ export interface OstrelFunctions {
    * @returns false without a library, if it refuses, or after the time-out.
    *
    * - Blocks: until it has started, at most 20 seconds. Prefer `ostrelInitAsync`.
-   * - Thread: Ostrel owner thread; the script thread waits.
+   * - Thread: one environment at a time; the caller waits for the Ostrel owner thread.
    * - Error text: cleared by a success, set by a refusal or time-out; none without a library.
    */
   ostrelInit(force?: boolean): boolean;
@@ -98,7 +101,7 @@ export interface OstrelFunctions {
    * stand in `getLastError` alone.
    *
    * - Blocks: as long as the library takes for its own text, if the addon has none.
-   * - Thread: script, also for the call into the library.
+   * - Thread: any environment, also for the call into the library.
    * - Error text: read only.
    */
   ostrelLastError(): string;
@@ -110,7 +113,7 @@ export interface OstrelFunctions {
    * @returns resolves with false without a library, if it refuses, or after 20 seconds.
    *
    * - Blocks: no; it resolves within 20 seconds.
-   * - Thread: Ostrel owner thread; a pool thread waits.
+   * - Thread: one environment at a time; a pool thread waits for the Ostrel owner thread.
    * - Error text: cleared by a success, set by a refusal or time-out; none without a library.
    */
   ostrelInitAsync(force?: boolean): Promise<boolean>;
@@ -121,7 +124,7 @@ export interface OstrelFunctions {
    * @returns 0 without a library or after the time-out.
    *
    * - Blocks: at most 5 seconds. Prefer `ostrelDevicesAsync`.
-   * - Thread: Ostrel owner thread; the script thread waits.
+   * - Thread: any environment; the caller waits for the Ostrel owner thread.
    * - Error text: set by a time-out or a library that does not start.
    */
   ostrelDeviceCount(): number;
@@ -132,7 +135,7 @@ export interface OstrelFunctions {
    * @returns resolves with an empty array without a library or after 20 seconds.
    *
    * - Blocks: no; it resolves within 20 seconds.
-   * - Thread: Ostrel owner thread; a pool thread waits.
+   * - Thread: any environment; a pool thread waits for the Ostrel owner thread.
    * - Error text: set by a time-out or a library that does not start.
    */
   ostrelDevicesAsync(): Promise<MicroscopeDevice[]>;
@@ -143,7 +146,7 @@ export interface OstrelFunctions {
    * @returns empty without a library, for an index that it does not know, or after the time-out.
    *
    * - Blocks: at most 5 seconds. Prefer `ostrelDevicesAsync`.
-   * - Thread: Ostrel owner thread; the script thread waits.
+   * - Thread: any environment; the caller waits for the Ostrel owner thread.
    * - Error text: set by a time-out or a library that does not start.
    */
   ostrelDeviceUniqueId(index: number): string;
@@ -154,7 +157,7 @@ export interface OstrelFunctions {
    * @returns empty without a library, for an index that it does not know, or after the time-out.
    *
    * - Blocks: at most 5 seconds. Prefer `ostrelDevicesAsync`.
-   * - Thread: Ostrel owner thread; the script thread waits.
+   * - Thread: any environment; the caller waits for the Ostrel owner thread.
    * - Error text: set by a time-out or a library that does not start.
    */
   ostrelDeviceFriendlyName(index: number): string;
@@ -167,7 +170,7 @@ export interface OstrelFunctions {
    *   an earlier selection then stands.
    *
    * - Blocks: at most 10 seconds. Prefer `ostrelSelectDeviceAsync`.
-   * - Thread: Ostrel owner thread; the script thread waits.
+   * - Thread: one environment at a time; the caller waits for the Ostrel owner thread.
    * - Error text: cleared by a success, set by a failure; none without a library.
    */
   ostrelSelectDevice(index: number): boolean;
@@ -179,7 +182,7 @@ export interface OstrelFunctions {
    * @returns resolves with false in the same cases, after 10 seconds at most.
    *
    * - Blocks: no; it resolves within 10 seconds.
-   * - Thread: Ostrel owner thread; a pool thread waits.
+   * - Thread: one environment at a time; a pool thread waits for the Ostrel owner thread.
    * - Error text: cleared by a success, set by a failure; none without a library.
    */
   ostrelSelectDeviceAsync(index: number): Promise<boolean>;
@@ -188,7 +191,7 @@ export interface OstrelFunctions {
    * The index of the selected microscope; -1 if none is, or after the time-out.
    *
    * - Blocks: at most 5 seconds behind what the owner thread does; the library is not called.
-   * - Thread: Ostrel owner thread; the script thread waits.
+   * - Thread: any environment; the caller waits for the Ostrel owner thread.
    * - Error text: set by a time-out.
    */
   ostrelGetSelectedDevice(): number;
@@ -199,7 +202,7 @@ export interface OstrelFunctions {
    * @returns -1 if nothing was told for two seconds, be it that nobody asked.
    *
    * - Blocks: no.
-   * - Thread: script; the library is asked on the Ostrel owner thread.
+   * - Thread: any environment; the library is asked on the Ostrel owner thread.
    * - Error text: not touched, unless the library does not start.
    */
   ostrelGetScopeStatus(): number;
@@ -210,7 +213,7 @@ export interface OstrelFunctions {
    * @returns -1 if nothing was told for two seconds.
    *
    * - Blocks: no.
-   * - Thread: script; the library is asked on the Ostrel owner thread.
+   * - Thread: any environment; the library is asked on the Ostrel owner thread.
    * - Error text: not touched, unless the library does not start.
    */
   ostrelGetPixelSizeMicrons(): number;
@@ -220,7 +223,7 @@ export interface OstrelFunctions {
    * and asks for news.
    *
    * - Blocks: no.
-   * - Thread: script; the library is asked on the Ostrel owner thread.
+   * - Thread: any environment; the library is asked on the Ostrel owner thread.
    * - Error text: not touched, unless the library does not start.
    */
   ostrelGetPixelSizeInfo(): OstrelPixelSize;
@@ -229,7 +232,7 @@ export interface OstrelFunctions {
    * The fitted lens. A poll: it gives what the library told last and asks for news.
    *
    * - Blocks: no.
-   * - Thread: script; the library is asked on the Ostrel owner thread.
+   * - Thread: any environment; the library is asked on the Ostrel owner thread.
    * - Error text: not touched, unless the library does not start.
    */
   ostrelGetLensGroupInfo(): OstrelLensGroup;
@@ -238,7 +241,7 @@ export interface OstrelFunctions {
    * What the loaded library offers; without one everything is false.
    *
    * - Blocks: as long as the library takes to tell its version.
-   * - Thread: script, also for the call into the library.
+   * - Thread: any environment, also for the call into the library.
    * - Error text: not touched.
    */
   ostrelCapabilities(): OstrelCapabilities;
@@ -250,16 +253,17 @@ export interface OstrelFunctions {
    * @returns -1 if nothing was told for two seconds.
    *
    * - Blocks: no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   ostrelGetFocusPosition(): number;
 
   /**
-   * Whether the light is on: 1 on, 0 off, -1 unknown: no library, no such feature, or the library refuses.
+   * Whether the light is on: 1 on, 0 off, -1 unknown: no library, no such feature, the library refuses, or another
+   * thread is starting it or shutting it down. Calls of several environments overlap in the library.
    *
    * - Blocks: as long as the library takes, without a time-out. A library that hangs hangs the caller.
-   * - Thread: script, also for the call into the library.
+   * - Thread: any environment, also for the call into the library.
    * - Error text: not touched, unless the library does not start.
    */
   ostrelGetLedState(): -1 | 0 | 1;
@@ -270,7 +274,7 @@ export interface OstrelFunctions {
    * @returns resolves with false without a library or this feature, if the library refuses, or after 5 seconds.
    *
    * - Blocks: no; it resolves within 5 seconds, 150 ms after the library's answer.
-   * - Thread: Ostrel owner thread; a pool thread waits.
+   * - Thread: any environment; a pool thread waits for the Ostrel owner thread.
    * - Error text: set by a time-out; a refusal shows as the library's text in `ostrelLastError`.
    */
   ostrelTriggerAutoFocusAsync(): Promise<boolean>;
@@ -282,7 +286,7 @@ export interface OstrelFunctions {
    * @returns resolves with false also without a library or this feature, if the library refuses, or after 5 seconds.
    *
    * - Blocks: no; it resolves within 5 seconds, 150 ms after the library's answer.
-   * - Thread: Ostrel owner thread; a pool thread waits.
+   * - Thread: any environment; a pool thread waits for the Ostrel owner thread.
    * - Error text: set by a time-out; a refusal shows as the library's text in `ostrelLastError`.
    */
   ostrelSetFocusPositionAsync(position: number): Promise<boolean>;
@@ -293,7 +297,7 @@ export interface OstrelFunctions {
    * @returns resolves with false without a library or this feature, if the library refuses, or after 5 seconds.
    *
    * - Blocks: no; it resolves within 5 seconds, 150 ms after the library's answer.
-   * - Thread: Ostrel owner thread; a pool thread waits.
+   * - Thread: any environment; a pool thread waits for the Ostrel owner thread.
    * - Error text: set by a time-out; a refusal shows as the library's text in `ostrelLastError`.
    */
   ostrelFocusNearAsync(): Promise<boolean>;
@@ -304,7 +308,7 @@ export interface OstrelFunctions {
    * @returns resolves with false without a library or this feature, if the library refuses, or after 5 seconds.
    *
    * - Blocks: no; it resolves within 5 seconds, 150 ms after the library's answer.
-   * - Thread: Ostrel owner thread; a pool thread waits.
+   * - Thread: any environment; a pool thread waits for the Ostrel owner thread.
    * - Error text: set by a time-out; a refusal shows as the library's text in `ostrelLastError`.
    */
   ostrelFocusFarAsync(): Promise<boolean>;
@@ -316,17 +320,18 @@ export interface OstrelFunctions {
    * @returns resolves with false without a library or this feature, if the library refuses, or after 5 seconds.
    *
    * - Blocks: no; it resolves within 5 seconds.
-   * - Thread: Ostrel owner thread; a pool thread waits.
+   * - Thread: any environment; a pool thread waits for the Ostrel owner thread.
    * - Error text: set by a time-out; a refusal shows as the library's text in `ostrelLastError`.
    */
   ostrelSetLedStateAsync(on?: unknown): Promise<boolean>;
 
   /**
-   * Whether the capture button was pressed since the last call: each press is told once, and two presses between two
-   * calls are one. A poll: it tells what was seen and asks for news, so poll it a few times a second.
+   * Whether the capture button was pressed since the last call: each press is reported once, to one environment, and
+   * two presses between two calls are one. A poll: it gives what was seen and asks for news, so poll it a few times a
+   * second.
    *
    * - Blocks: no.
-   * - Thread: script; the library is asked on the Ostrel owner thread.
+   * - Thread: any environment; the library is asked on the Ostrel owner thread.
    * - Error text: not touched, unless the library does not start.
    */
   ostrelIsCapturePressed(): boolean;
@@ -335,7 +340,7 @@ export interface OstrelFunctions {
    * The versions of the selected microscope, read when it was selected; null if it did not tell, or none is selected.
    *
    * - Blocks: no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   ostrelVersionInfo(): OstrelVersionInfo | null;
@@ -345,7 +350,7 @@ export interface OstrelFunctions {
    * selected.
    *
    * - Blocks: no.
-   * - Thread: script.
+   * - Thread: any environment.
    * - Error text: not touched.
    */
   ostrelProtocolVersionInfo(): OstrelProtocolVersionInfo | null;
@@ -356,7 +361,7 @@ export interface OstrelFunctions {
    * @returns false only after the time-out.
    *
    * - Blocks: at most 5 seconds. Prefer `ostrelDisposeAsync`.
-   * - Thread: Ostrel owner thread; the script thread waits.
+   * - Thread: one environment at a time; the caller waits for the Ostrel owner thread.
    * - Error text: set by a time-out.
    */
   ostrelDispose(): boolean;
@@ -368,7 +373,7 @@ export interface OstrelFunctions {
    * @returns resolves with false only after 5 seconds.
    *
    * - Blocks: no; it resolves within 5 seconds.
-   * - Thread: Ostrel owner thread; a pool thread waits.
+   * - Thread: one environment at a time; a pool thread waits for the Ostrel owner thread.
    * - Error text: set by a time-out.
    */
   ostrelDisposeAsync(): Promise<boolean>;

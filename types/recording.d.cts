@@ -26,7 +26,10 @@ export interface RecordingStatus {
   bitrate: number;
 }
 
-/** Recording. There is one recorder in the process; it takes every frame that the preview makes. */
+/**
+ * Recording. There is one recorder in the process; it takes every frame that the preview makes. One environment at a
+ * time starts and stops it: a start that another one ends before its encoder is open answers -3.
+ */
 export interface RecordingFunctions {
   /**
    * Whether recording can be attempted. It opens no encoder, so a start may fail all the same.
@@ -57,7 +60,7 @@ export interface RecordingFunctions {
    *
    * - Blocks: until an encoder is open and the file has its header: milliseconds for one in software, at most
    *   10 seconds, and longer only if an encoder does not come back from the attempt to open it.
-   * - Thread: any environment; encoding and file work run on the recorder's own worker.
+   * - Thread: one environment at a time; the caller waits; encoding and file work run on the recorder's own worker.
    * - Error text: set by every failure; a success leaves it as it is.
    */
   cameraRecordingStart(
@@ -71,7 +74,7 @@ export interface RecordingFunctions {
    * @returns 0, or -3 if the recording failed at any time; the file so far is kept then.
    *
    * - Blocks: until the file is finished, in proportion to its length: it is rewritten once.
-   * - Thread: any environment; it waits for the recorder's worker.
+   * - Thread: one environment at a time; the caller waits for the recorder's worker.
    * - Error text: set by a failure; a success leaves it as it is.
    */
   cameraRecordingStop(): 0 | -3;

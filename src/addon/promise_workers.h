@@ -20,15 +20,15 @@ namespace ostrel_native {
 
 /// The promise of a boolean. `name` is what the runtime's async hooks see; it is copied.
 /// Throws `Napi::Error`, and `work` never runs, if Node-API fails.
-/// Thread: script.
+/// Thread: any environment.
 Napi::Value RunBooleanAsync(Napi::Env env, const std::string& name, std::function<bool()> work);
 
 /// The promise of a number, in the same way.
-/// Thread: script.
+/// Thread: any environment.
 Napi::Value RunIntegerAsync(Napi::Env env, const std::string& name, std::function<int()> work);
 
 /// The promise of an array of { index, uniqueId, name }, in the order of the list.
-/// Thread: script.
+/// Thread: any environment.
 Napi::Value RunVendorDeviceListAsync(Napi::Env env, const std::string& name,
                                      std::function<std::vector<VendorDeviceSnapshot>()> work);
 

@@ -12,7 +12,7 @@ struct ScriptFunction {
 };
 
 /// Sets each function of `table` on `exports`, in order. The functions themselves carry no name.
-/// Throws `Napi::Error` if Node-API fails, which stops the rest. Thread: script.
+/// Throws `Napi::Error` if Node-API fails, which stops the rest. Thread: any environment.
 template <typename Table>
 void SetScriptFunctions(Napi::Env env, Napi::Object exports, const Table& table) {
   for (const ScriptFunction& function : table) {

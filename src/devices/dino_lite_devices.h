@@ -23,7 +23,7 @@ struct DinoLoadResult {
 };
 
 /// `DinoLiteBinding::Load`. On failure not ok, backend "none" and no path.
-/// Thread: script.
+/// Thread: any environment.
 DinoLoadResult LoadDinoLibrary(const std::string& path,
                                std::chrono::milliseconds timeout = kInitialisationTimeout);
 
@@ -31,25 +31,25 @@ DinoLoadResult LoadDinoLibrary(const std::string& path,
 /// True, also where there was nothing to do, if it is started. Starting clears both error texts;
 /// where nothing is loaded, or nothing is done, they are left alone. The telemetry starts again
 /// from nothing, whatever came of it.
-/// Thread: script or pool.
+/// Thread: any environment, pool.
 bool InitDino(bool force, std::chrono::milliseconds timeout = kInitialisationTimeout);
 
 /// Drops the selection and counts the library as not started; it stays loaded. False if that was
 /// not done in time; then script code sees the state of nothing loaded until it is.
-/// Thread: script or pool.
+/// Thread: any environment, pool.
 bool DisposeDino(std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 
 /// Which backend serves a product: the loaded one, whatever the product. All empty on failure.
-/// Thread: script.
+/// Thread: any environment.
 DinoLiteBinding::BackendSelection SelectDinoBackend(
     std::chrono::milliseconds timeout = kInitialisationTimeout);
 
 /// The number of devices when the library was started; 0 on failure. The library is not asked.
-/// Thread: script.
+/// Thread: any environment.
 std::int32_t CountDinoDevices(std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 
 /// A device's text; empty for a negative index, which the library never sees, and on failure.
-/// Thread: script.
+/// Thread: any environment.
 std::string DinoDeviceIdentifier(int index,
                                  std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 std::string DinoDeviceName(int index, std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
@@ -61,15 +61,15 @@ std::vector<VendorDeviceSnapshot> ListDinoDevices(
 
 /// `DinoLiteBinding::SelectDevice`, with a first reading of the magnification on success. The
 /// telemetry starts again from nothing.
-/// Thread: script or pool.
+/// Thread: any environment, pool.
 bool SelectDinoDevice(int index, std::chrono::milliseconds timeout = kDeviceSelectionTimeout);
 
 /// The selected index; -1 if there is none, and on failure.
-/// Thread: script.
+/// Thread: any environment.
 std::int32_t SelectedDinoDevice(std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 
 /// Whether the selected device measures its magnification; false on failure.
-/// Thread: script.
+/// Thread: any environment.
 bool DinoSupportsAmr(std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 
 /// The list behind `ListDinoDevices`.

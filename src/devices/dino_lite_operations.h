@@ -12,11 +12,11 @@
 namespace ostrel_native {
 
 /// `DinoLiteBinding::ToggleLedState`; -1 on failure.
-/// Thread: script or pool.
+/// Thread: any environment, pool.
 std::int32_t ToggleDinoLed(std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 
 /// `DinoLiteBinding::EnableMicrotouch`; false on failure.
-/// Thread: script or pool.
+/// Thread: any environment, pool.
 bool EnableDinoMicrotouch(bool enabled, std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 
 }  // namespace ostrel_native

@@ -46,7 +46,7 @@ void ResetDinoTelemetry(std::int32_t index);
 void ReadDinoAmrOnOwnerThread();
 
 /// The three polls: each posts a reading and gives what an earlier one has read.
-/// Thread: script; they never wait and never call the library.
+/// Thread: any environment; they never wait and never call the library.
 ///
 /// The magnification. The readings of another device than at the last call are dropped first.
 std::optional<double> PollDinoAmr(std::int32_t deviceIndex);
@@ -63,7 +63,7 @@ struct DinoDebugState {
 };
 
 /// The published state and the age of the last magnification.
-/// Thread: script; never waits for the owner thread.
+/// Thread: any environment; never waits for the owner thread.
 DinoDebugState CopyDinoDebugState();
 
 }  // namespace ostrel_native

@@ -70,6 +70,25 @@ bool OstrelBinding::Init(bool force) {
   if (initialized && !force) {
     return true;
   }
+  std::unique_lock lock(startMutex);
+  return StartAndUnlock(lock, force);
+}
+
+bool OstrelBinding::InitUnlessBusy() {
+  if (LoadedApi() == nullptr || api.Init == nullptr) {
+    return false;
+  }
+  if (initialized) {
+    return true;
+  }
+  std::unique_lock lock(startMutex, std::try_to_lock);
+  return lock.owns_lock() && StartAndUnlock(lock, false);
+}
+
+bool OstrelBinding::StartAndUnlock(std::unique_lock<std::mutex>& lock, bool force) {
+  if (initialized && !force) {
+    return true;
+  }
   if (initialized) {
     if (api.Destroy != nullptr) {
       api.Destroy();
@@ -77,13 +96,20 @@ bool OstrelBinding::Init(bool force) {
     initialized = false;
     selectedDevice = -1;
   }
-  if (api.Init() == 0) {
-    SetBindingError("Ostrel SDK initialization failed");
-    return false;
+  const bool started = api.Init() != 0;
+  initialized = started;
+  lock.unlock();
+  SetBindingError(started ? "" : "Ostrel SDK initialization failed");
+  return started;
+}
+
+void OstrelBinding::Dispose() {
+  const std::lock_guard lock(startMutex);
+  if (initialized && api.Destroy != nullptr) {
+    api.Destroy();
+    initialized = false;
+    selectedDevice = -1;
   }
-  initialized = true;
-  SetBindingError("");
-  return true;
 }
 
 void OstrelBinding::SetBindingError(const std::string& text) {
@@ -99,6 +125,7 @@ std::string OstrelBinding::LastErrorText() const {
   if (table == nullptr || table->GetLastErrorString == nullptr) {
     return "";
   }
+  const std::lock_guard lock(libraryTextMutex);
   return SafeCString(table->GetLastErrorString());
 }
 

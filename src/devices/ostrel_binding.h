@@ -22,7 +22,8 @@ struct OstrelApi {
 /// it down.
 ///
 /// The owner thread writes. Three script functions call the library on the script thread, though,
-/// so what those read is atomic; the table is written before `loaded` and never again after it.
+/// so what those read is atomic; the table is written before `loaded` and never again after it. One
+/// of them may start the library, so `startMutex` is held while it is started or shut down.
 struct OstrelBinding {
   void* handle = nullptr;  ///< open library, or null; owner thread only
   /// All required entries are there. Stored with release order, so that whoever sees it by
@@ -32,6 +33,11 @@ struct OstrelBinding {
   std::string path;                      ///< the candidate that loaded; owner thread only
   std::atomic<std::int32_t> selectedDevice{-1};  ///< -1: none
   OstrelApi api;
+  /// Held across the library's `Init` and `Destroy`, so that no two threads are in them at once.
+  std::mutex startMutex;
+  /// Held across the library's call for its error text and the copy: the next call may reuse the
+  /// memory.
+  mutable std::mutex libraryTextMutex;
   mutable std::mutex errorMutex;  ///< a leaf
   std::string lastError;          // guarded by errorMutex
 
@@ -44,8 +50,17 @@ struct OstrelBinding {
   /// Starts the library unless it is started; with `force` a started one is shut down first, which
   /// drops the selection. Starting clears both error texts, a refusal sets them; otherwise, also
   /// where nothing is loaded, they are left alone.
-  /// Thread: owner; script in `ReadOstrelLedState`.
+  /// Thread: owner.
   bool Init(bool force);
+
+  /// `Init(false)` for a thread that must not wait for the owner thread: false also where another
+  /// thread is starting the library or shutting it down.
+  /// Thread: any environment; this may call the library there.
+  bool InitUnlessBusy();
+
+  /// Shuts the library down if it is started, which drops the selection.
+  /// Thread: owner.
+  void Dispose();
 
   /// The table, or null where nothing is loaded.
   /// Thread: any.
@@ -58,8 +73,13 @@ struct OstrelBinding {
   void SetBindingError(const std::string& text);
 
   /// The binding's own error text; where that is empty, the library's.
-  /// Thread: script; this calls the library there.
+  /// Thread: any environment, one after the other; this calls the library there.
   std::string LastErrorText() const;
+
+ private:
+  // Starts the library, or starts it anew, unless that was done meanwhile; sets the error texts
+  // once `lock`, which holds `startMutex`, is given back.
+  bool StartAndUnlock(std::unique_lock<std::mutex>& lock, bool force);
 };
 
 /// The one microscope binding of the process, and the owner thread of its library.

@@ -62,11 +62,7 @@ bool SelectOstrelDeviceOnOwnerThread(int index) {
 }
 
 void DisposeOstrelOnOwnerThread() {
-  if (g_ostrel.initialized && g_ostrel.api.Destroy != nullptr) {
-    g_ostrel.api.Destroy();
-    g_ostrel.initialized = false;
-    g_ostrel.selectedDevice = -1;
-  }
+  g_ostrel.Dispose();
 }
 
 OstrelLoadResult LoadOstrelLibrary(const std::string& path, std::chrono::milliseconds timeout) {

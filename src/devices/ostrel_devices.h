@@ -21,26 +21,26 @@ struct OstrelLoadResult {
 };
 
 /// `OstrelBinding::Load`. On failure not ok and no path.
-/// Thread: script.
+/// Thread: any environment.
 OstrelLoadResult LoadOstrelLibrary(const std::string& path,
                                    std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 
 /// `OstrelBinding::Init`. Afterwards, whatever came of it, the telemetry and the versions start
 /// again from nothing.
-/// Thread: script or pool.
+/// Thread: one environment at a time, pool.
 bool InitOstrel(bool force, std::chrono::milliseconds timeout = kInitialisationTimeout);
 
 /// Shuts the library down if it is started; it stays loaded. True if that was looked after, also
 /// if there was nothing to do. The telemetry and the versions start again as in `InitOstrel`.
-/// Thread: script or pool.
+/// Thread: one environment at a time, pool.
 bool DisposeOstrel(std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 
 /// The library's number of devices, unchecked; 0 on failure.
-/// Thread: script.
+/// Thread: any environment.
 int CountOstrelDevices(std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 
 /// A device's text as UTF-8; empty on failure. Every `index` goes to the library as it stands.
-/// Thread: script.
+/// Thread: any environment.
 std::string OstrelDeviceIdentifier(int index,
                                    std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 std::string OstrelDeviceName(int index, std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
@@ -53,11 +53,11 @@ std::vector<VendorDeviceSnapshot> ListOstrelDevices(
 /// Makes a device the current one, and reads its versions and a first pass of telemetry. False on
 /// failure, which leaves an earlier selection in place. The caller resets the telemetry first, on
 /// the script thread, so that nothing of the former device is served meanwhile.
-/// Thread: script or pool.
+/// Thread: one environment at a time, pool.
 bool SelectOstrelDevice(int index, std::chrono::milliseconds timeout = kDeviceSelectionTimeout);
 
 /// The selected index; -1 if there is none, and on failure.
-/// Thread: script.
+/// Thread: any environment.
 std::int32_t SelectedOstrelDevice(std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 
 /// The tasks of the calls above. Each begins with `Init(false)`, apart from the dispose.

@@ -6,7 +6,7 @@
 namespace ostrel_native {
 
 /// Sets the 28 functions on `exports`, in a fixed order.
-/// Throws `Napi::Error` if Node-API fails. Thread: script.
+/// Throws `Napi::Error` if Node-API fails. Thread: any environment.
 void RegisterOstrel(Napi::Env env, Napi::Object exports);
 
 }  // namespace ostrel_native

@@ -70,7 +70,7 @@ bool SwitchOstrelLed(bool on, std::chrono::milliseconds timeout) {
 
 int ReadOstrelLedState() {
   std::int32_t state = 0;
-  if (!g_ostrel.Init(false) || g_ostrel.api.GetLedState == nullptr ||
+  if (!g_ostrel.InitUnlessBusy() || g_ostrel.api.GetLedState == nullptr ||
       g_ostrel.api.GetLedState(&state) == 0) {
     return -1;
   }

@@ -24,8 +24,10 @@ bool MoveOstrelFocus(int position, std::chrono::milliseconds timeout = kOrdinary
 /// Thread: pool.
 bool SwitchOstrelLed(bool on, std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 
-/// 1 on, 0 off, -1 unknown. Starts the library if need be.
-/// Thread: script; this calls the library there, which may be busy on its owner thread.
+/// 1 on, 0 off, -1 unknown. Starts the library if need be; while another thread is starting it or
+/// shutting it down, the light is unknown.
+/// Thread: any environment, several at once; this calls the library there, which may be busy on its
+/// owner thread.
 int ReadOstrelLedState();
 
 struct OstrelFeatures {
@@ -37,7 +39,7 @@ struct OstrelFeatures {
 };
 
 /// What the loaded library can do; nothing, and version 1.0, where none is loaded.
-/// Thread: script; this calls the library there.
+/// Thread: any environment, several at once; this calls the library there.
 OstrelFeatures ReadOstrelFeatures();
 
 }  // namespace ostrel_native

@@ -91,7 +91,7 @@ struct OstrelLensGroup {
 
 /// The five polls: each gives what an earlier pass has read, never the one that it asks for, or,
 /// where that is too old, the same as if it had never been read.
-/// Thread: script; they never wait and never call the library.
+/// Thread: any environment; they never wait and never call the library.
 std::int32_t PollOstrelStatus();
 float PollOstrelPixelSizeMicrons();
 OstrelPixelSize PollOstrelPixelSize();
@@ -100,7 +100,7 @@ OstrelLensGroup PollOstrelLensGroup();
 bool PollOstrelCapturePressed();
 
 /// The last focus position, or -1 where it is too old. Schedules nothing.
-/// Thread: script.
+/// Thread: any environment.
 std::int32_t CachedOstrelFocusPosition();
 
 /// The versions of the selected device; none where they were not read. A zero major version is no

@@ -25,13 +25,13 @@ struct EdoFRequest {
 /// Reads the required number `key` of `object`, truncated toward zero; INT32_MIN if it does not
 /// fit int32. Throws `std::runtime_error` with the text for script code if it is missing, not a
 /// number or not finite. Sets no last error.
-/// Thread: script; runs script code.
+/// Thread: any environment; runs script code.
 std::int32_t ReadRequiredInt(const Napi::Object& object, const char* key);
 
 /// Reads and validates the first argument, key by key; stops at the first failure.
 /// Throws `std::runtime_error` with the text for script code, and `Napi::Error` if a getter
 /// throws. Sets no last error.
-/// Thread: script; runs script code.
+/// Thread: any environment; runs script code.
 EdoFRequest ReadEdoFRequest(const Napi::CallbackInfo& info);
 
 }  // namespace ostrel_native

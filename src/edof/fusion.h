@@ -65,7 +65,7 @@ std::uint64_t CheckedPixels(int width, int height);
 /// maximum number of concurrent threads, nor on `simd`, which may be "avx2" only where the
 /// processor has it.
 /// Throws what `CheckedPixels` throws, and standard exceptions if memory or a thread is not
-/// available. Thread: script.
+/// available. Thread: any environment.
 std::vector<std::uint8_t> Fuse(int width, int height, int referenceIndex,
                                const std::vector<FrameView>& frames,
                                const std::vector<FieldView>& fields,

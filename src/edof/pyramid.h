@@ -27,7 +27,7 @@ void HalveLevelRows(const Level& source, int topRow, int bottomRow, Level& targe
 
 /// The next coarser level of `source`, filled in place. Throws what `CheckedPixels` throws, and
 /// what starting a thread throws.
-/// Thread: script.
+/// Thread: any environment.
 void Downsample(const Level& source, Level& target, unsigned maxThreads);
 
 /// Position of a row or column of an expanded level among those of the coarser level.

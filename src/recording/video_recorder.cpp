@@ -211,6 +211,7 @@ int VideoRecorder::Start(const std::string& path, std::int32_t newWidth, std::in
   framesDropped = 0;
   firstTimestamp = 0;
   lastTimestamp = 0;
+  const std::uint64_t ownSession = ++session;
   width = newWidth;
   height = newHeight;
   frameRate = newFrameRate;
@@ -225,8 +226,13 @@ int VideoRecorder::Start(const std::string& path, std::int32_t newWidth, std::in
     return kFailed;
   }
   const auto deadline = std::chrono::steady_clock::now() + kStartTimeout;
-  const bool reported =
-      condition.wait_until(lock, deadline, [this] { return state != State::Starting; });
+  const bool reported = condition.wait_until(lock, deadline, [this, ownSession] {
+    return session != ownSession || state != State::Starting;
+  });
+  if (session != ownSession) {
+    // Another thread has ended this session and started its own, whose state is not ours to report.
+    return kFailed;
+  }
   if (!reported) {
     stopRequested = true;
     lastError = kStartTimedOutText;

@@ -14,8 +14,8 @@
 
 namespace ostrel_native {
 
-/// Owns at most one recording at a time. `Start` and `Stop` are for one thread at a time; they
-/// hold no lock across the join of the worker.
+/// Owns at most one recording at a time. Threads that call `Start` and `Stop` at once never run two
+/// sessions, but end one another's. No lock is held across the join of the worker.
 struct VideoRecorder {
   /// One camera frame, with a copy of its bytes.
   struct Frame {
@@ -94,14 +94,15 @@ struct VideoRecorder {
   /// 1 to 120; `bitrate` 100,000 to 100,000,000 bits a second.
   /// Returns `kOk`, `kBadConfiguration`, `kStartTimedOut`, `kFailed` or `kUnavailable`; all but
   /// the last store their text in `lastError`. Blocks up to 10 s, and after a time-out until the
-  /// backend's own start has returned.
-  /// Thread: script, of any environment, several at once.
+  /// backend's own start has returned. `kFailed` also if another thread stops the recorder, or
+  /// starts a session of its own, before this one has reported.
+  /// Thread: one environment at a time.
   int Start(const std::string& outputPath, std::int32_t width, std::int32_t height,
             std::int32_t frameRate, std::int32_t bitrate);
 
   /// Writes what is queued, finishes the file and waits for the worker's end. `kOk`, or `kFailed`
   /// while `lastError` is not empty, also without a session.
-  /// Thread: script, of any environment, several at once.
+  /// Thread: one environment at a time.
   int Stop();
 
   /// Copies a frame of `size` bytes into the queue. The arrays, if not null, hold three values.
@@ -143,6 +144,7 @@ struct VideoRecorder {
   std::int32_t frameRate = 0;
   std::int32_t bitrate = 0;
   bool joining = false;  ///< one thread waits for the worker's end, for all who want it
+  std::uint64_t session = 0;  ///< counts the sessions; a waiting `Start` finds its own by it
 
  private:
   // Waits for the end of the worker, which is there, was told to stop and is joined by nobody.

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "unit/support/child_process.h"
@@ -172,6 +174,23 @@ TEST_F(OstrelTest, IsOnlyLoadedAfterAForcedStartThatFails) {
   EXPECT_TRUE(g_ostrel.loaded);
   EXPECT_EQ(g_ostrel.selectedDevice, -1);
   EXPECT_EQ(Errors(), Both(kNotStarted));
+}
+
+TEST_F(OstrelTest, TheLibrarysErrorTextIsWholeForThreadsThatAskAtOnce) {
+  Load();
+  fake.Send("log_limit 0\ntext GetLastErrorString lens cap on");
+  std::atomic<int> torn{0};
+  {
+    std::vector<std::jthread> readers;
+    for (int reader = 0; reader < 4; ++reader) {
+      readers.emplace_back([&torn] {
+        for (int i = 0; i < 500; ++i) {
+          torn += g_ostrel.LastErrorText() == "lens cap on" ? 0 : 1;
+        }
+      });
+    }
+  }
+  EXPECT_EQ(torn, 0);
 }
 
 TEST_F(OstrelTest, TellsItsOwnErrorFirstAndTheLibrarysWhereItHasNone) {

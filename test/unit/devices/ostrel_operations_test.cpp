@@ -5,6 +5,7 @@
 #include <climits>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "devices/cache_age.h"
@@ -164,6 +165,37 @@ TEST_F(OstrelTest, ReadsTheLightOnTheCallersThreadWhichMayStartTheLibrary) {
   g_ostrel.loaded = false;
   Load("GetLedState");
   EXPECT_EQ(ReadOstrelLedState(), -1);
+}
+
+TEST_F(OstrelTest, DoesNotKnowTheLightWhileAnotherThreadStartsTheLibraryAndStartsItNoSecondTime) {
+  Load();
+  fake.Send("block Init\ndefault GetLedState.state 1");
+  int first = 0;
+  std::thread starter([&] { first = ReadOstrelLedState(); });
+  fake.WaitEntered("Init", 1);
+  EXPECT_EQ(ReadOstrelLedState(), -1);
+  ScheduleOstrelTelemetry();  // the owner thread waits for the start instead
+  fake.Send("release Init");
+  starter.join();
+  Flush();
+  EXPECT_EQ(first, 1);
+  EXPECT_EQ(ReadOstrelLedState(), 1);
+  EXPECT_EQ(fake.Entered("Init"), 1);
+}
+
+TEST_F(OstrelTest, DoesNotKnowTheLightWhileTheOwnerThreadShutsTheLibraryDown) {
+  Load();
+  ASSERT_TRUE(g_ostrel.Init(false));
+  fake.Send("block Destroy\ndefault GetLedState.state 1\nclear_log");
+  std::thread owner([] { EXPECT_FALSE(DisposeOstrel(milliseconds(1))); });
+  fake.WaitEntered("Destroy", 1);
+  owner.join();
+  g_ostrel.initialized = false;  // as it is between the shut-down and the start of a forced init
+  EXPECT_EQ(ReadOstrelLedState(), -1);
+  fake.Send("release Destroy");
+  Flush();
+  EXPECT_EQ(ReadOstrelLedState(), 1);
+  EXPECT_EQ(fake.CallOrder(), (Calls{"Destroy", "Init", "GetLedState"}));
 }
 
 TEST_F(OstrelTest, HasNoFeaturesBeforeALoad) {

@@ -393,6 +393,41 @@ TEST_F(VideoRecorderSession, ThreadsThatStartAndStopAcrossOneAnotherNeverRunTwoS
   EXPECT_EQ(recorder->state, State::Idle);
 }
 
+TEST_F(VideoRecorderSession, AStartWhoseSessionAnotherThreadReplacesFailsAndLeavesTheOtherAlone) {
+  // Which of the two threads the end of the first session wakes first is up to the machine.
+  for (int round = 0; round < 300; ++round) {
+    std::latch entered{1};
+    std::latch released{1};
+    bool isFirst = true;
+    script.onStart = [&] {
+      if (isFirst) {
+        isFirst = false;
+        entered.count_down();
+        released.wait();
+      }
+      return std::string();
+    };
+    int replaced = -100;
+    std::thread starter([&] { replaced = Start(); });
+    entered.wait();
+    int started = -100;
+    std::thread replacer(
+        [&] { started = recorder->Start("/videos/two.mp4", kWidth, kHeight, 30, 4000000); });
+    {
+      std::unique_lock lock(recorder->mutex);
+      recorder->condition.wait(lock, [&] { return recorder->joining; });
+    }
+    released.count_down();
+    starter.join();
+    replacer.join();
+    ASSERT_EQ(replaced, -3) << "in round " << round;
+    ASSERT_EQ(started, 0) << "in round " << round;
+    EXPECT_EQ(recorder->GetStatus().outputPath, "/videos/two.mp4");
+    EXPECT_TRUE(recorder->GetStatus().recording);
+    ASSERT_EQ(recorder->Stop(), 0);
+  }
+}
+
 TEST_F(VideoRecorderSession, TheDestructorFinishesTheFile) {
   ASSERT_EQ(Start(), 0);
   ASSERT_TRUE(Offer(1));
