@@ -1,4 +1,5 @@
-// npm run lint: format, static analysis of the product's C++ code, syntax of the scripts.
+// npm run lint: format, static analysis of the product's C++ code, which mutex guards what, syntax of the
+// scripts.
 
 import fs from 'node:fs';
 import os from 'node:os';
@@ -43,11 +44,23 @@ async function checkFiles(step, files, command, advice) {
   step.done(`${files.length} files`);
 }
 
+/** The compile commands of the analysed files, by file. */
 function analysedFiles(directory) {
   const database = JSON.parse(fs.readFileSync(path.join(directory, 'compile_commands.json'), 'utf8'));
   const prefixes = analysedFolders.map((folder) => path.join(root, folder) + path.sep);
-  const files = database.map(({ file }) => file).filter((file) => prefixes.some((prefix) => file.startsWith(prefix)));
-  return [...new Set(files)];
+  return new Map(database.filter(({ file }) => prefixes.some((prefix) => file.startsWith(prefix)))
+    .map(({ file, command }) => [file, command]));
+}
+
+/** What Clang needs of a command for GCC to read the same source, without GCC's own options. */
+function sourceOptions(command) {
+  const words = command.split(' ');
+  return words.flatMap((word, index) => {
+    if (word === '-isystem') {
+      return [word, words[index + 1]];
+    }
+    return /^-(I|D|std=|m)/.test(word) ? [word] : [];
+  });
 }
 
 await runCommand(() => setUp({ groups: ['format', 'lint'], targets: addonTargets }));
@@ -58,6 +71,12 @@ if (!process.exitCode) {
   await runCommand(() => checkFormat(new Step('clang-format')));
   await runCommand(() => checkFiles(new Step('script syntax'), scriptFiles(),
     (file) => [process.execPath, '--check', file], 'Correct the syntax of these scripts.'));
-  await runCommand(() => checkFiles(new Step('clang-tidy'), analysedFiles(directory),
+  const commands = analysedFiles(directory);
+  const files = [...commands.keys()];
+  const threadSafety = ['-fsyntax-only', '-Wno-everything', '-Wthread-safety', '-Werror'];
+  await runCommand(() => checkFiles(new Step('thread safety'), files,
+    (file) => ['clang++', ...sourceOptions(commands.get(file)), ...threadSafety, file],
+    'Take the mutex that guards each of these, or correct its annotation (src/addon/thread_annotations.h).'));
+  await runCommand(() => checkFiles(new Step('clang-tidy'), files,
     (file) => ['clang-tidy', '--quiet', '-p', directory, file], 'Correct what clang-tidy found above.'));
 }

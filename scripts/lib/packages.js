@@ -50,7 +50,7 @@ export const packageGroups = {
     { name: 'chromium', program: 'chromium' },
   ],
   format: [{ name: 'clang-format', program: 'clang-format' }],
-  lint: [{ name: 'clang-tidy', program: 'clang-tidy' }],
+  lint: [{ name: 'clang-tidy', program: 'clang-tidy' }, { name: 'clang', program: 'clang++' }],
 };
 
 const headerDirectories = ['/usr/include', '/usr/include/x86_64-linux-gnu', '/usr/local/include'];

@@ -13,17 +13,18 @@ const longestMs = 120_000;
  * Runs `body(context, ...args)` in a new process. The function goes there as text, so it sees
  * nothing of its surroundings but `context` (see child-main.js) and `args`, which are copied.
  * `env` is added to the environment, `cwd` the directory, `wrapper` a command to run Node.js by.
- * With `kill` the process is killed as soon as `body` has returned, for one that could not end.
+ * With `kill` the process is killed as soon as `body` has returned, for one that could not end; `timeout`
+ * says after how many milliseconds it is killed in any case.
  * Gives { value, stdout, stderr, code, signal }; `value` is a copy of what `body` returned.
  */
-export function runInChild(body, { args = [], env = {}, cwd, wrapper = [], kill = false } = {}) {
+export function runInChild(body, { args = [], env = {}, cwd, wrapper = [], kill = false, timeout = longestMs } = {}) {
   const script = `import { run } from ${JSON.stringify(mainUrl)};\nawait run(${body});\n`;
   const command = [...wrapper, process.execPath, '--expose-gc', '--input-type=module', '--eval', script];
   const child = spawn(command[0], command.slice(1), {
     cwd,
     env: { ...process.env, NODE_TEST_CONTEXT: '', ...env },
     stdio: ['ignore', 'pipe', 'pipe', 'pipe', 'pipe'],
-    timeout: longestMs,
+    timeout,
     killSignal: 'SIGKILL',
   });
   child.stdio[3].on('error', () => {});  // a child that died early: its end tells

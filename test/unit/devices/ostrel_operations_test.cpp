@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "devices/cache_age.h"
+#include "devices/ostrel_devices.h"
 #include "unit/support/ostrel_fixture.h"
 
 namespace ostrel_native {
