@@ -15,7 +15,8 @@
 /// A field that may be touched only with the mutex held.
 #define OSTREL_GUARDED_BY(mutex) OSTREL_THREAD_ATTRIBUTE(guarded_by(mutex))
 
-/// What a function does with mutexes: needs them held, must not find them held, takes or gives back.
+/// What a function does with mutexes: needs them held, must not find them held, takes or gives
+/// back.
 #define OSTREL_REQUIRES(...) OSTREL_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
 #define OSTREL_EXCLUDES(...) OSTREL_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define OSTREL_ACQUIRE(...) OSTREL_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))

@@ -143,7 +143,7 @@ struct VideoRecorder {
   std::int32_t height = 0;
   std::int32_t frameRate = 0;
   std::int32_t bitrate = 0;
-  bool joining = false;  ///< one thread waits for the worker's end, for all who want it
+  bool joining = false;       ///< one thread waits for the worker's end, for all who want it
   std::uint64_t session = 0;  ///< counts the sessions; a waiting `Start` finds its own by it
 
  private:
