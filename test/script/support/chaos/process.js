@@ -45,7 +45,8 @@ export const scenarios = {
   ...Object.fromEntries([['directshow', 'bgra'], ['directshow', 'mjpeg'], ['avfoundation', 'nv12']].map(([kind, format]) =>
     [`direct previews of ${format} by ${kind}`, {
       addon: testingAddonPath,
-      libraries: fakes,
+      // The camera library of the platform would take the place of the backend that calls back.
+      libraries: { ...fakes, camera: '/nowhere' },
       lendsArrays: true,
       isHammered: true,
       prepare() {
