@@ -18,12 +18,12 @@ struct LentArray {
   std::size_t byteOffset = 0;  ///< in `arrayBuffer`
 
   /// A new `Uint8Array` of the first `size` bytes of the same memory.
-  /// Throws `Napi::Error` if Node-API fails. Thread: script.
+  /// Throws `Napi::Error` if Node-API fails. Thread: any environment.
   Napi::Value View(std::size_t size) const;
 };
 
 /// Node-API makes no view of a `SharedArrayBuffer`, so an array over one counts as another value.
-/// Throws `Napi::Error` if Node-API fails. Thread: script.
+/// Throws `Napi::Error` if Node-API fails. Thread: any environment.
 LentArray ReadLentArray(const Napi::Value& value);
 
 }  // namespace ostrel_native

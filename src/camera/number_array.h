@@ -9,7 +9,7 @@
 namespace ostrel_native {
 
 /// An array of the first `count` of `values`.
-/// Throws `Napi::Error` if Node-API fails. Thread: script.
+/// Throws `Napi::Error` if Node-API fails. Thread: any environment.
 inline Napi::Array NumberArray(Napi::Env env, const std::int32_t* values, std::int32_t count) {
   Napi::Array array = Napi::Array::New(env, static_cast<std::size_t>(count));
   for (std::int32_t i = 0; i < count; ++i) {

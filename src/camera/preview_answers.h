@@ -15,12 +15,12 @@ void SetCount(Napi::Object answer, const char* key, std::uint64_t count);
 
 /// "result", "data" null, "sequence", "droppedFrames" and with `counters` "lastResult",
 /// "producerFps" and "producedFrames".
-/// Throws `Napi::Error` if Node-API fails. Thread: script.
+/// Throws `Napi::Error` if Node-API fails. Thread: any environment.
 Napi::Object AnswerWithoutFrame(Napi::Env env, int result, std::uint64_t sequence, bool counters);
 
 /// The frame's record, the preview's counters and "data". `directSlot`: the slot that the data
 /// lies in, of a direct preview.
-/// Throws `Napi::Error` if Node-API fails. Thread: script.
+/// Throws `Napi::Error` if Node-API fails. Thread: any environment.
 Napi::Object AnswerWithFrame(Napi::Env env, const PreviewMeta& meta, const Napi::Value& data,
                              std::optional<int> directSlot);
 

@@ -32,6 +32,12 @@ function declaredMembers() {
   });
 }
 
+// What two environments at once could undo for one another; test/script/chaos.test.js calls these, too.
+const oneEnvironmentAtATime = [
+  'cameraRecordingStart', 'cameraRecordingStop', 'ostrelDispose', 'ostrelDisposeAsync', 'ostrelInit', 'ostrelInitAsync',
+  'ostrelSelectDevice', 'ostrelSelectDeviceAsync',
+];
+
 const byName = (a, b) => (a.name < b.name ? -1 : 1);
 
 describe('the declarations', () => {
@@ -60,6 +66,16 @@ describe('the declarations', () => {
       const lines = `${text}\n${tags}`.split('\n').filter((line) => /^- \w/.test(line)).map((line) => line.slice(2, line.indexOf(':')));
       assert.deepEqual(lines, ['Blocks', 'Thread', 'Error text'], name);
     }
+  });
+
+  it('say of each function whether any environment may call it beside others, or one at a time', () => {
+    const words = (symbol) => /^- Thread: (any environment|one environment at a time)\b/m.exec(
+      [ts.displayPartsToString(symbol.getDocumentationComment(checker)),
+        ...symbol.getJsDocTags(checker).map((tag) => ts.displayPartsToString(tag.text))].join('\n'))?.[1];
+    const named = (word) => functions.filter(({ symbol }) => words(symbol) === word).map(({ name }) => name).sort();
+    assert.deepEqual(named(undefined), []);
+    assert.deepEqual(named('one environment at a time'), oneEnvironmentAtATime);
+    assert.equal(named('any environment').length, 95 - oneEnvironmentAtATime.length);
   });
 
   it('document parameters that exist, and every one that has a default', () => {
