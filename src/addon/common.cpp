@@ -3,15 +3,20 @@
 #include <bit>
 #include <cstddef>
 
+#include "addon/mutex.h"
 #include "addon/static_order.h"
 
 namespace ostrel_native {
 
-OSTREL_INIT_COMMON std::string g_lastError;
-
 namespace {
 
-OSTREL_INIT_COMMON std::mutex g_lastErrorMutex;
+OSTREL_INIT_COMMON Mutex g_lastErrorMutex;
+
+}  // namespace
+
+OSTREL_INIT_COMMON std::string g_lastError OSTREL_GUARDED_BY(g_lastErrorMutex);
+
+namespace {
 
 // Vendor strings may lack their terminator; nothing beyond this many units is read.
 constexpr std::size_t kMaxWideUnits = 4096;
@@ -48,12 +53,12 @@ void AppendUtf8(std::uint32_t codePoint, std::string& out) {
 }  // namespace
 
 void SetLastError(const std::string& text) {
-  const std::lock_guard<std::mutex> lock(g_lastErrorMutex);
+  const MutexLock lock(g_lastErrorMutex);
   g_lastError = text;
 }
 
 std::string GetLastErrorString() {
-  const std::lock_guard<std::mutex> lock(g_lastErrorMutex);
+  const MutexLock lock(g_lastErrorMutex);
   return g_lastError;
 }
 

@@ -9,15 +9,15 @@
 namespace ostrel_native {
 
 /// A `std::mutex`; a condition variable waits on it through `ConditionLock`.
-struct OSTREL_CAPABILITY("mutex") Mutex : private std::mutex {
+struct OSTREL_CAPABILITY("mutex") Mutex : std::mutex {
   constexpr Mutex() = default;
 
   void lock() OSTREL_ACQUIRE() { std::mutex::lock(); }
   void unlock() OSTREL_RELEASE() { std::mutex::unlock(); }
   bool try_lock() OSTREL_TRY_ACQUIRE(true) { return std::mutex::try_lock(); }
 
- private:
-  friend struct ConditionLock;
+  /// For a place that the analysis cannot follow: the calling thread holds the mutex.
+  void AssertHeld() const OSTREL_ASSERTS() {}
 };
 
 /// Holds a mutex for the life of the object, like `std::lock_guard`.

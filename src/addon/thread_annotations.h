@@ -15,10 +15,10 @@
 /// A field that may be touched only with the mutex held.
 #define OSTREL_GUARDED_BY(mutex) OSTREL_THREAD_ATTRIBUTE(guarded_by(mutex))
 
-/// What a function does with mutexes: needs them held, must not find them held, takes or gives
-/// back.
+/// What a function does with mutexes: it needs them held, takes them, gives them back, or stands
+/// where they are held though the analysis cannot see it.
 #define OSTREL_REQUIRES(...) OSTREL_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
-#define OSTREL_EXCLUDES(...) OSTREL_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define OSTREL_ACQUIRE(...) OSTREL_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define OSTREL_TRY_ACQUIRE(...) OSTREL_THREAD_ATTRIBUTE(try_acquire_capability(__VA_ARGS__))
 #define OSTREL_RELEASE(...) OSTREL_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+#define OSTREL_ASSERTS(...) OSTREL_THREAD_ATTRIBUTE(assert_capability(__VA_ARGS__))

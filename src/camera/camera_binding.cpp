@@ -80,7 +80,7 @@ const char* BackendName(BackendKind kind) {
 
 bool CameraBinding::Load(const std::string& explicitPath) {
   {
-    const std::lock_guard<std::mutex> lock(loadMutex);
+    const MutexLock lock(loadMutex);
     if (loaded) {
       return true;
     }
@@ -97,7 +97,7 @@ bool CameraBinding::Load(const std::string& explicitPath) {
   }
   bool isInstalled = false;
   {
-    const std::lock_guard<std::mutex> lock(loadMutex);
+    const MutexLock lock(loadMutex);
     if (!loaded) {
 #define REQUIRED(name, result, parameters) name = table.name;
 #define OPTIONAL(name, result, parameters) name = table.name;
@@ -127,7 +127,7 @@ void CameraBinding::RememberDimensions(int device, std::int32_t width, std::int3
     return;
   }
   const auto index = static_cast<std::size_t>(device);
-  const std::lock_guard<std::mutex> lock(dimensionsMutex);
+  const MutexLock lock(dimensionsMutex);
   if (captureDimensions.size() <= index) {
     captureDimensions.resize(index + 1);
   }
@@ -139,7 +139,7 @@ CaptureDimensions CameraBinding::RememberedDimensions(int device) const {
     return {};
   }
   const auto index = static_cast<std::size_t>(device);
-  const std::lock_guard<std::mutex> lock(dimensionsMutex);
+  const MutexLock lock(dimensionsMutex);
   return index < captureDimensions.size() ? captureDimensions[index] : CaptureDimensions{};
 }
 

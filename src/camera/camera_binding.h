@@ -4,11 +4,11 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <type_traits>
 #include <vector>
 
+#include "addon/mutex.h"
 #include "camera/camera_pixel_format.h"
 #include "camera/camera_types.h"
 
@@ -36,15 +36,16 @@ using AvfDirectFrameCallbackFn = void (*)(std::int32_t device, std::int32_t form
 ///
 /// The library is never closed: it stays loaded until the process ends.
 struct CameraBinding {
-  std::mutex loadMutex;    ///< one load installs its library; no other is taken under it
-  void* handle = nullptr;  ///< open library, or null; guarded by `loadMutex`
-  bool loaded = false;     ///< guarded by `loadMutex`
+  Mutex loadMutex;  ///< one load installs its library; no other is taken under it
+  void* handle OSTREL_GUARDED_BY(loadMutex) = nullptr;  ///< open library, or null
+  bool loaded OSTREL_GUARDED_BY(loadMutex) = false;
   /// Which table may be used. Written last of all at a load and with release order, so that a
   /// thread that sees a kind by acquire also sees its table and `path`, which never change again.
   std::atomic<BackendKind> kind{BackendKind::None};
   std::string path;  ///< the candidate that loaded; empty before. To be read through `LoadPath`
-  std::vector<CaptureDimensions> captureDimensions;  ///< by device; guarded by `dimensionsMutex`
-  mutable std::mutex dimensionsMutex;                ///< no other is taken under it
+  mutable Mutex dimensionsMutex;  ///< no other is taken under it
+  std::vector<CaptureDimensions> captureDimensions
+      OSTREL_GUARDED_BY(dimensionsMutex);  ///< by device
 
 #define REQUIRED(name, result, parameters) result(*name) parameters = nullptr;
 #define OPTIONAL(name, result, parameters) result(*name) parameters = nullptr;

@@ -93,7 +93,7 @@ int CameraPreviewProducer::StartPolling(int device, int width, int height, int f
 void CameraPreviewProducer::SizeBuffers(std::uint64_t bytes) {
   std::vector<std::uint8_t> sized[kBufferCount];
   {
-    const std::lock_guard<std::mutex> lock(previewMutex);
+    const MutexLock lock(previewMutex);
     std::swap(buffers, sized);
     bufferBytes = 0;  // claims nothing while an allocation may still fail
     std::fill(std::begin(metas), std::end(metas), PreviewMeta{});
@@ -102,7 +102,7 @@ void CameraPreviewProducer::SizeBuffers(std::uint64_t bytes) {
     GiveBackExcess(buffer, bytes);
     buffer.assign(bytes, 0);
   }
-  const std::lock_guard<std::mutex> lock(previewMutex);
+  const MutexLock lock(previewMutex);
   std::swap(buffers, sized);
   bufferBytes = bytes;
 }
@@ -132,14 +132,14 @@ void CameraPreviewProducer::StopGeneration(std::uint64_t startGeneration) {
 
 bool CameraPreviewProducer::MayWrite(std::uint64_t startGeneration) {
   // A thread that stops the preview first moves the generation on, then takes the callback back.
-  const std::lock_guard<std::mutex> lock(previewMutex);
+  const MutexLock lock(previewMutex);
   return changing || generation == startGeneration;
 }
 
 void CameraPreviewProducer::RequestStop() {
   {
     // A worker that has just looked and is about to wait misses nothing.
-    const std::lock_guard<std::mutex> lock(sharedMutex);
+    const MutexLock lock(sharedMutex);
     running = false;
     ++generation;
   }
@@ -170,7 +170,7 @@ void CameraPreviewProducer::JoinAndReset() {
 
 void CameraPreviewProducer::SetJoining(bool isJoining) {
   {
-    const std::lock_guard<std::mutex> lock(previewMutex);
+    const MutexLock lock(previewMutex);
     joining = isJoining;
   }
   turnCondition.notify_all();
@@ -178,13 +178,13 @@ void CameraPreviewProducer::SetJoining(bool isJoining) {
 
 void CameraPreviewProducer::SleepUntil(std::int64_t steadyNs, std::uint64_t ownGeneration) {
   const std::chrono::steady_clock::time_point deadline{std::chrono::nanoseconds(steadyNs)};
-  std::unique_lock<std::mutex> lock(sharedMutex);
-  sharedCondition.wait_until(lock, deadline,
+  ConditionLock lock(sharedMutex);
+  sharedCondition.wait_until(lock.held, deadline,
                              [this, ownGeneration] { return IsStale(ownGeneration); });
 }
 
 void CameraPreviewProducer::ClearQuality() {
-  const std::lock_guard<std::mutex> lock(qualityMutex);
+  const MutexLock lock(qualityMutex);
   qualityBuffer.clear();
   qualitySequence = 0;
   qualityWidth = 0;
@@ -208,7 +208,7 @@ void CameraPreviewProducer::DescribeQuality(std::int32_t width, std::int32_t hei
 
 QualityFrame CameraPreviewProducer::LatestQualityFrame(int device, std::uint64_t lastSequence) {
   QualityFrame frame;
-  const std::lock_guard<std::mutex> lock(qualityMutex);
+  const MutexLock lock(qualityMutex);
   frame.sequence = qualitySequence;
   const auto size = static_cast<std::size_t>(std::max(qualityDataSize, 0));
   frame.isNew = device >= 0 && device == deviceIndex && lastSequence < qualitySequence &&
@@ -243,6 +243,7 @@ LatestFrame::LatestFrame(CameraPreviewProducer& producer, int device, std::uint6
   } else if (!lock.try_lock()) {
     sequence = producer.publishedSequence;
   } else {
+    owner.previewMutex.AssertHeld();
     Look(device, lastSequence);
   }
   if (data == nullptr && lock.owns_lock()) {

@@ -7,10 +7,10 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <thread>
 #include <vector>
 
+#include "addon/mutex.h"
 #include "camera/camera_pixel_format.h"
 #include "camera/camera_types.h"
 
@@ -207,10 +207,9 @@ struct CameraPreviewProducer {
   void SleepUntil(std::int64_t steadyNs, std::uint64_t ownGeneration);
 
   /// Stores what belongs to a new `qualityBuffer`, whose rows are tight and whose bytes fit int32.
-  /// The caller holds `qualityMutex`.
   /// Thread: producer worker.
   void DescribeQuality(std::int32_t width, std::int32_t height, bool isBgra,
-                       std::int64_t timestampMs);
+                       std::int64_t timestampMs) OSTREL_REQUIRES(qualityMutex);
 
   /// The worker's whole life; it ends only when `running` is cleared or `generation` moves on
   /// from `ownGeneration`. `interval`: nanoseconds a cycle. `capacity`: bytes of each buffer.
@@ -218,10 +217,10 @@ struct CameraPreviewProducer {
   void RunLoop(std::uint64_t ownGeneration, int device, int targetWidth, int targetHeight,
                std::int64_t interval, std::uint64_t capacity);
 
-  std::mutex previewMutex;                ///< see above; no other is taken under it
+  Mutex previewMutex;                     ///< see above; no other is taken under it
   std::condition_variable turnCondition;  ///< a turn is free, or waits for the worker
-  bool changing = false;                  ///< a turn is taken; guarded by `previewMutex`
-  bool joining = false;  ///< the turn waits for the worker; guarded by `previewMutex`
+  bool changing OSTREL_GUARDED_BY(previewMutex) = false;  ///< a turn is taken
+  bool joining OSTREL_GUARDED_BY(previewMutex) = false;   ///< the turn waits for the worker
 
   // Each atomic is written by one side and read by the other with the default `seq_cst`: the two
   // indices need it (see above), for the rest it costs nothing that shows. "Turn": written by the
@@ -246,15 +245,15 @@ struct CameraPreviewProducer {
   std::atomic<std::int32_t> producerFpsTenths{0};   ///< tenths of frames a second; worker writes
   std::atomic<std::int32_t> lastResult{kResultPreviewStopped};  ///< worker's last outcome
   std::atomic<std::uint64_t> generation{0};  ///< bumped by each start and stop; turn writes
-  std::mutex qualityMutex;                   ///< guards the quality fields that follow
-  std::vector<std::uint8_t> qualityBuffer;   ///< guarded by `qualityMutex`, as are the next seven
-  std::uint64_t qualitySequence = 0;
-  std::int32_t qualityWidth = 0;   ///< pixels
-  std::int32_t qualityHeight = 0;  ///< pixels
-  std::int32_t qualityBytesPerRow = 0;
-  std::int32_t qualityDataSize = 0;     ///< bytes
-  std::int64_t qualityTimestampMs = 0;  ///< wall clock
-  bool qualityIsBgra = false;           ///< otherwise RGB
+  Mutex qualityMutex;                        ///< a leaf
+  std::vector<std::uint8_t> qualityBuffer OSTREL_GUARDED_BY(qualityMutex);
+  std::uint64_t qualitySequence OSTREL_GUARDED_BY(qualityMutex) = 0;
+  std::int32_t qualityWidth OSTREL_GUARDED_BY(qualityMutex) = 0;   ///< pixels
+  std::int32_t qualityHeight OSTREL_GUARDED_BY(qualityMutex) = 0;  ///< pixels
+  std::int32_t qualityBytesPerRow OSTREL_GUARDED_BY(qualityMutex) = 0;
+  std::int32_t qualityDataSize OSTREL_GUARDED_BY(qualityMutex) = 0;     ///< bytes
+  std::int64_t qualityTimestampMs OSTREL_GUARDED_BY(qualityMutex) = 0;  ///< wall clock
+  bool qualityIsBgra OSTREL_GUARDED_BY(qualityMutex) = false;           ///< otherwise RGB
 
   std::atomic<bool> direct{false};       ///< the preview runs in direct mode; turn writes
   std::atomic<bool> directMjpeg{false};  ///< frames are JPEG; turn writes
@@ -267,16 +266,18 @@ struct CameraPreviewProducer {
   PreviewMeta directTemplate;  ///< what each frame's record starts from; set at the start
   std::atomic<std::int64_t> fpsPeriodStart{0};    ///< steady nanoseconds; callback and worker
   std::atomic<std::uint32_t> fpsPeriodFrames{0};  ///< callback and worker
-  std::mutex sharedMutex;                         ///< guards the encoded fields that follow
+  Mutex sharedMutex;                              ///< a leaf
   std::condition_variable sharedCondition;        ///< wakes the worker
-  std::vector<std::uint8_t> encodedPending;       ///< the newest JPEG; guarded by `sharedMutex`
-  std::vector<std::uint8_t> encodedLatest;        ///< the one decoded last; as are all that follow
-  bool encodedPendingFlag = false;                ///< `encodedPending` has not been taken yet
-  std::uint64_t encodedPendingSequence = 0;       ///< counts the JPEGs
-  std::int64_t encodedPendingTimestampMs = 0;     ///< wall clock
-  std::int64_t encodedPendingTicks = 0;           ///< steady clock, ticks of 100 ns
-  std::uint64_t encodedLatestSequence = 0;
-  std::int64_t encodedLatestTimestampMs = 0;  ///< wall clock
+  std::vector<std::uint8_t> encodedPending OSTREL_GUARDED_BY(sharedMutex);  ///< the newest JPEG
+  std::vector<std::uint8_t> encodedLatest OSTREL_GUARDED_BY(sharedMutex);  ///< the one decoded last
+  /// `encodedPending` has not been taken yet.
+  bool encodedPendingFlag OSTREL_GUARDED_BY(sharedMutex) = false;
+  std::uint64_t encodedPendingSequence OSTREL_GUARDED_BY(sharedMutex) = 0;    ///< counts the JPEGs
+  std::int64_t encodedPendingTimestampMs OSTREL_GUARDED_BY(sharedMutex) = 0;  ///< wall clock
+  /// Steady clock, ticks of 100 ns.
+  std::int64_t encodedPendingTicks OSTREL_GUARDED_BY(sharedMutex) = 0;
+  std::uint64_t encodedLatestSequence OSTREL_GUARDED_BY(sharedMutex) = 0;
+  std::int64_t encodedLatestTimestampMs OSTREL_GUARDED_BY(sharedMutex) = 0;  ///< wall clock
 
  private:
   int PlanAnew(int device, int width, int height, int frameRate, DirectPlan& plan);
@@ -310,10 +311,10 @@ struct LatestFrame {
   const std::uint8_t* data = nullptr;  ///< `meta.dataSize` bytes of the producer
 
  private:
-  void Look(int device, std::uint64_t lastSequence);
+  void Look(int device, std::uint64_t lastSequence) OSTREL_REQUIRES(owner.previewMutex);
 
   CameraPreviewProducer& owner;
-  std::unique_lock<std::mutex> lock;
+  std::unique_lock<std::mutex> lock;  // held beyond the constructor only with `data`
 };
 
 /// What a start throws, with the system's reason, if its worker cannot be had.

@@ -28,7 +28,7 @@ void TakeJpeg(CameraPreviewProducer& producer, const std::uint8_t* data, std::ui
     return;
   }
   {
-    const std::lock_guard<std::mutex> lock(producer.sharedMutex);
+    const MutexLock lock(producer.sharedMutex);
     if (size > producer.encodedPending.max_size()) {
       throw std::length_error("JPEG");
     }

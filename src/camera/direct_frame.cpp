@@ -1,7 +1,5 @@
 #include "camera/direct_frame.h"
 
-#include <mutex>
-
 namespace ostrel_native {
 
 namespace {
@@ -76,7 +74,7 @@ DirectFrame::~DirectFrame() {
   if (slot < 0 || isKept) {
     return;
   }
-  const std::lock_guard<std::mutex> lock(owner.previewMutex);
+  const MutexLock lock(owner.previewMutex);
   // Meanwhile another environment may have given the slot back, or have ended the preview.
   if (owner.generation == generation) {
     ReleaseHeldSlot(owner, slot, meta.sequence);
@@ -97,7 +95,7 @@ void DirectFrame::Claim(int wanted, std::uint64_t wantedSequence) {
 }
 
 int CameraPreviewProducer::ReleaseDirectSlot(int device, int slot, std::uint64_t sequence) {
-  const std::lock_guard<std::mutex> lock(previewMutex);
+  const MutexLock lock(previewMutex);
   if (!direct || device != deviceIndex || slot < 0 || slot >= kBufferCount) {
     return kResultNoPreview;
   }
@@ -105,7 +103,7 @@ int CameraPreviewProducer::ReleaseDirectSlot(int device, int slot, std::uint64_t
 }
 
 void CameraPreviewProducer::ReleaseAllDirectSlots(int device) {
-  const std::lock_guard<std::mutex> lock(previewMutex);
+  const MutexLock lock(previewMutex);
   if (!direct || !IsPreviewDevice(device)) {
     return;
   }
@@ -118,7 +116,7 @@ void CameraPreviewProducer::ReleaseAllDirectSlots(int device) {
 
 EncodedFrame CameraPreviewProducer::LatestEncodedFrame(int device) {
   EncodedFrame frame;
-  const std::lock_guard<std::mutex> lock(sharedMutex);
+  const MutexLock lock(sharedMutex);
   frame.isThere = direct && directMjpeg && device >= 0 && device == deviceIndex &&
                   !encodedLatest.empty() && encodedLatestSequence != 0;
   if (frame.isThere) {

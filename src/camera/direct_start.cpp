@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
-#include <mutex>
 #include <system_error>
 
 #include "camera/camera_preview.h"
@@ -54,7 +53,7 @@ int CameraPreviewProducer::BeginDirect(const DirectPlan& plan,
                                        const LentSlot (&lent)[kBufferCount]) {
   SizeBuffers(0);  // frames go into the lent arrays
   {
-    const std::lock_guard<std::mutex> lock(previewMutex);
+    const MutexLock lock(previewMutex);
     for (std::size_t slot = 0; slot < std::size(lent); ++slot) {
       slotData[slot] = lent[slot].data;
       slotBytes[slot] = lent[slot].bytes;
@@ -103,7 +102,7 @@ void CameraPreviewProducer::ClearDirectCallback() {
 
 // Without callback and worker. In one step, so that no poll finds a slot without its preview.
 void CameraPreviewProducer::DropSlots() {
-  const std::lock_guard<std::mutex> lock(previewMutex);
+  const MutexLock lock(previewMutex);
   direct = false;
   directMjpeg = false;
   for (int slot = 0; slot < kBufferCount; ++slot) {
@@ -114,7 +113,7 @@ void CameraPreviewProducer::DropSlots() {
 }
 
 void CameraPreviewProducer::ClearEncoded() {
-  const std::lock_guard<std::mutex> lock(sharedMutex);
+  const MutexLock lock(sharedMutex);
   encodedPending.clear();
   encodedLatest.clear();
   encodedPendingFlag = false;

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -40,7 +39,7 @@ using Decompressor = std::unique_ptr<void, DestroyDecompressor>;
 void InstallQuality(CameraPreviewProducer& producer, std::vector<std::uint8_t>& picture,
                     std::int32_t width, std::int32_t height, bool isBgra,
                     std::int64_t timestampMs) {
-  const std::lock_guard<std::mutex> lock(producer.qualityMutex);
+  const MutexLock lock(producer.qualityMutex);
   producer.qualityBuffer.swap(picture);
   producer.DescribeQuality(width, height, isBgra, timestampMs);
 }
@@ -107,9 +106,11 @@ void MjpegWorker::RunCycle() {
 
 // Takes the newest JPEG in exchange for the vector of an earlier one. False if there is none.
 bool MjpegWorker::AwaitJpeg() {
-  std::unique_lock<std::mutex> lock(producer.sharedMutex);
-  producer.sharedCondition.wait_until(lock, SteadyTime(SteadyNs() + kJpegWaitNs),
-                                      [this] { return producer.encodedPendingFlag || IsStale(); });
+  ConditionLock lock(producer.sharedMutex);
+  producer.sharedCondition.wait_until(lock.held, SteadyTime(SteadyNs() + kJpegWaitNs),
+                                      [this]() OSTREL_REQUIRES(producer.sharedMutex) {
+                                        return producer.encodedPendingFlag || IsStale();
+                                      });
   if (!producer.encodedPendingFlag || IsStale()) {
     return false;
   }
@@ -190,7 +191,7 @@ bool MjpegWorker::DecodePicture() {
 }
 
 void MjpegWorker::KeepAsLatest() {
-  const std::lock_guard<std::mutex> lock(producer.sharedMutex);
+  const MutexLock lock(producer.sharedMutex);
   producer.encodedLatest.swap(jpeg);
   producer.encodedLatestSequence = sequence;
   producer.encodedLatestTimestampMs = timestampMs;

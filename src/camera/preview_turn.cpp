@@ -1,12 +1,10 @@
 #include "camera/preview_turn.h"
 
-#include <mutex>
-
 namespace ostrel_native {
 
 PreviewTurn::PreviewTurn(CameraPreviewProducer& producer, int device, Wait wait) : owner(producer) {
-  std::unique_lock<std::mutex> lock(owner.previewMutex);
-  owner.turnCondition.wait(lock, [this, wait] {
+  ConditionLock lock(owner.previewMutex);
+  owner.turnCondition.wait(lock.held, [this, wait]() OSTREL_REQUIRES(owner.previewMutex) {
     return !owner.changing || (wait == Wait::OrForItsJoin && owner.joining);
   });
   const bool isItsDevice = owner.IsPreviewDevice(device);
@@ -20,7 +18,7 @@ PreviewTurn::~PreviewTurn() {
     return;
   }
   {
-    const std::lock_guard<std::mutex> lock(owner.previewMutex);
+    const MutexLock lock(owner.previewMutex);
     owner.changing = false;
   }
   owner.turnCondition.notify_all();

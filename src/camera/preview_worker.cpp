@@ -56,7 +56,7 @@ struct PreviewWorker {
   int Grab(std::uint8_t* buffer) const;
   int GrabTightRgb(std::uint8_t* buffer, int size) const;
   void RefreshQuality(const std::uint8_t* grabbed);
-  void CopyQuality(const std::uint8_t* grabbed);
+  void CopyQuality(const std::uint8_t* grabbed) OSTREL_REQUIRES(producer.qualityMutex);
   bool GrabQuality();
   void Convert(std::uint8_t* out) const;
   CycleEnd Publish(int index);
@@ -231,7 +231,7 @@ void PreviewWorker::RefreshQuality(const std::uint8_t* grabbed) {
   if (layout.native && !GrabQuality()) {
     return;
   }
-  const std::lock_guard<std::mutex> lock(producer.qualityMutex);
+  const MutexLock lock(producer.qualityMutex);
   if (layout.native) {
     producer.qualityBuffer.swap(qualityScratch);
   } else {

@@ -49,7 +49,7 @@ bool TurboJpegRuntime::Load(const std::string& libraryPath) {
 #include "camera/turbojpeg_symbols.h"
   bool isInstalled = false;
   {
-    const std::lock_guard<std::mutex> lock(loadMutex);
+    const MutexLock lock(loadMutex);
     if (handle.load(std::memory_order_relaxed) == nullptr) {
 #define SYMBOL(name) name = found_##name;
 #include "camera/turbojpeg_symbols.h"

@@ -5,8 +5,9 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <string>
+
+#include "addon/mutex.h"
 
 namespace ostrel_native {
 
@@ -18,7 +19,7 @@ struct TurboJpegRuntime {
   /// Closes the library. No thread may decode any more.
   ~TurboJpegRuntime();
 
-  std::mutex loadMutex;  ///< one load installs its library; no other is taken under it
+  Mutex loadMutex;  ///< one load installs its library; no other is taken under it
   /// Open library, or null. Written last of all at a load and with release order, so that a thread
   /// that sees it by acquire also sees the functions and `path`, which never change again.
   std::atomic<void*> handle{nullptr};

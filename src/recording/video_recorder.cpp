@@ -63,9 +63,10 @@ std::string ErrorOf(const Operation& operation) {
 
 // The next frame to write; nothing once a stop is asked and the queue is written.
 std::optional<Frame> TakeFrame(VideoRecorder& recorder) {
-  std::unique_lock lock(recorder.mutex);
-  recorder.condition.wait(
-      lock, [&recorder] { return recorder.stopRequested || !recorder.queue.empty(); });
+  ConditionLock lock(recorder.mutex);
+  recorder.condition.wait(lock.held, [&recorder]() OSTREL_REQUIRES(recorder.mutex) {
+    return recorder.stopRequested || !recorder.queue.empty();
+  });
   if (recorder.queue.empty()) {
     return std::nullopt;
   }
@@ -78,7 +79,7 @@ std::string WriteFrame(VideoRecorder& recorder, VideoRecorder::Backend& backend,
                        std::int64_t pts, std::int64_t duration) {
   std::string error = backend.EncodeFrame(frame, pts, duration);
   if (error.empty()) {
-    const std::lock_guard lock(recorder.mutex);
+    const MutexLock lock(recorder.mutex);
     ++recorder.framesWritten;
     if (recorder.firstTimestamp <= 0) {
       recorder.firstTimestamp = frame.timestamp;
@@ -120,7 +121,7 @@ struct Configuration {
 };
 
 Configuration ReadConfiguration(const VideoRecorder& recorder) {
-  const std::lock_guard lock(recorder.mutex);
+  const MutexLock lock(recorder.mutex);
   return {recorder.outputPath, recorder.width, recorder.height, recorder.frameRate,
           recorder.bitrate};
 }
@@ -128,7 +129,7 @@ Configuration ReadConfiguration(const VideoRecorder& recorder) {
 // Ends the wait of `Start`.
 void ReportStarted(VideoRecorder& recorder) {
   {
-    const std::lock_guard lock(recorder.mutex);
+    const MutexLock lock(recorder.mutex);
     recorder.state = recorder.stopRequested ? State::Stopping : State::Recording;
   }
   recorder.condition.notify_all();
@@ -136,7 +137,7 @@ void ReportStarted(VideoRecorder& recorder) {
 
 void EndSession(VideoRecorder& recorder, const std::string& finalizeError) {
   {
-    const std::lock_guard lock(recorder.mutex);
+    const MutexLock lock(recorder.mutex);
     if (recorder.lastError.empty()) {
       recorder.lastError = finalizeError;
     }
@@ -190,12 +191,12 @@ int VideoRecorder::Start(const std::string& path, std::int32_t newWidth, std::in
     return kUnavailable;
   }
   Stop();
-  std::unique_lock lock(mutex);
+  ConditionLock lock(mutex);
   while (joining || worker.joinable()) {
     // Another thread has started or stopped meanwhile.
-    lock.unlock();
+    lock.Unlock();
     Stop();
-    lock.lock();
+    lock.Lock();
   }
   if (!IsValidConfiguration(path, newWidth, newHeight, newFrameRate, newBitrate)) {
     lastError = kBadConfigurationText;
@@ -226,9 +227,10 @@ int VideoRecorder::Start(const std::string& path, std::int32_t newWidth, std::in
     return kFailed;
   }
   const auto deadline = std::chrono::steady_clock::now() + kStartTimeout;
-  const bool reported = condition.wait_until(lock, deadline, [this, ownSession] {
-    return session != ownSession || state != State::Starting;
-  });
+  const bool reported =
+      condition.wait_until(lock.held, deadline, [this, ownSession]() OSTREL_REQUIRES(mutex) {
+        return session != ownSession || state != State::Starting;
+      });
   if (session != ownSession) {
     // Another thread has ended this session and started its own, whose state is not ours to report.
     return kFailed;
@@ -238,7 +240,7 @@ int VideoRecorder::Start(const std::string& path, std::int32_t newWidth, std::in
     lastError = kStartTimedOutText;
     state = State::Failed;
     if (!joining && worker.joinable()) {
-      JoinWorker(lock);
+      JoinWorker();
     }
     return kStartTimedOut;
   }
@@ -246,26 +248,26 @@ int VideoRecorder::Start(const std::string& path, std::int32_t newWidth, std::in
 }
 
 int VideoRecorder::Stop() {
-  std::unique_lock lock(mutex);
-  condition.wait(lock, [this] { return !joining; });
+  ConditionLock lock(mutex);
+  condition.wait(lock.held, [this]() OSTREL_REQUIRES(mutex) { return !joining; });
   if (worker.joinable()) {
     stopRequested = true;
     if (state == State::Starting || state == State::Recording) {
       state = State::Stopping;
     }
-    JoinWorker(lock);
+    JoinWorker();
   }
   queue.clear();
   return lastError.empty() ? kOk : kFailed;
 }
 
-void VideoRecorder::JoinWorker(std::unique_lock<std::mutex>& lock) {
+void VideoRecorder::JoinWorker() {
   joining = true;
   std::thread ending = std::move(worker);
-  lock.unlock();
+  mutex.unlock();
   condition.notify_all();
   ending.join();
-  lock.lock();
+  mutex.lock();
   joining = false;
   condition.notify_all();
 }
@@ -278,7 +280,7 @@ bool VideoRecorder::TryEnqueue(const std::uint8_t* data, std::size_t size, std::
     return false;
   }
   {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     if (state != State::Recording || stopRequested || frameWidth != width ||
         frameHeight != height) {
       return false;
@@ -305,7 +307,7 @@ bool VideoRecorder::TryEnqueue(const std::uint8_t* data, std::size_t size, std::
 }
 
 VideoRecorder::Status VideoRecorder::GetStatus() const {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   Status status;
   status.available = Available();
   status.recording =
@@ -327,7 +329,7 @@ VideoRecorder::Status VideoRecorder::GetStatus() const {
 
 void VideoRecorder::SetWorkerError(const std::string& text) {
   {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     if (lastError.empty()) {
       lastError = text;
     }

@@ -7,10 +7,11 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "addon/mutex.h"
 
 namespace ostrel_native {
 
@@ -127,28 +128,31 @@ struct VideoRecorder {
   /// Thread: recorder worker.
   void Run();
 
-  mutable std::mutex mutex;  ///< guards every field below it
+  mutable Mutex mutex;  ///< a leaf
   std::condition_variable condition;
-  std::deque<Frame> queue;
-  std::thread worker;
-  State state = State::Idle;
-  bool stopRequested = false;
-  std::string outputPath;
-  std::string lastError;
-  std::uint64_t framesWritten = 0;
-  std::uint64_t framesDropped = 0;
-  std::int64_t firstTimestamp = 0;  ///< ticks of 100 ns
-  std::int64_t lastTimestamp = 0;   ///< ticks of 100 ns
-  std::int32_t width = 0;
-  std::int32_t height = 0;
-  std::int32_t frameRate = 0;
-  std::int32_t bitrate = 0;
-  bool joining = false;       ///< one thread waits for the worker's end, for all who want it
-  std::uint64_t session = 0;  ///< counts the sessions; a waiting `Start` finds its own by it
+  std::deque<Frame> queue OSTREL_GUARDED_BY(mutex);
+  std::thread worker OSTREL_GUARDED_BY(mutex);
+  State state OSTREL_GUARDED_BY(mutex) = State::Idle;
+  bool stopRequested OSTREL_GUARDED_BY(mutex) = false;
+  std::string outputPath OSTREL_GUARDED_BY(mutex);
+  std::string lastError OSTREL_GUARDED_BY(mutex);
+  std::uint64_t framesWritten OSTREL_GUARDED_BY(mutex) = 0;
+  std::uint64_t framesDropped OSTREL_GUARDED_BY(mutex) = 0;
+  std::int64_t firstTimestamp OSTREL_GUARDED_BY(mutex) = 0;  ///< ticks of 100 ns
+  std::int64_t lastTimestamp OSTREL_GUARDED_BY(mutex) = 0;   ///< ticks of 100 ns
+  std::int32_t width OSTREL_GUARDED_BY(mutex) = 0;
+  std::int32_t height OSTREL_GUARDED_BY(mutex) = 0;
+  std::int32_t frameRate OSTREL_GUARDED_BY(mutex) = 0;
+  std::int32_t bitrate OSTREL_GUARDED_BY(mutex) = 0;
+  /// One thread waits for the worker's end, for all who want it.
+  bool joining OSTREL_GUARDED_BY(mutex) = false;
+  /// Counts the sessions; a waiting `Start` finds its own by it.
+  std::uint64_t session OSTREL_GUARDED_BY(mutex) = 0;
 
  private:
-  // Waits for the end of the worker, which is there, was told to stop and is joined by nobody.
-  void JoinWorker(std::unique_lock<std::mutex>& lock);
+  // Waits for the end of the worker, which is there, was told to stop and is joined by nobody. The
+  // mutex is free meanwhile.
+  void JoinWorker() OSTREL_REQUIRES(mutex);
 };
 
 /// The one recorder of the process.

@@ -32,13 +32,13 @@ void VendorSdkExecutor::Run() {
     std::function<void()> task;
     std::function<void()> idle;
     {
-      std::unique_lock lock(mutex);
+      ConditionLock lock(mutex);
       if (!stopping) {
-        const auto hasWork = [this] { return !queue.empty() || stopping; };
+        const auto hasWork = [this]() OSTREL_REQUIRES(mutex) { return !queue.empty() || stopping; };
         // With nothing to do at its end, an interval need not end.
-        wake.wait(lock, [&] { return hasWork() || idleTask; });
+        wake.wait(lock.held, [&]() OSTREL_REQUIRES(mutex) { return hasWork() || idleTask; });
         const auto deadline = std::chrono::steady_clock::now() + idleInterval;
-        wake.wait_until(lock, deadline, hasWork);
+        wake.wait_until(lock.held, deadline, hasWork);
       }
       if (!queue.empty()) {
         task = std::move(queue.front());
@@ -58,7 +58,7 @@ void VendorSdkExecutor::Run() {
 }
 
 bool VendorSdkExecutor::Enqueue(std::function<void()> task) {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   if (stopping) {
     return false;
   }
@@ -73,13 +73,13 @@ void VendorSdkExecutor::PostCoalesced(const std::string& key, std::function<void
 
 void VendorSdkExecutor::Post(const std::string& key, std::function<void()> task,
                              std::atomic<bool>* inFlight) {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   if (stopping || coalescedKeys.contains(key)) {
     return;
   }
   queue.emplace_back([this, key, task = std::move(task), inFlight] {
     RunQuietly(task);
-    const std::lock_guard keyLock(mutex);
+    const MutexLock keyLock(mutex);
     coalescedKeys.erase(key);
     if (inFlight != nullptr) {
       *inFlight = false;
@@ -98,7 +98,7 @@ void VendorSdkExecutor::Post(const std::string& key, std::function<void()> task,
 }
 
 void VendorSdkExecutor::SetIdleTask(std::function<void()> task) {
-  const std::lock_guard lock(mutex);
+  const MutexLock lock(mutex);
   idleTask = std::move(task);
   wake.notify_one();
 }
@@ -109,7 +109,7 @@ void VendorSdkExecutor::Shutdown(const std::function<void()>& lastTask) {
       InvokeVoid(lastTask, kOrdinaryCallTimeout);
     }
     {
-      const std::lock_guard lock(mutex);
+      const MutexLock lock(mutex);
       stopping = true;
     }
     wake.notify_all();

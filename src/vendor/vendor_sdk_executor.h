@@ -16,7 +16,6 @@
 #include <functional>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -25,6 +24,7 @@
 #include <utility>
 
 #include "addon/common.h"
+#include "addon/mutex.h"
 
 namespace ostrel_native {
 
@@ -105,14 +105,14 @@ struct VendorSdkExecutor {
 
   std::string name;
   std::chrono::milliseconds idleInterval;  ///< longest sleep while there is an idle task
-  std::mutex mutex;                        ///< a leaf: held for queue operations only
+  Mutex mutex;                             ///< a leaf: held for queue operations only
   std::condition_variable wake;
-  std::deque<std::function<void()>> queue;        // guarded by mutex
-  std::unordered_set<std::string> coalescedKeys;  // guarded by mutex; queued or running
-  std::function<void()> idleTask;                 // guarded by mutex
-  bool stopping = false;                          // guarded by mutex
-  std::atomic<bool> shutdownStarted{false};       ///< makes the shutdown run once
-  std::thread worker;                             ///< last: it uses all of the above
+  std::deque<std::function<void()>> queue OSTREL_GUARDED_BY(mutex);
+  std::unordered_set<std::string> coalescedKeys OSTREL_GUARDED_BY(mutex);  ///< queued or running
+  std::function<void()> idleTask OSTREL_GUARDED_BY(mutex);
+  bool stopping OSTREL_GUARDED_BY(mutex) = false;
+  std::atomic<bool> shutdownStarted{false};  ///< makes the shutdown run once
+  std::thread worker;                        ///< last: it uses all of the above
 };
 
 template <typename F>

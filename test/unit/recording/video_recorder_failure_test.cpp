@@ -165,8 +165,8 @@ TEST_F(VideoRecorderFailure, AFrameThatCannotBeWrittenEndsTheSessionButNotTheFil
   EXPECT_EQ(recorder->GetStatus().framesDropped, 0u);
   finalized.count_down();
   {
-    std::unique_lock lock(recorder->mutex);
-    recorder->condition.wait(lock, [&] { return !recorder->stopRequested; });
+    ConditionLock lock(recorder->mutex);
+    recorder->condition.wait(lock.held, [&] { return !recorder->stopRequested; });
   }
   EXPECT_EQ(recorder->Stop(), -3) << "also of a worker that ended by itself";
   EXPECT_TRUE(recorder->stopRequested) << "only the next start withdraws it";

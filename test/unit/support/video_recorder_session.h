@@ -34,8 +34,8 @@ struct VideoRecorderSession : testing::Test {
 
   // Waits until another thread has brought the recorder into `state`.
   void AwaitState(VideoRecorder::State state) {
-    std::unique_lock lock(recorder->mutex);
-    recorder->condition.wait(lock, [&] { return recorder->state == state; });
+    ConditionLock lock(recorder->mutex);
+    recorder->condition.wait(lock.held, [&] { return recorder->state == state; });
   }
 
   std::string LastError() const { return recorder->GetStatus().error; }
