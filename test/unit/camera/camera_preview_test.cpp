@@ -295,7 +295,7 @@ TEST_F(CameraPreviewTest, NeverTearsAFrameUnderAReaderThatPollsAsFastAsItCan) {
   producer.RequestStop();
   producer.JoinAndReset();
   EXPECT_EQ(torn, 0U);
-  EXPECT_GT(frames, 100U);
+  EXPECT_GT(frames, 10U);
 }
 
 }  // namespace
