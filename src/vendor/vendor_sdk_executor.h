@@ -42,7 +42,8 @@ struct CoalescedKey {
 ///
 /// A task must not call `Invoke` on its own executor: it would wait for what is queued behind it.
 struct VendorSdkExecutor {
-  /// Starts the owner thread. `executorName` begins every text that a failure sets.
+  /// Starts the owner thread. `executorName` begins every text that a failure sets; in lower case
+  /// and with " sdk" behind it, it is the name of the thread, of which the system keeps 15 bytes.
   VendorSdkExecutor(std::string executorName, std::chrono::milliseconds longestSleep);
 
   /// Runs what is queued, then ends the owner thread. A task that never returns blocks it.
@@ -81,6 +82,18 @@ struct VendorSdkExecutor {
   template <typename F>
   bool InvokeVoid(F&& fn, std::chrono::milliseconds timeout);
 
+  /// Runs `fn` on the calling thread, for what is not the owner thread's. An exception of `fn` sets
+  /// the last error as in `Invoke`, and the result is empty.
+  /// Thread: any.
+  template <typename F>
+  std::optional<std::invoke_result_t<F&>> CallHere(F&& fn) const {
+    return Reported(name, fn);
+  }
+
+  /// Whether the owner thread is the caller.
+  /// Thread: any while the executor lives.
+  bool IsOwnerThread() const { return worker.get_id() == std::this_thread::get_id(); }
+
   /// Replaces the task that runs at the end of each interval without work; empty for none.
   /// Thread: any.
   void SetIdleTask(std::function<void()> task);
@@ -90,15 +103,19 @@ struct VendorSdkExecutor {
   /// Thread: any but the owner.
   void Shutdown(const std::function<void()>& lastTask);
 
-  /// The owner thread's loop; nobody else calls it.
+  /// The owner thread's loop.
   void Run();
 
   /// What both forms of `PostCoalesced` do. `inFlight`, unless null, is true for as long as the key
   /// is in `coalescedKeys`.
   void Post(const std::string& key, std::function<void()> task, std::atomic<bool>* inFlight);
 
-  /// The texts that go to the last error; no member is touched, so a caller that wakes late may
-  /// outlive the executor.
+  /// The result of `fn`; empty after an exception, with the last error set. Touches no member, as
+  /// the texts below, so a caller that wakes late may outlive the executor.
+  template <typename F>
+  static std::optional<std::invoke_result_t<F&>> Reported(const std::string& owner, F& fn);
+
+  /// The texts that go to the last error.
   static void SetTimedOut(const std::string& owner);
   static void SetFailed(const std::string& owner, const char* what);
   static void SetFailedUnknown(const std::string& owner);
@@ -130,8 +147,15 @@ std::optional<std::invoke_result_t<std::decay_t<F>&>> VendorSdkExecutor::Invoke(
     SetTimedOut(owner);
     return std::nullopt;
   }
+  const auto result = [&future] { return future.get(); };
+  return Reported(owner, result);
+}
+
+template <typename F>
+std::optional<std::invoke_result_t<F&>> VendorSdkExecutor::Reported(const std::string& owner,
+                                                                    F& fn) {
   try {
-    return future.get();
+    return fn();
   } catch (const std::exception& error) {
     SetFailed(owner, error.what());
   } catch (...) {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "unit/support/eventually.h"
+#include "unit/support/thread_names.h"
 
 namespace ostrel_native {
 namespace {
@@ -68,6 +69,33 @@ TEST_F(VendorSdkExecutorTest, RunsTasksInOrderOnOneThreadThatIsItsOwn) {
   EXPECT_EQ(order, expected);
   EXPECT_EQ(threads, std::vector<std::thread::id>(100, executor.worker.get_id()));
   EXPECT_NE(executor.worker.get_id(), std::this_thread::get_id());
+}
+
+TEST(VendorSdkExecutor, NamesItsThreadAfterItsLibraryInAtMost15Bytes) {
+  VendorSdkExecutor first("Dino-Lite", milliseconds(10));
+  VendorSdkExecutor second("Quite a Long Name", milliseconds(10));
+  ASSERT_TRUE(first.InvokeVoid([] {}, kLong));
+  ASSERT_TRUE(second.InvokeVoid([] {}, kLong));
+  const std::map<std::string, int> names = ThreadNames();
+  EXPECT_TRUE(names.contains("dino-lite sdk"));
+  EXPECT_TRUE(names.contains("quite a long na"));
+}
+
+TEST_F(VendorSdkExecutorTest, TellsItsOwnThreadFromAllOthers) {
+  EXPECT_FALSE(executor.IsOwnerThread());
+  EXPECT_EQ(executor.Invoke([this] { return executor.IsOwnerThread(); }, kLong), true);
+}
+
+TEST_F(VendorSdkExecutorTest, CallsHereOnTheCallersThreadAndTellsWhatThatThrew) {
+  SetLastError("earlier");
+  EXPECT_EQ(executor.CallHere([] { return std::this_thread::get_id(); }),
+            std::this_thread::get_id());
+  EXPECT_EQ(GetLastErrorString(), "earlier");
+  EXPECT_EQ(executor.CallHere([]() -> int { throw std::runtime_error("no such lens"); }),
+            std::nullopt);
+  EXPECT_EQ(GetLastErrorString(), "Test SDK call failed: no such lens");
+  EXPECT_EQ(executor.CallHere([]() -> int { throw 5; }), std::nullopt);
+  EXPECT_EQ(GetLastErrorString(), "Test SDK call failed with an unknown error");
 }
 
 TEST_F(VendorSdkExecutorTest, NeverOverlapsTheTasksOfManyCallersAndKeepsEachCallersOrder) {
