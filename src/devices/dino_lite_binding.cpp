@@ -1,5 +1,7 @@
 #include "devices/dino_lite_binding.h"
 
+#include <cassert>
+
 #include "addon/native_library.h"
 #include "devices/binding_error.h"
 
@@ -14,20 +16,32 @@ constexpr int kSymbolCount = 0
     ;
 static_assert(kSymbolCount == 19);
 
-// The required entries first, each kind in the order of the list. Empty, or, with the last error
-// set as well, what to say of the first missing one.
-std::string LoadTable(void* handle, DinoLiteBinding& binding) {
+// The required entries in the order of the list. Empty, or, with the last error set as well, what
+// to say of the first missing one.
+std::string LoadRequiredTable(void* handle, DinoLiteBinding& binding) {
 #define REQUIRED(name, result, parameters)                 \
   if (!LoadRequiredSymbol(handle, #name, &binding.name)) { \
     return MissingSymbolText(#name);                       \
   }
 #define OPTIONAL(name, result, parameters)
 #include "devices/dino_lite_symbols.h"
-#define REQUIRED(name, result, parameters)
-#define OPTIONAL(name, result, parameters) \
-  binding.name = reinterpret_cast<decltype(binding.name)>(LoadSymbol(handle, #name));
-#include "devices/dino_lite_symbols.h"
   return "";
+}
+
+// In an order of their own, the light before all else.
+void LoadOptionalTable(void* handle, DinoLiteBinding& binding) {
+  const auto take = [handle]<typename Fn>(const char* name, Fn& entry) {
+    entry = reinterpret_cast<Fn>(LoadSymbol(handle, name));
+  };
+  take("dl_led_mode_count", binding.dl_led_mode_count);
+  take("dl_led_mode", binding.dl_led_mode);
+  take("dl_set_led_state", binding.dl_set_led_state);
+  take("dl_unselect_device", binding.dl_unselect_device);
+  take("dl_get_amr_update_count", binding.dl_get_amr_update_count);
+  take("dl_get_fovx", binding.dl_get_fovx);
+  take("dl_supports_amr", binding.dl_supports_amr);
+  take("dl_initialize_selected_device", binding.dl_initialize_selected_device);
+  take("dl_get_last_error", binding.dl_get_last_error);
 }
 
 void ClearTable(DinoLiteBinding& binding) {
@@ -51,6 +65,7 @@ const char* DinoBackendText(DinoBackendKind kind) {
 }
 
 bool DinoLiteBinding::Load(const std::string& explicitPath) {
+  assert(g_dinoLiteExecutor.IsOwnerThread());
   if (loaded) {
     return true;
   }
@@ -61,8 +76,9 @@ bool DinoLiteBinding::Load(const std::string& explicitPath) {
     std::string failure;
     handle = OpenLibrary(candidate, failure);
     if (handle != nullptr) {
-      failure = LoadTable(handle, *this);
+      failure = LoadRequiredTable(handle, *this);
       if (failure.empty()) {
+        LoadOptionalTable(handle, *this);
         backendKind = DinoBackendKind::LibDinoLite;
         loaded = true;
         path = candidate;
@@ -87,7 +103,8 @@ void DinoLiteBinding::SetBindingError(const std::string& text) {
   StoreBindingError(mutex, error, text);
 }
 
-bool DinoLiteBinding::CanStart() {
+bool DinoLiteBinding::CanStartOnOwnerThread() {
+  assert(g_dinoLiteExecutor.IsOwnerThread());
   if (dl_initialize != nullptr && dl_devices_count != nullptr) {
     return true;
   }
@@ -95,13 +112,15 @@ bool DinoLiteBinding::CanStart() {
   return false;
 }
 
-void DinoLiteBinding::Start() {
+void DinoLiteBinding::StartOnOwnerThread() {
+  assert(g_dinoLiteExecutor.IsOwnerThread());
   dl_initialize();
   deviceCount = dl_devices_count();
   initialized = true;
 }
 
-void DinoLiteBinding::ClearDeviceState() {
+void DinoLiteBinding::ClearDeviceStateOnOwnerThread() {
+  assert(g_dinoLiteExecutor.IsOwnerThread());
   supportsAmr = false;
   supportsMicrotouch = false;
   ledModes.clear();
@@ -112,7 +131,8 @@ void DinoLiteBinding::ClearDeviceState() {
   amrRaw = -1.0;
 }
 
-void DinoLiteBinding::DropSelection() {
+void DinoLiteBinding::DropSelectionOnOwnerThread() {
+  assert(g_dinoLiteExecutor.IsOwnerThread());
   // The library is asked only where the binding itself has not selected anything.
   const auto librarySelected = [this] {
     return dl_get_selected_device != nullptr && dl_get_selected_device() >= 0;
@@ -120,7 +140,7 @@ void DinoLiteBinding::DropSelection() {
   if (dl_unselect_device != nullptr && (selectedDeviceIndex >= 0 || librarySelected())) {
     dl_unselect_device();
   }
-  ClearDeviceState();
+  ClearDeviceStateOnOwnerThread();
   microtouchEnabled = false;
   selectedDeviceIndex = -1;
 }

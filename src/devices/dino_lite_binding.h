@@ -90,7 +90,8 @@ struct DinoLiteBinding {
   /// Makes a device the current one, reads what it can do and turns its light on; starts the
   /// library if that was not done, after a pause for devices that were only just plugged in.
   /// True clears both error texts, false sets them. A refusal leaves `selectedDeviceIndex` as it
-  /// is and forgets what the device can do.
+  /// is and forgets what the device can do. More LED modes than `kMostListed` count as none; the
+  /// selection succeeds, and both error texts say so.
   /// Thread: owner.
   bool SelectDevice(int index);
 
@@ -114,16 +115,18 @@ struct DinoLiteBinding {
   }
 
   /// Whether the library can be started; sets both error texts if not.
-  bool CanStart();
+  /// Thread: owner, as for all below.
+  bool CanStartOnOwnerThread();
 
-  /// Starts the library, started or not, and counts the devices. Only where `CanStart`.
-  void Start();
+  /// Starts the library, started or not, and counts the devices.
+  /// Precondition: `CanStartOnOwnerThread`.
+  void StartOnOwnerThread();
 
   /// Forgets what the selected device can do, but neither which one it is nor `microtouchEnabled`.
-  void ClearDeviceState();
+  void ClearDeviceStateOnOwnerThread();
 
-  /// Lets the library go of its device, if it has one, and forgets all of it.
-  void DropSelection();
+  /// Unselects the library's device, if it has one, and forgets all of it.
+  void DropSelectionOnOwnerThread();
 };
 
 /// The one Dino-Lite binding of the process, and the owner thread of its library.

@@ -1,6 +1,7 @@
 #include "devices/dino_lite_devices.h"
 
 #include <array>
+#include <cassert>
 
 #include "devices/device_list.h"
 #include "devices/dino_lite_telemetry.h"
@@ -13,7 +14,7 @@ constexpr std::size_t kTextCapacity = 1024;
 
 using ReadTextFn = decltype(DinoLiteBinding::dl_get_device_name);
 
-std::string ReadDeviceText(ReadTextFn DinoLiteBinding::*entry, int index) {
+std::string ReadDeviceTextOnOwnerThread(ReadTextFn DinoLiteBinding::*entry, int index) {
   if (!g_dinoLite.IsServed() || g_dinoLite.*entry == nullptr || index < 0) {
     return "";
   }
@@ -23,12 +24,12 @@ std::string ReadDeviceText(ReadTextFn DinoLiteBinding::*entry, int index) {
   return buffer.data();
 }
 
-std::string ReadDeviceIdentifier(int index) {
-  return ReadDeviceText(&DinoLiteBinding::dl_get_device_unique_id, index);
+std::string ReadDeviceIdentifierOnOwnerThread(int index) {
+  return ReadDeviceTextOnOwnerThread(&DinoLiteBinding::dl_get_device_unique_id, index);
 }
 
-std::string ReadDeviceName(int index) {
-  return ReadDeviceText(&DinoLiteBinding::dl_get_device_name, index);
+std::string ReadDeviceNameOnOwnerThread(int index) {
+  return ReadDeviceTextOnOwnerThread(&DinoLiteBinding::dl_get_device_name, index);
 }
 
 DinoLoadResult LoadOnOwnerThread(const std::string& path) {
@@ -37,23 +38,23 @@ DinoLoadResult LoadOnOwnerThread(const std::string& path) {
   return {.ok = ok, .backend = DinoBackendText(g_dinoLite.backendKind), .path = g_dinoLite.path};
 }
 
-bool Init(bool force) {
-  if (!g_dinoLite.IsServed() || !g_dinoLite.CanStart()) {
+bool StartLibraryOnOwnerThread(bool force) {
+  if (!g_dinoLite.IsServed() || !g_dinoLite.CanStartOnOwnerThread()) {
     return false;
   }
   if (g_dinoLite.initialized && !force) {
     return true;
   }
   if (force) {
-    g_dinoLite.DropSelection();
+    g_dinoLite.DropSelectionOnOwnerThread();
   }
-  g_dinoLite.Start();
+  g_dinoLite.StartOnOwnerThread();
   g_dinoLite.SetBindingError("");
   return true;
 }
 
 bool InitOnOwnerThread(bool force) {
-  const bool ok = Init(force);
+  const bool ok = StartLibraryOnOwnerThread(force);
   UpdateDinoSnapshotOnOwnerThread();
   ResetDinoTelemetry(-1);
   return ok;
@@ -61,7 +62,7 @@ bool InitOnOwnerThread(bool force) {
 
 void DisposeOnOwnerThread() {
   if (g_dinoLite.backendKind == DinoBackendKind::LibDinoLite) {
-    g_dinoLite.DropSelection();
+    g_dinoLite.DropSelectionOnOwnerThread();
     g_dinoLite.initialized = false;
     g_dinoLite.deviceCount = 0;
   }
@@ -100,8 +101,12 @@ bool SelectDeviceOnOwnerThread(int index) {
 }  // namespace
 
 std::vector<VendorDeviceSnapshot> ReadDinoDevicesOnCurrentThread() {
+  assert(g_dinoLiteExecutor.IsOwnerThread());
   const std::int32_t count = g_dinoLite.IsServed() ? g_dinoLite.deviceCount : 0;
-  return ListDevices(count, ReadDeviceIdentifier, ReadDeviceName);
+  return ListDevices(
+      count, ReadDeviceIdentifierOnOwnerThread, ReadDeviceNameOnOwnerThread, [count] {
+        g_dinoLite.SetBindingError(TooManyToListText(g_dinoLiteExecutor.name, count, "devices"));
+      });
 }
 
 DinoLoadResult LoadDinoLibrary(const std::string& path, std::chrono::milliseconds timeout) {
@@ -135,12 +140,14 @@ std::int32_t CountDinoDevices(std::chrono::milliseconds timeout) {
 }
 
 std::string DinoDeviceIdentifier(int index, std::chrono::milliseconds timeout) {
-  return g_dinoLiteExecutor.Invoke([index] { return ReadDeviceIdentifier(index); }, timeout)
+  return g_dinoLiteExecutor
+      .Invoke([index] { return ReadDeviceIdentifierOnOwnerThread(index); }, timeout)
       .value_or("");
 }
 
 std::string DinoDeviceName(int index, std::chrono::milliseconds timeout) {
-  return g_dinoLiteExecutor.Invoke([index] { return ReadDeviceName(index); }, timeout).value_or("");
+  return g_dinoLiteExecutor.Invoke([index] { return ReadDeviceNameOnOwnerThread(index); }, timeout)
+      .value_or("");
 }
 
 std::vector<VendorDeviceSnapshot> ListDinoDevices(std::chrono::milliseconds timeout) {

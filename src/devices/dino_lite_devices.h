@@ -54,7 +54,8 @@ std::string DinoDeviceIdentifier(int index,
                                  std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 std::string DinoDeviceName(int index, std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 
-/// All devices in the library's order; empty on failure.
+/// All devices in the library's order; empty on failure. Where the library counts more than
+/// `kMostListed`, empty as well, and both error texts say so.
 /// Thread: pool.
 std::vector<VendorDeviceSnapshot> ListDinoDevices(
     std::chrono::milliseconds timeout = kInitialisationTimeout);

@@ -12,6 +12,7 @@ OSTREL_INIT_DINO_LITE DinoLiteBinding g_dinoLite;
 OSTREL_INIT_DINO_LITE DinoLiteBinding::DebugSnapshot g_dinoCachedSnapshot;
 constinit std::mutex g_dinoSnapshotMutex;
 
+constinit ReadingRecord g_dinoTelemetry;
 constinit std::atomic<std::int32_t> g_dinoTelemetryIndex{-1};
 constinit std::atomic<double> g_dinoCachedAmr{-1.0};
 constinit std::atomic<std::int64_t> g_dinoCachedAmrAtMs{0};

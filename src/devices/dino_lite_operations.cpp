@@ -1,5 +1,7 @@
 #include "devices/dino_lite_operations.h"
 
+#include <cassert>
+
 #include "devices/dino_lite_binding.h"
 #include "devices/dino_lite_led_modes.h"
 #include "devices/dino_lite_telemetry.h"
@@ -7,6 +9,7 @@
 namespace ostrel_native {
 
 int DinoLiteBinding::ToggleLedState() {
+  assert(g_dinoLiteExecutor.IsOwnerThread());
   if (!loaded || selectedDeviceIndex < 0) {
     SetBindingError("No Dino-Lite SDK device is selected for LED control");
     return -1;
@@ -27,6 +30,7 @@ int DinoLiteBinding::ToggleLedState() {
 }
 
 bool DinoLiteBinding::EnableMicrotouch(bool enabled) {
+  assert(g_dinoLiteExecutor.IsOwnerThread());
   if (!loaded) {
     SetBindingError("Dino-Lite MicroTouch is unavailable because the SDK is not loaded");
     return false;

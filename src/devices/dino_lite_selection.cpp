@@ -1,5 +1,7 @@
 // The selection of a Dino-Lite device: the moment at which the binding learns what it can do.
+#include <cassert>
 #include <chrono>
+#include <string>
 #include <thread>
 
 #include "addon/common.h"
@@ -15,67 +17,69 @@ namespace {
 constexpr std::chrono::milliseconds kPauseBeforeFirstSelection{300};
 
 // Reports a refusal with the library's own words, if it has any. False.
-bool Refuse(DinoLiteBinding& binding, const char* otherwise) {
+bool RefuseOnOwnerThread(DinoLiteBinding& binding, const char* otherwise) {
   // Gone before the library is asked for its words, for which it may take its time.
-  binding.ClearDeviceState();
+  binding.ClearDeviceStateOnOwnerThread();
   const std::string words =
       binding.dl_get_last_error != nullptr ? SafeCString(binding.dl_get_last_error()) : "";
   binding.SetBindingError(words.empty() ? otherwise : words);
   return false;
 }
 
-void StartForFirstSelection(DinoLiteBinding& binding) {
+void StartForFirstSelectionOnOwnerThread(DinoLiteBinding& binding) {
   std::this_thread::sleep_for(kPauseBeforeFirstSelection);
-  if (binding.CanStart()) {
-    binding.Start();
+  if (binding.CanStartOnOwnerThread()) {
+    binding.StartOnOwnerThread();
     binding.SetBindingError("");
   }
 }
 
 // Brings the library to serve the device behind `index`; false, with the texts set, if it refuses.
-bool Connect(DinoLiteBinding& binding, int index) {
+bool ConnectOnOwnerThread(DinoLiteBinding& binding, int index) {
   const int current =
       binding.dl_get_selected_device != nullptr ? binding.dl_get_selected_device() : -1;
   if (current != index && !binding.dl_select_device(index)) {
-    return Refuse(binding, "Dino-Lite SDK device selection failed");
+    return RefuseOnOwnerThread(binding, "Dino-Lite SDK device selection failed");
   }
   if (binding.dl_initialize_selected_device != nullptr) {
     return binding.dl_initialize_selected_device() ||
-           Refuse(binding, "Dino-Lite post-connect initialization failed");
+           RefuseOnOwnerThread(binding, "Dino-Lite post-connect initialization failed");
   }
   // A library without that step takes a new device in when it is started again.
   if (current != index && binding.dl_initialize != nullptr && binding.dl_devices_count != nullptr) {
-    binding.Start();
+    binding.StartOnOwnerThread();
   }
   return true;
 }
 
-std::vector<std::int32_t> ReadLedModes(const DinoLiteBinding& binding) {
-  std::vector<std::int32_t> modes;
+// Empty, or what to say of a list that is too long, of which none is read.
+std::string ReadLedModesOnOwnerThread(DinoLiteBinding& binding) {
   if (binding.dl_led_mode_count == nullptr || binding.dl_led_mode == nullptr) {
-    return modes;
+    return "";
   }
   const int count = binding.dl_led_mode_count();
   if (count > kMostListed) {
-    return modes;
+    return TooManyToListText(g_dinoLiteExecutor.name, count, "LED modes");
   }
   for (int i = 0; i < count; ++i) {
-    modes.push_back(binding.dl_led_mode(i));
+    binding.ledModes.push_back(binding.dl_led_mode(i));
   }
-  return modes;
+  return "";
 }
 
-void ReadCapabilities(DinoLiteBinding& binding) {
+// Gives what `ReadLedModesOnOwnerThread` does.
+std::string ReadCapabilitiesOnOwnerThread(DinoLiteBinding& binding) {
   binding.supportsAmr =
       binding.dl_device_supports_amr != nullptr && binding.dl_device_supports_amr();
   binding.supportsMicrotouch =
       binding.dl_device_supports_microtouch != nullptr && binding.dl_device_supports_microtouch();
-  binding.ledModes = ReadLedModes(binding);
+  std::string remark = ReadLedModesOnOwnerThread(binding);
   binding.controllableLedsCount = CountControllableLeds(binding.ledModes);
+  return remark;
 }
 
 // A light that stays dark does not spoil the selection.
-void TurnLightOn(DinoLiteBinding& binding) {
+void LightUpOnOwnerThread(DinoLiteBinding& binding) {
   if (binding.dl_set_led_state == nullptr) {
     return;
   }
@@ -88,6 +92,7 @@ void TurnLightOn(DinoLiteBinding& binding) {
 }  // namespace
 
 bool DinoLiteBinding::SelectDevice(int index) {
+  assert(g_dinoLiteExecutor.IsOwnerThread());
   if (index < 0 || !loaded) {
     SetBindingError("Dino-Lite SDK device selection received an invalid device index");
     return false;
@@ -97,21 +102,21 @@ bool DinoLiteBinding::SelectDevice(int index) {
     return false;
   }
   if (!initialized) {
-    StartForFirstSelection(*this);
+    StartForFirstSelectionOnOwnerThread(*this);
   }
   if (dl_select_device == nullptr) {
-    ClearDeviceState();
+    ClearDeviceStateOnOwnerThread();
     SetBindingError("Dino-Lite SDK device selection function is unavailable");
     return false;
   }
-  if (!Connect(*this, index)) {
+  if (!ConnectOnOwnerThread(*this, index)) {
     return false;
   }
   selectedDeviceIndex = index;
-  ClearDeviceState();
-  ReadCapabilities(*this);
-  TurnLightOn(*this);
-  SetBindingError("");
+  ClearDeviceStateOnOwnerThread();
+  const std::string remark = ReadCapabilitiesOnOwnerThread(*this);
+  LightUpOnOwnerThread(*this);
+  SetBindingError(remark);
   return true;
 }
 

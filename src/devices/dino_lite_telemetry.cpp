@@ -1,6 +1,7 @@
 #include "devices/dino_lite_telemetry.h"
 
 #include <algorithm>
+#include <cassert>
 #include <utility>
 
 #include "devices/cache_age.h"
@@ -17,11 +18,42 @@ constinit CoalescedKey g_amrKey = {"amr"};
 constinit CoalescedKey g_fovKey = {"fov"};
 constinit CoalescedKey g_microtouchKey = {"microtouch"};
 
-std::optional<double> Served(const std::atomic<double>& value,
-                             const std::atomic<std::int64_t>& stampMs) {
-  const std::int64_t stamp = stampMs;
-  const double read = value;
-  return IsFreshNow(stamp) ? ReadingOrNothing(read) : std::nullopt;
+// What the cache holds of one kind, as a poll loads it.
+struct Magnification {
+  std::int32_t deviceIndex;
+  double value;
+  std::int64_t atMs;
+};
+struct FieldOfView {
+  double amr;
+  double value;
+  std::int64_t atMs;
+};
+
+Magnification LoadMagnification() {
+  return g_dinoTelemetry.Read([] {
+    return Magnification{g_dinoTelemetryIndex, g_dinoCachedAmr, g_dinoCachedAmrAtMs};
+  });
+}
+
+FieldOfView LoadFieldOfView() {
+  return g_dinoTelemetry.Read([] {
+    return FieldOfView{g_dinoCachedFovAmr, g_dinoCachedFov, g_dinoCachedFovAtMs};
+  });
+}
+
+// Of the present moment: another environment may have asked for another magnification meanwhile.
+void DropFieldOfViewUnlessFor(double amr) {
+  g_dinoTelemetry.Write([amr] {
+    if (IsForOtherAmr(g_dinoCachedFovAmr, amr)) {
+      g_dinoCachedFov = -1.0;
+      g_dinoCachedFovAmr = amr;
+    }
+  });
+}
+
+std::optional<double> Served(double value, std::int64_t atMs) {
+  return IsFreshNow(atMs) ? ReadingOrNothing(value) : std::nullopt;
 }
 
 void RefreshAmrOnOwnerThread() {
@@ -31,9 +63,12 @@ void RefreshAmrOnOwnerThread() {
 
 void RefreshFovOnOwnerThread(double amr, std::int32_t selector) {
   const bool available = g_dinoLite.IsServed() && g_dinoLite.dl_get_fovx != nullptr;
-  g_dinoCachedFov = available ? FovFromLibrary(g_dinoLite.dl_get_fovx(selector, amr)) : -1.0;
-  g_dinoCachedFovAmr = amr;
-  g_dinoCachedFovAtMs = SteadyMs();
+  const double fov = available ? FovFromLibrary(g_dinoLite.dl_get_fovx(selector, amr)) : -1.0;
+  g_dinoTelemetry.Write([fov, amr, now = SteadyMs()] {
+    g_dinoCachedFov = fov;
+    g_dinoCachedFovAmr = amr;
+    g_dinoCachedFovAtMs = now;
+  });
 }
 
 // Only ever sets: a press is kept until it is reported.
@@ -48,6 +83,7 @@ void LatchMicrotouchOnOwnerThread() {
 }  // namespace
 
 void UpdateDinoSnapshotOnOwnerThread() {
+  assert(g_dinoLiteExecutor.IsOwnerThread());
   DinoLiteBinding::DebugSnapshot snapshot;
   snapshot.loaded = g_dinoLite.loaded;
   snapshot.backend = DinoBackendText(g_dinoLite.backendKind);
@@ -79,16 +115,19 @@ void ResetDinoSnapshot() {
 }
 
 void ResetDinoTelemetry(std::int32_t index) {
-  g_dinoTelemetryIndex = index;
-  g_dinoCachedAmr = -1.0;
-  g_dinoCachedFov = -1.0;
-  g_dinoCachedFovAmr = -1.0;
-  g_dinoCachedAmrAtMs = 0;
-  g_dinoCachedFovAtMs = 0;
-  g_dinoCachedMicrotouch = false;
+  g_dinoTelemetry.Write([index] {
+    g_dinoTelemetryIndex = index;
+    g_dinoCachedAmr = -1.0;
+    g_dinoCachedFov = -1.0;
+    g_dinoCachedFovAmr = -1.0;
+    g_dinoCachedAmrAtMs = 0;
+    g_dinoCachedFovAtMs = 0;
+    g_dinoCachedMicrotouch = false;
+  });
 }
 
 void ReadDinoAmrOnOwnerThread() {
+  assert(g_dinoLiteExecutor.IsOwnerThread());
   if (!g_dinoLite.IsServed() || !g_dinoLite.supportsAmr || g_dinoLite.dl_get_amr == nullptr) {
     return;
   }
@@ -97,8 +136,10 @@ void ReadDinoAmrOnOwnerThread() {
   g_dinoLite.amrRaw = amr;
   g_dinoLite.amrAccepted = IsAcceptedAmr(amr);
   if (g_dinoLite.amrAccepted) {
-    g_dinoCachedAmr = amr;
-    g_dinoCachedAmrAtMs = SteadyMs();
+    g_dinoTelemetry.Write([amr, now = SteadyMs()] {
+      g_dinoCachedAmr = amr;
+      g_dinoCachedAmrAtMs = now;
+    });
   }
 }
 
@@ -106,26 +147,28 @@ void ReadDinoAmrOnOwnerThread() {
 // reading that this very call has asked for.
 
 std::optional<double> PollDinoAmr(std::int32_t deviceIndex) {
+  const Magnification known = LoadMagnification();
   std::optional<double> amr;
-  if (deviceIndex != g_dinoTelemetryIndex) {
+  if (deviceIndex != known.deviceIndex) {
     ResetDinoTelemetry(deviceIndex);
   } else {
-    amr = Served(g_dinoCachedAmr, g_dinoCachedAmrAtMs);
+    amr = Served(known.value, known.atMs);
   }
   g_dinoLiteExecutor.PostCoalesced(g_amrKey, RefreshAmrOnOwnerThread);
   return amr;
 }
 
 std::optional<double> PollDinoFov(double amr, std::int32_t selector) {
+  const FieldOfView known = LoadFieldOfView();
   std::optional<double> fov;
-  if (IsForOtherAmr(g_dinoCachedFovAmr, amr)) {
-    g_dinoCachedFov = -1.0;
-    g_dinoCachedFovAmr = amr;
+  if (IsForOtherAmr(known.amr, amr)) {
+    DropFieldOfViewUnlessFor(amr);
   } else {
-    fov = Served(g_dinoCachedFov, g_dinoCachedFovAtMs);
+    fov = Served(known.value, known.atMs);
   }
-  const std::int32_t known = std::max(selector, 0);
-  g_dinoLiteExecutor.PostCoalesced(g_fovKey, [amr, known] { RefreshFovOnOwnerThread(amr, known); });
+  const std::int32_t wanted = std::max(selector, 0);
+  g_dinoLiteExecutor.PostCoalesced(g_fovKey,
+                                   [amr, wanted] { RefreshFovOnOwnerThread(amr, wanted); });
   return fov;
 }
 
@@ -142,10 +185,10 @@ DinoDebugState CopyDinoDebugState() {
     const std::lock_guard lock(g_dinoSnapshotMutex);
     state.snapshot = g_dinoCachedSnapshot;
   }
-  const std::int64_t stamp = g_dinoCachedAmrAtMs;
-  state.cachedAmr = ReadingOrNothing(g_dinoCachedAmr);
-  if (stamp >= 1) {
-    state.cachedAmrAgeMs = SteadyMs() - stamp;
+  const Magnification known = LoadMagnification();
+  state.cachedAmr = ReadingOrNothing(known.value);
+  if (known.atMs >= 1) {
+    state.cachedAmrAgeMs = SteadyMs() - known.atMs;
   }
   return state;
 }

@@ -11,15 +11,18 @@
 #include <optional>
 
 #include "devices/dino_lite_binding.h"
+#include "devices/reading_record.h"
 
 namespace ostrel_native {
 
 extern std::mutex g_dinoSnapshotMutex;                       ///< a leaf: held for copies and moves
 extern DinoLiteBinding::DebugSnapshot g_dinoCachedSnapshot;  // guarded by g_dinoSnapshotMutex
 
-// The cache: written by the owner thread, read by the script thread, reset by both. A value is
-// written before its stamp and read after it; a reader may still see the value of one reading with
-// the stamp of another, which does no harm.
+/// What the cache below is written and read under, so that a value is served with the
+/// magnification, the device and the stamp that it belongs to.
+extern ReadingRecord g_dinoTelemetry;
+
+// The cache: written by the owner thread, read by script threads, reset by both.
 extern std::atomic<std::int32_t> g_dinoTelemetryIndex;  ///< of the device that the rest is about
 extern std::atomic<double> g_dinoCachedAmr;             ///< last accepted magnification; or -1
 extern std::atomic<std::int64_t> g_dinoCachedAmrAtMs;   ///< when it was read; 0: never

@@ -1,5 +1,7 @@
 #include "devices/ostrel_binding.h"
 
+#include <cassert>
+
 #include "addon/common.h"
 #include "addon/native_library.h"
 #include "devices/binding_error.h"
@@ -18,25 +20,41 @@ static_assert(kSymbolCount == 22);
 static_assert(std::atomic<bool>::is_always_lock_free);
 static_assert(std::atomic<std::int32_t>::is_always_lock_free);
 
-// In the order of the table, the required entries first. False, with the last error set, at the
-// first missing one.
-bool LoadTable(void* handle, OstrelApi& api) {
+// In the order of the list. False, with the last error set, at the first missing one.
+bool LoadRequiredTable(void* handle, OstrelApi& api) {
 #define REQUIRED(name, result, parameters)             \
   if (!LoadRequiredSymbol(handle, #name, &api.name)) { \
     return false;                                      \
   }
 #define OPTIONAL(name, result, parameters)
 #include "devices/ostrel_symbols.h"
-#define REQUIRED(name, result, parameters)
-#define OPTIONAL(name, result, parameters) \
-  api.name = reinterpret_cast<decltype(api.name)>(LoadSymbol(handle, #name));
-#include "devices/ostrel_symbols.h"
   return true;
+}
+
+// In an order of their own, the versions before all else.
+void LoadOptionalTable(void* handle, OstrelApi& api) {
+  const auto take = [handle]<typename Fn>(const char* name, Fn& entry) {
+    entry = reinterpret_cast<Fn>(LoadSymbol(handle, name));
+  };
+  take("GetVersionInfo", api.GetVersionInfo);
+  take("GetProtocolVersionInfo", api.GetProtocolVersionInfo);
+  take("GetApiVersion", api.GetApiVersion);
+  take("GetPixelSizeInfo", api.GetPixelSizeInfo);
+  take("GetLensGroupInfo", api.GetLensGroupInfo);
+  take("TriggerAutoFocus", api.TriggerAutoFocus);
+  take("GetFocusPosition", api.GetFocusPosition);
+  take("SetFocusPosition", api.SetFocusPosition);
+  take("FocusNearStep", api.FocusNearStep);
+  take("FocusFarStep", api.FocusFarStep);
+  take("GetLedState", api.GetLedState);
+  take("SetLedState", api.SetLedState);
+  take("GetLastErrorString", api.GetLastErrorString);
 }
 
 }  // namespace
 
 bool OstrelBinding::Load(const std::string& explicitPath) {
+  assert(g_ostrelExecutor.IsOwnerThread());
   if (loaded) {
     return true;
   }
@@ -46,13 +64,14 @@ bool OstrelBinding::Load(const std::string& explicitPath) {
     if (handle == nullptr) {
       continue;
     }
-    if (!LoadTable(handle, api)) {
+    if (!LoadRequiredTable(handle, api)) {
       // The entries of a refused library point into code that is about to be unmapped.
       api = {};
       CloseLibrary(handle);
       handle = nullptr;
       continue;
     }
+    LoadOptionalTable(handle, api);
     initialized = false;
     path = candidate;
     loaded.store(true, std::memory_order_release);
@@ -125,8 +144,11 @@ std::string OstrelBinding::LastErrorText() const {
   if (table == nullptr || table->GetLastErrorString == nullptr) {
     return "";
   }
-  const std::lock_guard lock(libraryTextMutex);
-  return SafeCString(table->GetLastErrorString());
+  const auto read = [this, table] {
+    const std::lock_guard lock(libraryTextMutex);
+    return SafeCString(table->GetLastErrorString());
+  };
+  return g_ostrelExecutor.CallHere(read).value_or("");
 }
 
 }  // namespace ostrel_native

@@ -72,7 +72,8 @@ struct OstrelBinding {
   /// Thread: any.
   void SetBindingError(const std::string& text);
 
-  /// The binding's own error text; where that is empty, the library's.
+  /// The binding's own error text; where that is empty, the library's. Empty, with the last error
+  /// set, where the library throws an exception.
   /// Thread: any environment, one after the other; this calls the library there.
   std::string LastErrorText() const;
 

@@ -1,5 +1,7 @@
 #include "devices/ostrel_devices.h"
 
+#include <cassert>
+
 #include "addon/common.h"
 #include "devices/device_list.h"
 #include "devices/ostrel_binding.h"
@@ -11,14 +13,15 @@ namespace {
 
 using ReadTextFn = decltype(OstrelApi::GetDeviceUniqueId);
 
-std::string ReadDeviceText(ReadTextFn OstrelApi::*entry, int index) {
+std::string ReadDeviceTextOnOwnerThread(ReadTextFn OstrelApi::*entry, int index) {
+  assert(g_ostrelExecutor.IsOwnerThread());
   if (!g_ostrel.Init(false) || g_ostrel.api.*entry == nullptr) {
     return "";
   }
   return WCharPtrToUtf8((g_ostrel.api.*entry)(index));
 }
 
-bool IsAvailable(int index) {
+bool IsAvailableOnOwnerThread(int index) {
   return index >= 0 && g_ostrel.Init(false) && g_ostrel.initialized &&
          index < g_ostrel.api.GetDevicesCount();
 }
@@ -26,27 +29,32 @@ bool IsAvailable(int index) {
 }  // namespace
 
 int CountOstrelDevicesOnOwnerThread() {
+  assert(g_ostrelExecutor.IsOwnerThread());
   return g_ostrel.Init(false) && g_ostrel.initialized ? g_ostrel.api.GetDevicesCount() : 0;
 }
 
 std::string ReadOstrelDeviceIdentifierOnOwnerThread(int index) {
-  return ReadDeviceText(&OstrelApi::GetDeviceUniqueId, index);
+  return ReadDeviceTextOnOwnerThread(&OstrelApi::GetDeviceUniqueId, index);
 }
 
 std::string ReadOstrelDeviceNameOnOwnerThread(int index) {
-  return ReadDeviceText(&OstrelApi::GetDeviceFriendlyName, index);
+  return ReadDeviceTextOnOwnerThread(&OstrelApi::GetDeviceFriendlyName, index);
 }
 
 std::vector<VendorDeviceSnapshot> ListOstrelDevicesOnOwnerThread() {
-  return ListDevices(CountOstrelDevicesOnOwnerThread(), ReadOstrelDeviceIdentifierOnOwnerThread,
-                     ReadOstrelDeviceNameOnOwnerThread);
+  const int count = CountOstrelDevicesOnOwnerThread();
+  return ListDevices(
+      count, ReadOstrelDeviceIdentifierOnOwnerThread, ReadOstrelDeviceNameOnOwnerThread, [count] {
+        g_ostrel.SetBindingError(TooManyToListText(g_ostrelExecutor.name, count, "devices"));
+      });
 }
 
 bool SelectOstrelDeviceOnOwnerThread(int index) {
+  assert(g_ostrelExecutor.IsOwnerThread());
   if (!g_ostrel.Init(false) || g_ostrel.api.SelectDeviceNumber == nullptr) {
     return false;
   }
-  if (!IsAvailable(index)) {
+  if (!IsAvailableOnOwnerThread(index)) {
     g_ostrel.SetBindingError("Ostrel SDK device selection received an unavailable device index");
     return false;
   }
@@ -62,6 +70,7 @@ bool SelectOstrelDeviceOnOwnerThread(int index) {
 }
 
 void DisposeOstrelOnOwnerThread() {
+  assert(g_ostrelExecutor.IsOwnerThread());
   g_ostrel.Dispose();
 }
 

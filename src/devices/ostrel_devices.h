@@ -45,7 +45,8 @@ std::string OstrelDeviceIdentifier(int index,
                                    std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 std::string OstrelDeviceName(int index, std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 
-/// All devices in the library's order; empty on failure.
+/// All devices in the library's order; empty on failure. Where the library counts more than
+/// `kMostListed`, empty as well, and both error texts say so.
 /// Thread: pool.
 std::vector<VendorDeviceSnapshot> ListOstrelDevices(
     std::chrono::milliseconds timeout = kInitialisationTimeout);

@@ -9,6 +9,7 @@ namespace ostrel_native {
 
 OSTREL_INIT_OSTREL OstrelBinding g_ostrel;
 
+constinit ReadingRecord g_ostrelTelemetry;
 constinit std::atomic<std::int32_t> g_ostrelCachedStatus{-1};
 constinit std::atomic<float> g_ostrelCachedPixelSize{-1.0F};
 constinit std::atomic<std::int32_t> g_ostrelCachedPixelWidth{0};

@@ -1,5 +1,6 @@
 #include "devices/ostrel_operations.h"
 
+#include <cassert>
 #include <thread>
 
 #include "devices/ostrel_binding.h"
@@ -18,6 +19,7 @@ constexpr std::chrono::milliseconds kFocusSettleTime{150};
 // `entry` is the command's member of the table, `arguments` what it is called with.
 template <typename Fn, typename... Arguments>
 bool RunFocusCommandOnOwnerThread(Fn OstrelApi::*entry, Arguments... arguments) {
+  assert(g_ostrelExecutor.IsOwnerThread());
   if (!g_ostrel.Init(false) || g_ostrel.api.*entry == nullptr ||
       (g_ostrel.api.*entry)(arguments...) == 0) {
     return false;
@@ -37,6 +39,7 @@ bool InvokeFocusCommand(std::chrono::milliseconds timeout, Fn OstrelApi::*entry,
 }
 
 bool SwitchLedOnOwnerThread(bool on) {
+  assert(g_ostrelExecutor.IsOwnerThread());
   return g_ostrel.Init(false) && g_ostrel.api.SetLedState != nullptr &&
          g_ostrel.api.SetLedState(on) != 0;
 }
@@ -69,12 +72,15 @@ bool SwitchOstrelLed(bool on, std::chrono::milliseconds timeout) {
 }
 
 int ReadOstrelLedState() {
-  std::int32_t state = 0;
-  if (!g_ostrel.InitUnlessBusy() || g_ostrel.api.GetLedState == nullptr ||
-      g_ostrel.api.GetLedState(&state) == 0) {
-    return -1;
-  }
-  return state != 0 ? 1 : 0;
+  const auto read = [] {
+    std::int32_t state = 0;
+    if (!g_ostrel.InitUnlessBusy() || g_ostrel.api.GetLedState == nullptr ||
+        g_ostrel.api.GetLedState(&state) == 0) {
+      return -1;
+    }
+    return state != 0 ? 1 : 0;
+  };
+  return g_ostrelExecutor.CallHere(read).value_or(-1);
 }
 
 OstrelFeatures ReadOstrelFeatures() {
@@ -82,7 +88,10 @@ OstrelFeatures ReadOstrelFeatures() {
   if (api == nullptr) {
     return {.apiVersion = kFirstApiVersion};
   }
-  return {.apiVersion = api->GetApiVersion != nullptr ? api->GetApiVersion() : kFirstApiVersion,
+  const auto version = [api] {
+    return api->GetApiVersion != nullptr ? api->GetApiVersion() : kFirstApiVersion;
+  };
+  return {.apiVersion = g_ostrelExecutor.CallHere(version).value_or(kFirstApiVersion),
           .focus = api->TriggerAutoFocus != nullptr && api->GetFocusPosition != nullptr &&
                    api->SetFocusPosition != nullptr && api->FocusNearStep != nullptr &&
                    api->FocusFarStep != nullptr,

@@ -24,8 +24,9 @@ bool MoveOstrelFocus(int position, std::chrono::milliseconds timeout = kOrdinary
 /// Thread: pool.
 bool SwitchOstrelLed(bool on, std::chrono::milliseconds timeout = kOrdinaryCallTimeout);
 
-/// 1 on, 0 off, -1 unknown. Starts the library if need be; while another thread is starting it or
-/// shutting it down, the light is unknown.
+/// 1 on, 0 off, -1 unknown; that also, with the last error set, where the library throws an
+/// exception. Starts the library if need be; while another thread is starting it or shutting it
+/// down, the light is unknown.
 /// Thread: any environment, several at once; this calls the library there, which may be busy on its
 /// owner thread.
 int ReadOstrelLedState();
@@ -38,7 +39,8 @@ struct OstrelFeatures {
   bool lensGroupInfo = false;
 };
 
-/// What the loaded library can do; nothing, and version 1.0, where none is loaded.
+/// What the loaded library can do; nothing, and version 1.0, where none is loaded. A library that
+/// throws an exception at the question for its version has version 1.0, with the last error set.
 /// Thread: any environment, several at once; this calls the library there.
 OstrelFeatures ReadOstrelFeatures();
 

@@ -1,5 +1,7 @@
 #include "devices/ostrel_telemetry.h"
 
+#include <cassert>
+
 #include "devices/cache_age.h"
 #include "devices/ostrel_binding.h"
 
@@ -13,18 +15,25 @@ static_assert(std::atomic<float>::is_always_lock_free);
 
 constinit CoalescedKey g_telemetryKey = {"telemetry"};
 
+// A value as a poll loads it.
+template <typename T>
+struct Stamped {
+  T value;
+  std::int64_t atMs;
+};
+
 bool IsTelemetryFresh() {
   return IsFreshNow(g_ostrelCachedTelemetryAtMs);
 }
 
-void ReadStatus() {
+void ReadStatusOnOwnerThread() {
   g_ostrelCachedStatus = g_ostrel.Init(false) && g_ostrel.api.GetScopeStatus != nullptr
                              ? g_ostrel.api.GetScopeStatus()
                              : -1;
 }
 
 // A library without the detailed form gives the bare size, where zero and less is no size.
-bool ReadPixelSizeInto(float& size, std::uint16_t& width, std::uint16_t& height) {
+bool AskPixelSizeOnOwnerThread(float& size, std::uint16_t& width, std::uint16_t& height) {
   const OstrelApi& api = g_ostrel.api;
   if (!g_ostrel.Init(false)) {
     return false;
@@ -43,39 +52,43 @@ bool ReadPixelSizeInto(float& size, std::uint16_t& width, std::uint16_t& height)
   return true;
 }
 
-void ReadPixelSize() {
+void ReadPixelSizeOnOwnerThread() {
   float size = -1.0F;
   std::uint16_t width = 0;
   std::uint16_t height = 0;
-  const bool ok = ReadPixelSizeInto(size, width, height);
-  // What a failed call left in them is kept, too.
-  g_ostrelCachedPixelSize = size;
-  g_ostrelCachedPixelWidth = width;
-  g_ostrelCachedPixelHeight = height;
-  g_ostrelCachedPixelInfoOk = ok;
+  const bool ok = AskPixelSizeOnOwnerThread(size, width, height);
+  g_ostrelTelemetry.Write([=] {
+    // What a failed call left in them is kept, too.
+    g_ostrelCachedPixelSize = size;
+    g_ostrelCachedPixelWidth = width;
+    g_ostrelCachedPixelHeight = height;
+    g_ostrelCachedPixelInfoOk = ok;
+  });
 }
 
-void ReadLensGroup() {
+void ReadLensGroupOnOwnerThread() {
   std::uint16_t driver = 0;
   std::uint8_t group = 0;
   const bool ok = g_ostrel.Init(false) && g_ostrel.api.GetLensGroupInfo != nullptr &&
                   g_ostrel.api.GetLensGroupInfo(&driver, &group) != 0;
-  g_ostrelCachedLensGroupRaw = std::uint32_t{driver} << 16 | group;
-  g_ostrelCachedLensGroupOk = ok;
+  g_ostrelTelemetry.Write([=] {
+    g_ostrelCachedLensGroupRaw = std::uint32_t{driver} << 16 | group;
+    g_ostrelCachedLensGroupOk = ok;
+  });
 }
 
 // Only ever sets: a press is kept until it is reported.
-void LatchCaptureButton() {
+void LatchCaptureButtonOnOwnerThread() {
   if (g_ostrel.Init(false) && g_ostrel.api.IsCapturePressed != nullptr &&
       g_ostrel.api.IsCapturePressed() != 0) {
     g_ostrelCachedCapturePressed = true;
   }
 }
 
-void ReadAllButTheButton() {
-  ReadStatus();
-  ReadPixelSize();
-  ReadLensGroup();
+void ReadAllButTheButtonOnOwnerThread() {
+  ReadStatusOnOwnerThread();
+  ReadPixelSizeOnOwnerThread();
+  ReadLensGroupOnOwnerThread();
   RefreshOstrelFocusCacheOnOwnerThread();
 }
 
@@ -86,26 +99,32 @@ void ScheduleOstrelTelemetry() {
 }
 
 void RunOstrelTelemetryPassOnOwnerThread() {
-  ReadAllButTheButton();
-  LatchCaptureButton();
+  assert(g_ostrelExecutor.IsOwnerThread());
+  ReadAllButTheButtonOnOwnerThread();
+  LatchCaptureButtonOnOwnerThread();
   g_ostrelCachedTelemetryAtMs = SteadyMs();
 }
 
 void PrimeOstrelTelemetryOnOwnerThread() {
-  ReadAllButTheButton();
+  assert(g_ostrelExecutor.IsOwnerThread());
+  ReadAllButTheButtonOnOwnerThread();
   g_ostrelCachedTelemetryAtMs = SteadyMs();
 }
 
 void RefreshOstrelFocusCacheOnOwnerThread() {
+  assert(g_ostrelExecutor.IsOwnerThread());
   std::uint16_t position = 0;
   if (g_ostrel.Init(false) && g_ostrel.api.GetFocusPosition != nullptr &&
       g_ostrel.api.GetFocusPosition(&position) != 0) {
-    g_ostrelCachedFocusPosition = position;
-    g_ostrelCachedFocusAtMs = SteadyMs();
+    g_ostrelTelemetry.Write([position, now = SteadyMs()] {
+      g_ostrelCachedFocusPosition = position;
+      g_ostrelCachedFocusAtMs = now;
+    });
   }
 }
 
 void UpdateOstrelVersionSnapshotsOnOwnerThread() {
+  assert(g_ostrelExecutor.IsOwnerThread());
   const OstrelApi& api = g_ostrel.api;
   OstrelVersion version;
   if (g_ostrel.Init(false) && api.GetVersionInfo != nullptr) {
@@ -125,17 +144,19 @@ void UpdateOstrelVersionSnapshotsOnOwnerThread() {
 }
 
 void ResetOstrelTelemetry() {
-  g_ostrelCachedStatus = -1;
-  g_ostrelCachedPixelSize = -1.0F;
-  g_ostrelCachedPixelWidth = 0;
-  g_ostrelCachedPixelHeight = 0;
-  g_ostrelCachedPixelInfoOk = false;
-  g_ostrelCachedLensGroupRaw = 0;
-  g_ostrelCachedLensGroupOk = false;
-  g_ostrelCachedCapturePressed = false;
-  g_ostrelCachedTelemetryAtMs = 0;
-  g_ostrelCachedFocusPosition = -1;
-  g_ostrelCachedFocusAtMs = 0;
+  g_ostrelTelemetry.Write([] {
+    g_ostrelCachedStatus = -1;
+    g_ostrelCachedPixelSize = -1.0F;
+    g_ostrelCachedPixelWidth = 0;
+    g_ostrelCachedPixelHeight = 0;
+    g_ostrelCachedPixelInfoOk = false;
+    g_ostrelCachedLensGroupRaw = 0;
+    g_ostrelCachedLensGroupOk = false;
+    g_ostrelCachedCapturePressed = false;
+    g_ostrelCachedTelemetryAtMs = 0;
+    g_ostrelCachedFocusPosition = -1;
+    g_ostrelCachedFocusAtMs = 0;
+  });
 }
 
 void ClearOstrelVersionSnapshots() {
@@ -144,8 +165,8 @@ void ClearOstrelVersionSnapshots() {
   g_ostrelCachedProtocol = {};
 }
 
-// Each poll reads before it asks for the next pass: an owner thread that is quick enough could
-// otherwise answer with that very pass.
+// Each poll reads the cache before it asks for the next pass: an owner thread that is quick enough
+// could otherwise answer with that very pass.
 
 std::int32_t PollOstrelStatus() {
   const std::int32_t status = IsTelemetryFresh() ? g_ostrelCachedStatus.load() : -1;
@@ -160,27 +181,27 @@ float PollOstrelPixelSizeMicrons() {
 }
 
 OstrelPixelSize PollOstrelPixelSize() {
-  OstrelPixelSize size;
-  if (IsTelemetryFresh()) {
-    size = {.ok = g_ostrelCachedPixelInfoOk,
-            .micronsPerPixel = g_ostrelCachedPixelSize,
-            .width = g_ostrelCachedPixelWidth,
-            .height = g_ostrelCachedPixelHeight};
-  }
+  const auto read = g_ostrelTelemetry.Read([] {
+    return Stamped<OstrelPixelSize>{{.ok = g_ostrelCachedPixelInfoOk,
+                                     .micronsPerPixel = g_ostrelCachedPixelSize,
+                                     .width = g_ostrelCachedPixelWidth,
+                                     .height = g_ostrelCachedPixelHeight},
+                                    g_ostrelCachedTelemetryAtMs};
+  });
   ScheduleOstrelTelemetry();
-  return size;
+  return IsFreshNow(read.atMs) ? read.value : OstrelPixelSize{};
 }
 
 OstrelLensGroup PollOstrelLensGroup() {
-  OstrelLensGroup lens;
-  if (IsTelemetryFresh()) {
+  const auto read = g_ostrelTelemetry.Read([] {
     const std::uint32_t raw = g_ostrelCachedLensGroupRaw;
-    lens = {.ok = g_ostrelCachedLensGroupOk,
-            .lensDriver = static_cast<std::uint16_t>(raw >> 16),
-            .lensGroup = static_cast<std::uint8_t>(raw & 0xFF)};
-  }
+    return Stamped<OstrelLensGroup>{{.ok = g_ostrelCachedLensGroupOk,
+                                     .lensDriver = static_cast<std::uint16_t>(raw >> 16),
+                                     .lensGroup = static_cast<std::uint8_t>(raw & 0xFF)},
+                                    g_ostrelCachedTelemetryAtMs};
+  });
   ScheduleOstrelTelemetry();
-  return lens;
+  return IsFreshNow(read.atMs) ? read.value : OstrelLensGroup{};
 }
 
 bool PollOstrelCapturePressed() {
@@ -191,7 +212,10 @@ bool PollOstrelCapturePressed() {
 }
 
 std::int32_t CachedOstrelFocusPosition() {
-  return IsFreshNow(g_ostrelCachedFocusAtMs) ? g_ostrelCachedFocusPosition.load() : -1;
+  const auto read = g_ostrelTelemetry.Read([] {
+    return Stamped<std::int32_t>{g_ostrelCachedFocusPosition, g_ostrelCachedFocusAtMs};
+  });
+  return IsFreshNow(read.atMs) ? read.value : -1;
 }
 
 std::optional<OstrelVersion> CachedOstrelVersion() {

@@ -10,10 +10,16 @@
 #include <mutex>
 #include <optional>
 
+#include "devices/reading_record.h"
+
 namespace ostrel_native {
 
-// The cache: written by the owner thread, read by the script thread, reset by both and by pool
-// threads. Each cell stands for itself; a reader may see cells of two passes.
+/// What the cache below is written and read under: the values of one call into the library are a
+/// record, with the stamp of the last pass; a reader may see the records of two passes.
+extern ReadingRecord g_ostrelTelemetry;
+
+// The cache: written by the owner thread, read by script threads, reset by both and by pool
+// threads.
 extern std::atomic<std::int32_t> g_ostrelCachedStatus;         ///< -1: could not be read
 extern std::atomic<float> g_ostrelCachedPixelSize;             ///< micrometres a pixel; or -1
 extern std::atomic<std::int32_t> g_ostrelCachedPixelWidth;     ///< pixels

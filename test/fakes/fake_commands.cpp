@@ -231,6 +231,11 @@ bool RunScriptCommand(FakeData& data, const std::string& name, Words& words) {
   } else if (name == "delay") {
     FakeScript& script = data.scripts[words.Key()];
     script.delayMs = words.Int();
+  } else if (name == "throw") {
+    FakeScript& script = data.scripts[words.Key()];
+    script.thrown = std::string(words.rest.substr(std::min<std::size_t>(1, words.rest.size())));
+  } else if (name == "throw_number") {
+    data.scripts[words.Key()].thrown = "";
   } else if (name == "block") {
     Block(data, words);
   } else if (name == "release") {

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstring>
 #include <new>
+#include <stdexcept>
 #include <thread>
 #include <utility>
 
@@ -171,9 +172,26 @@ FakeCall::FakeCall(const char* symbol, std::initializer_list<FakeArgument> argum
     lock.lock();
   }
   result = state.destroyed ? -1 : TakeAnswer(state.data, keys, builtIn);
+
+  const FakeScript* const throwing = FindScript(
+      state.data, keys, [](const FakeScript& candidate) { return candidate.thrown.has_value(); });
+  if (throwing != nullptr) {
+    const std::string what = *throwing->thrown;
+    lock.unlock();
+    // There will be no destructor of this call.
+    Finish();
+    if (what.empty()) {
+      throw 1;
+    }
+    throw std::runtime_error(what);
+  }
 }
 
 FakeCall::~FakeCall() {
+  Finish();
+}
+
+void FakeCall::Finish() const {
   FakeState& state = TheFakeState();
   const std::lock_guard lock(state.mutex);
   for (const std::string& key : keys) {

@@ -23,6 +23,8 @@
 //   wide KEY N...              text answer of these 32-bit characters, terminated
 //   wide_unterminated KEY N M  text answer: M times the character N, then memory that is not there
 //   delay KEY MS               each call sleeps before it answers
+//   throw KEY TEXT             each call throws a std::runtime_error with this text
+//   throw_number KEY           each call throws an int
 //   block KEY [until KEY2]     hold calls as they enter, until a release or a call of KEY2
 //   release KEY [N]            let N held or later calls pass; without N, open for good
 //   wait_entered KEY N [MS]    wait until N calls in all have entered; "ok n" or "error: ..."
@@ -95,6 +97,9 @@ struct FakeCall {
 
   /// Counts a delivered frame and writes its content, never beyond `capacity` bytes.
   void WriteFrame(void* buffer, int capacity) const;
+
+  /// What the end of a call leaves in the log and the statistics.
+  void Finish() const;
 
   std::int64_t result = 0;
   std::vector<std::string> keys;  ///< most specific first, the bare symbol last

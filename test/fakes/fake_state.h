@@ -29,6 +29,7 @@ struct FakeScript {
   std::optional<FakeText> text;
   std::optional<std::vector<wchar_t>> wideText;  ///< with its terminator, if it has one
   std::optional<int> delayMs;
+  std::optional<std::string> thrown;  ///< the text of what is thrown; empty for a number
   bool held = false;
   int passes = 0;                  ///< calls that may pass while held
   std::vector<std::string> opens;  ///< keys whose gate a call of this key opens

@@ -8,6 +8,7 @@
 
 #include "unit/support/child_process.h"
 #include "unit/support/dino_fixture.h"
+#include "unit/support/symbol_spy.h"
 #include "unit/support/temporary_directory.h"
 
 namespace ostrel_native {
@@ -66,7 +67,7 @@ TEST_F(DinoTest, IsEmptyBeforeALoad) {
 
 TEST_F(DinoTest, LoadsAllEntriesWithoutCallingAnyAndClearsBothTexts) {
   SetErrors(kEarlierError);
-  EXPECT_TRUE(g_dinoLite.Load(FakePath("libdinolite.so")));
+  EXPECT_TRUE(TryLoad(FakePath("libdinolite.so")));
   EXPECT_TRUE(AbsentEntries().empty());
   EXPECT_TRUE(g_dinoLite.loaded);
   EXPECT_EQ(g_dinoLite.backendKind, DinoBackendKind::LibDinoLite);
@@ -78,10 +79,23 @@ TEST_F(DinoTest, LoadsAllEntriesWithoutCallingAnyAndClearsBothTexts) {
   EXPECT_TRUE(fake.Calls().empty());
 }
 
+TEST_F(DinoTest, LooksUpTheRequiredEntriesAndThenTheOthersTheLightFirst) {
+  LookedUpSymbols().clear();
+  ASSERT_TRUE(TryLoad(FakePath("libdinolite.so")));
+  std::vector<std::string> expected = kRequired;
+  for (const char* optional :
+       {"dl_led_mode_count", "dl_led_mode", "dl_set_led_state", "dl_unselect_device",
+        "dl_get_amr_update_count", "dl_get_fovx", "dl_supports_amr",
+        "dl_initialize_selected_device", "dl_get_last_error"}) {
+    expected.emplace_back(optional);
+  }
+  EXPECT_EQ(LookedUpSymbols(), expected);
+}
+
 TEST_F(DinoTest, KeepsTheFirstLibraryAndTheTextsAtALaterLoad) {
   Load();
   SetErrors(kEarlierError);
-  EXPECT_TRUE(g_dinoLite.Load("/nowhere/libdinolite.so"));
+  EXPECT_TRUE(TryLoad("/nowhere/libdinolite.so"));
   EXPECT_EQ(g_dinoLite.path, FakePath("libdinolite.so"));
   EXPECT_EQ(Errors(), Both(kEarlierError));
 }
@@ -94,7 +108,7 @@ TEST_F(DinoTest, RefusesALibraryThatLacksARequiredEntryAndClosesIt) {
                            "dl_microtouch_pressed"}));
   for (const std::string& missing : kRequired) {
     const std::string path = FakePath("without_" + missing + "/libdinolite.so");
-    EXPECT_FALSE(g_dinoLite.Load(path)) << missing;
+    EXPECT_FALSE(TryLoad(path)) << missing;
     EXPECT_EQ(Errors(), Both(MissingText(missing)));
     ExpectNotLoaded();
     EXPECT_FALSE(IsMapped(path));
@@ -103,7 +117,7 @@ TEST_F(DinoTest, RefusesALibraryThatLacksARequiredEntryAndClosesIt) {
 
 TEST_F(DinoTest, TellsOfTheFirstOfSeveralMissingEntries) {
   // The mathematics library has none of them.
-  EXPECT_FALSE(g_dinoLite.Load("libm.so.6"));
+  EXPECT_FALSE(TryLoad("libm.so.6"));
   EXPECT_EQ(Errors(), Both(MissingText("dl_initialize")));
 }
 
@@ -119,18 +133,18 @@ TEST_F(DinoTest, LoadsALibraryThatLacksAnOptionalEntry) {
 
 TEST_F(DinoTest, TriesNoOtherNameAfterAnExplicitPath) {
   RunWithLibraryPath(OSTREL_TEST_FAKES_DIR, [] {
-    EXPECT_FALSE(g_dinoLite.Load("/nowhere/libdinolite.so"));
+    EXPECT_FALSE(TryLoad("/nowhere/libdinolite.so"));
     EXPECT_EQ(Errors(), Both("Could not load native library '/nowhere/libdinolite.so': "
                              "/nowhere/libdinolite.so: cannot open shared object file: No such "
                              "file or directory"));
-    EXPECT_TRUE(g_dinoLite.Load(""));
+    EXPECT_TRUE(TryLoad(""));
     EXPECT_EQ(g_dinoLite.path, "libdinolite.so");
   });
 }
 
 TEST_F(DinoTest, TellsOfTheFirstNameWhereNeitherIsFound) {
   RunWithLibraryPath("/nowhere", [] {
-    EXPECT_FALSE(g_dinoLite.Load(""));
+    EXPECT_FALSE(TryLoad(""));
     EXPECT_EQ(Errors(), Both("Could not load native library 'libdinolite.so': libdinolite.so: "
                              "cannot open shared object file: No such file or directory"));
   });
@@ -143,7 +157,7 @@ TEST_F(DinoTest, TriesTheSecondNameWhereTheFirstIsNoLibraryThatServes) {
   std::filesystem::create_symlink(FakePath("libdinolite.so"), directory.File("libdinolite.dylib"));
   RunWithLibraryPath(directory.path, [] {
     SetErrors(kEarlierError);
-    EXPECT_TRUE(g_dinoLite.Load(""));
+    EXPECT_TRUE(TryLoad(""));
     EXPECT_EQ(g_dinoLite.path, "libdinolite.dylib");
     EXPECT_EQ(g_dinoLite.resolvedPath, "libdinolite.dylib");
     EXPECT_EQ(Errors(), Both(""));
@@ -156,7 +170,7 @@ TEST_F(DinoTest, TellsOfTheNameThatFailedFirstWhateverFailedLater) {
   std::filesystem::create_symlink(FakePath("without_dl_get_amr/libdinolite.so"),
                                   directory.File("libdinolite.dylib"));
   RunWithLibraryPath(directory.path, [] {
-    EXPECT_FALSE(g_dinoLite.Load(""));
+    EXPECT_FALSE(TryLoad(""));
     EXPECT_EQ(Errors(), Both("Could not load native library 'libdinolite.so': libdinolite.so: "
                              "cannot open shared object file: No such file or directory"));
     ExpectNotLoaded();
@@ -170,7 +184,7 @@ TEST_F(DinoTest, TellsOfTheMissingEntryOfTheFirstNameAndNotOfTheSecond) {
   std::filesystem::create_symlink(FakePath("without_dl_initialize/libdinolite.so"),
                                   directory.File("libdinolite.dylib"));
   RunWithLibraryPath(directory.path, [] {
-    EXPECT_FALSE(g_dinoLite.Load(""));
+    EXPECT_FALSE(TryLoad(""));
     EXPECT_EQ(Errors(), Both(MissingText("dl_get_amr")));
   });
 }
@@ -183,9 +197,9 @@ TEST_F(DinoTest, TellsOfItsOwnFailureWhateverAnotherThreadWritesMeanwhile) {
     }
   });
   for (int i = 0; i < 200; ++i) {
-    EXPECT_FALSE(g_dinoLite.Load(FakePath("without_dl_get_amr/libdinolite.so")));
+    EXPECT_FALSE(TryLoad(FakePath("without_dl_get_amr/libdinolite.so")));
     EXPECT_EQ(Errors().at(0), MissingText("dl_get_amr"));
-    EXPECT_FALSE(g_dinoLite.Load("/dev/null"));
+    EXPECT_FALSE(TryLoad("/dev/null"));
     EXPECT_EQ(Errors().at(0),
               "Could not load native library '/dev/null': /dev/null: file too short");
   }
@@ -193,11 +207,15 @@ TEST_F(DinoTest, TellsOfItsOwnFailureWhateverAnotherThreadWritesMeanwhile) {
   other.join();
 }
 
+void DropSelection() {
+  OnOwnerOf(g_dinoLiteExecutor, [] { g_dinoLite.DropSelectionOnOwnerThread(); });
+}
+
 TEST_F(DinoTest, LetsTheLibraryGoOfADeviceThatTheBindingHasSelectedWithoutAskingIt) {
   Start();
   g_dinoLite.selectedDeviceIndex = 0;
   g_dinoLite.microtouchEnabled = true;
-  g_dinoLite.DropSelection();
+  DropSelection();
   EXPECT_EQ(Calls(), std::vector<std::string>{"dl_unselect_device()"});
   EXPECT_EQ(g_dinoLite.selectedDeviceIndex, -1);
   EXPECT_FALSE(g_dinoLite.microtouchEnabled);
@@ -205,10 +223,10 @@ TEST_F(DinoTest, LetsTheLibraryGoOfADeviceThatTheBindingHasSelectedWithoutAsking
 
 TEST_F(DinoTest, AsksTheLibraryForItsDeviceWhereTheBindingHasNone) {
   Start();
-  g_dinoLite.DropSelection();
+  DropSelection();
   EXPECT_EQ(Calls(), std::vector<std::string>{"dl_get_selected_device()"});
   fake.Send("clear_log\ndefault dl_get_selected_device 0");
-  g_dinoLite.DropSelection();
+  DropSelection();
   EXPECT_EQ(Calls(),
             (std::vector<std::string>{"dl_get_selected_device()", "dl_unselect_device()"}));
 }
@@ -216,8 +234,8 @@ TEST_F(DinoTest, AsksTheLibraryForItsDeviceWhereTheBindingHasNone) {
 TEST_F(DinoTest, AsksForNoDeviceWhereTheLibraryCannotLetItGo) {
   const FakeLibrary library = Start("dl_unselect_device");
   g_dinoLite.selectedDeviceIndex = 1;
-  g_dinoLite.DropSelection();
-  g_dinoLite.DropSelection();
+  DropSelection();
+  DropSelection();
   EXPECT_TRUE(library.Calls().empty());
   EXPECT_EQ(g_dinoLite.selectedDeviceIndex, -1);
 }

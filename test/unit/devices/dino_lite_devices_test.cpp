@@ -263,7 +263,7 @@ TEST_F(DinoDevicesTest, ServesEveryProductByWhatIsLoaded) {
 TEST_F(DinoDevicesTest, CountsTheDevicesAtTheStartAndNeverAgain) {
   Load();
   EXPECT_EQ(CountDinoDevices(), 0);
-  g_dinoLite.Start();
+  StartLibrary();
   fake.Send("clear_log\ndefault dl_devices_count 9");
   EXPECT_EQ(CountDinoDevices(), 2);
   EXPECT_TRUE(fake.Calls().empty());
@@ -305,7 +305,7 @@ TEST_F(DinoDevicesTest, ListsAllDevicesWithTheirTexts) {
       "text dl_get_device_unique_id@0 a\ntext dl_get_device_name@0 A\n"
       "text dl_get_device_unique_id@2 c\ntext dl_get_device_name@2 C");
   EXPECT_TRUE(ListDinoDevices().empty());
-  g_dinoLite.Start();
+  StartLibrary();
   fake.Send("clear_log");
   const std::vector<VendorDeviceSnapshot> devices = ListDinoDevices();
   ASSERT_EQ(devices.size(), 3U);
@@ -321,16 +321,27 @@ TEST_F(DinoDevicesTest, ListsAllDevicesWithTheirTexts) {
 
 TEST_F(DinoDevicesTest, ListsNothingForACountThatNoMachineHasButTellsIt) {
   Load();
-  for (const std::int32_t count : {-1, INT_MIN, 0, 4097, INT_MAX}) {
+  for (const std::int32_t count : {-1, INT_MIN, 0, 65'537, INT_MAX}) {
     fake.Send("default dl_devices_count " + std::to_string(count));
     EXPECT_TRUE(InitDino(true));
     EXPECT_TRUE(ListDinoDevices().empty());
+    const std::string tooMany =
+        "Dino-Lite SDK reported " + std::to_string(count) + " devices; at most 65536 can be listed";
+    EXPECT_EQ(Errors(), Both(count > 0 ? tooMany : ""));
     EXPECT_EQ(CountDinoDevices(), count);
   }
   EXPECT_EQ(fake.Entered("dl_get_device_unique_id"), 0);
-  fake.Send("default dl_devices_count 4096\nlog_limit 0");
+}
+
+TEST_F(DinoDevicesTest, ListsAsManyAs65536Devices) {
+  Load();
+  fake.Send("default dl_devices_count 65536\nlog_limit 0\ntext dl_get_device_name@65535 last");
   EXPECT_TRUE(InitDino(true));
-  EXPECT_EQ(ListDinoDevices().size(), 4096U);
+  const std::vector<VendorDeviceSnapshot> devices = ListDinoDevices(std::chrono::minutes(1));
+  ASSERT_EQ(devices.size(), 65'536U);
+  EXPECT_EQ(devices.back().index, 65'535);
+  EXPECT_EQ(devices.back().name, "last");
+  EXPECT_EQ(Errors(), Both(""));
 }
 
 // Every call with the owner thread held: the failure value in time, the words in the addon's store

@@ -1,16 +1,23 @@
 // The polls of the field of view and of the button.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cmath>
+#include <latch>
 #include <limits>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "devices/cache_age.h"
 #include "devices/dino_lite_devices.h"
 #include "devices/dino_lite_operations.h"
 #include "devices/dino_lite_telemetry.h"
+#include "unit/support/asleep.h"
 #include "unit/support/dino_fixture.h"
+#include "unit/support/eventually.h"
 
 namespace ostrel_native {
 namespace {
@@ -101,6 +108,92 @@ TEST_F(DinoFovTest, DropsALateFieldOfViewForAFormerMagnification) {
   EXPECT_EQ(PollDinoFov(60.0, 0), std::nullopt);
   Flush();
   EXPECT_EQ(PollDinoFov(60.0, 0), 6.0);
+  Flush();
+}
+
+// A reading that has stored its value, and not yet the magnification that it is for.
+TEST_F(DinoFovTest, ServesNothingOfAReadingThatIsStillBeingStored) {
+  g_dinoCachedFov = 5.0;
+  g_dinoCachedFovAmr = 50.0;
+  g_dinoCachedFovAtMs = SteadyMs();
+  std::latch storing{1};
+  std::latch goOn{1};
+  std::thread writer([&] {
+    g_dinoTelemetry.Write([&] {
+      g_dinoCachedFov = 6.0;
+      storing.count_down();
+      goOn.wait();
+      g_dinoCachedFovAmr = 60.0;
+    });
+  });
+  storing.wait();
+  std::atomic<pid_t> thread{0};
+  std::atomic<bool> isServed{false};
+  std::optional<double> served;
+  std::thread poller([&] {
+    thread = gettid();
+    served = PollDinoFov(50.0, 0);
+    isServed = true;
+  });
+  EXPECT_TRUE(Eventually([&] { return isServed || (thread != 0 && IsAsleep(thread)); }));
+  EXPECT_FALSE(isServed);
+  goOn.count_down();
+  writer.join();
+  poller.join();
+  EXPECT_EQ(served, std::nullopt);
+  Flush();
+}
+
+// The lock is held, so a reading is either stored as a whole behind it, or in part before.
+TEST_F(DinoFovTest, StoresAReadingWithItsMagnificationAndItsStampInOneGo) {
+  Load();
+  SendFov(6000.0);
+  {
+    const std::lock_guard lock(g_dinoTelemetry.mutex);
+    g_dinoCachedFovAmr = 60.0;
+    EXPECT_EQ(PollDinoFov(60.0, 0), std::nullopt);
+    fake.WaitFinished("dl_get_fovx", 1);
+    const int owner = fake.Calls().at(0).thread;
+    EXPECT_TRUE(Eventually([owner] { return IsAsleep(owner); }));
+    EXPECT_EQ(g_dinoCachedFov, -1.0);
+    EXPECT_EQ(g_dinoCachedFovAtMs, 0);
+  }
+  Flush();
+  EXPECT_EQ(g_dinoCachedFov, 6.0);
+  EXPECT_EQ(g_dinoCachedFovAmr, 60.0);
+  EXPECT_GT(g_dinoCachedFovAtMs, 0);
+}
+
+// Of a library whose every answer says for which magnification it is.
+TEST_F(DinoFovTest, NeverServesTheFieldOfViewOfAnotherMagnificationHoweverFastTheyChange) {
+  Load();
+  g_dinoLite.dl_get_fovx = [](int, double amr) { return amr * 1000.0; };
+  int served = 0;
+  int others = 0;
+  for (int i = 0; i < 300'000; ++i) {
+    const double amr = 50.0 + i / 3 % 2;
+    if (const std::optional<double> fov = PollDinoFov(amr, 0)) {
+      ++served;
+      others += *fov == amr ? 0 : 1;
+    }
+  }
+  Flush();
+  EXPECT_EQ(others, 0) << "of " << served;
+  EXPECT_GT(served, 0);
+}
+
+TEST_F(DinoFovTest, NeverServesTheFieldOfViewOfAnotherMagnificationToTwoPollersAtOnce) {
+  Load();
+  g_dinoLite.dl_get_fovx = [](int, double amr) { return amr * 1000.0; };
+  const auto poll = [](double amr) {
+    for (int i = 0; i < 100'000; ++i) {
+      const std::optional<double> fov = PollDinoFov(amr, 0);
+      ASSERT_EQ(fov.value_or(amr), amr);
+    }
+  };
+  std::thread other(poll, 60.0);
+  poll(50.0);
+  other.join();
   Flush();
 }
 

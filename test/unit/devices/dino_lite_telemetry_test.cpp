@@ -89,7 +89,7 @@ TEST_F(DinoTelemetryTest, HasNoLightToControlUntilADeviceIsSelected) {
   Start();
   SendLedModes(fake, {16, 1});
   g_dinoLite.ledModes = {16, 1};
-  UpdateDinoSnapshotOnOwnerThread();
+  OnOwner(UpdateDinoSnapshotOnOwnerThread);
   EXPECT_FALSE(Snapshot().supportsLedControl);
 }
 

@@ -10,6 +10,7 @@
 
 #include "unit/support/child_process.h"
 #include "unit/support/ostrel_fixture.h"
+#include "unit/support/symbol_spy.h"
 #include "unit/support/temporary_directory.h"
 
 namespace ostrel_native {
@@ -53,7 +54,7 @@ TEST_F(OstrelTest, IsEmptyBeforeALoad) {
 TEST_F(OstrelTest, LoadsAllEntriesWithoutCallingAnyAndClearsBothTexts) {
   SetErrors(kEarlierError);
   g_ostrel.initialized = true;
-  EXPECT_TRUE(g_ostrel.Load(FakePath("libostrel.so")));
+  EXPECT_TRUE(TryLoad(FakePath("libostrel.so")));
   EXPECT_TRUE(AbsentEntries().empty());
   EXPECT_EQ(g_ostrel.path, FakePath("libostrel.so"));
   EXPECT_TRUE(g_ostrel.loaded);
@@ -63,10 +64,23 @@ TEST_F(OstrelTest, LoadsAllEntriesWithoutCallingAnyAndClearsBothTexts) {
   EXPECT_TRUE(fake.Calls().empty());
 }
 
+TEST_F(OstrelTest, LooksUpTheRequiredEntriesAndThenTheOthersTheVersionsFirst) {
+  LookedUpSymbols().clear();
+  ASSERT_TRUE(TryLoad(FakePath("libostrel.so")));
+  std::vector<std::string> expected = kRequired;
+  for (const char* optional :
+       {"GetVersionInfo", "GetProtocolVersionInfo", "GetApiVersion", "GetPixelSizeInfo",
+        "GetLensGroupInfo", "TriggerAutoFocus", "GetFocusPosition", "SetFocusPosition",
+        "FocusNearStep", "FocusFarStep", "GetLedState", "SetLedState", "GetLastErrorString"}) {
+    expected.emplace_back(optional);
+  }
+  EXPECT_EQ(LookedUpSymbols(), expected);
+}
+
 TEST_F(OstrelTest, KeepsTheFirstLibraryAndTheTextsAtALaterLoad) {
   Load();
   SetErrors(kEarlierError);
-  EXPECT_TRUE(g_ostrel.Load("/nowhere/libostrel.so"));
+  EXPECT_TRUE(TryLoad("/nowhere/libostrel.so"));
   EXPECT_EQ(g_ostrel.path, FakePath("libostrel.so"));
   EXPECT_EQ(Errors(), Both(kEarlierError));
 }
@@ -79,7 +93,7 @@ TEST_F(OstrelTest, RefusesALibraryThatLacksARequiredEntryAndClosesIt) {
   for (const std::string& missing : kRequired) {
     const std::string path = FakePath("without_" + missing + "/libostrel.so");
     SetErrors("");
-    EXPECT_FALSE(g_ostrel.Load(path)) << missing;
+    EXPECT_FALSE(TryLoad(path)) << missing;
     EXPECT_EQ(Errors(), Both(kNotLoaded));
     EXPECT_FALSE(g_ostrel.loaded);
     EXPECT_EQ(g_ostrel.handle, nullptr);
@@ -102,10 +116,10 @@ TEST_F(OstrelTest, LoadsALibraryThatLacksAnOptionalEntry) {
 TEST_F(OstrelTest, TriesNoOtherNameAfterAnExplicitPath) {
   RunWithLibraryPath(OSTREL_TEST_FAKES_DIR, [] {
     for (const char* path : {"/nowhere/libostrel.so", "/etc/hostname", "/"}) {
-      EXPECT_FALSE(g_ostrel.Load(path)) << path;
+      EXPECT_FALSE(TryLoad(path)) << path;
       EXPECT_EQ(Errors(), Both(kNotLoaded));
     }
-    EXPECT_TRUE(g_ostrel.Load(""));
+    EXPECT_TRUE(TryLoad(""));
     EXPECT_EQ(g_ostrel.path, "libostrel.so");
   });
 }
@@ -117,7 +131,7 @@ TEST_F(OstrelTest, TriesTheSecondNameWhereTheFirstIsNoLibraryThatServes) {
   std::filesystem::create_symlink(FakePath("libostrel.so"), directory.File("ostrel.so"));
   RunWithLibraryPath(directory.path, [] {
     SetErrors(kEarlierError);
-    EXPECT_TRUE(g_ostrel.Load(""));
+    EXPECT_TRUE(TryLoad(""));
     EXPECT_EQ(g_ostrel.path, "ostrel.so");
     EXPECT_EQ(Errors(), Both(""));
     EXPECT_FALSE(IsMapped(FakePath("without_IsCapturePressed/libostrel.so")));

@@ -130,13 +130,26 @@ TEST_F(OstrelTest, ListsAllDevicesEachTextCopiedBeforeTheNextCall) {
 
 TEST_F(OstrelTest, ListsNothingForACountThatNoMachineHas) {
   Load();
-  fake.Send("answer GetDevicesCount -1 -2147483648 0 4097 2147483647");
-  for (int i = 0; i < 5; ++i) {
+  for (const int count : {-1, INT_MIN, 0, 65'537, INT_MAX}) {
+    SetErrors("");
+    fake.Send("default GetDevicesCount " + std::to_string(count));
     EXPECT_TRUE(ListOstrelDevices().empty());
+    const std::string tooMany =
+        "Ostrel SDK reported " + std::to_string(count) + " devices; at most 65536 can be listed";
+    EXPECT_EQ(Errors(), Both(count > 0 ? tooMany : ""));
+    EXPECT_EQ(CountOstrelDevices(), count);
   }
   EXPECT_EQ(fake.Entered("GetDeviceUniqueId"), 0);
-  fake.Send("default GetDevicesCount 4096");
-  EXPECT_EQ(ListOstrelDevices().size(), 4096U);
+}
+
+TEST_F(OstrelTest, ListsAsManyAs65536Devices) {
+  Load();
+  fake.Send("default GetDevicesCount 65536\nlog_limit 0\nwide GetDeviceFriendlyName@65535 108");
+  const std::vector<VendorDeviceSnapshot> devices = ListOstrelDevices(std::chrono::minutes(1));
+  ASSERT_EQ(devices.size(), 65'536U);
+  EXPECT_EQ(devices.back().index, 65'535);
+  EXPECT_EQ(devices.back().name, "l");
+  EXPECT_EQ(Errors(), Both(""));
 }
 
 TEST_F(OstrelTest, SelectsADeviceAndReadsItsVersionsAndItsTelemetry) {

@@ -239,5 +239,31 @@ TEST_F(OstrelTest, LacksAFeatureOfWhichOneEntryIsAbsent) {
   EXPECT_EQ(ReadOstrelFeatures().apiVersion, 65536U);
 }
 
+// On the thread of the caller, where no one else would catch it.
+TEST_F(OstrelTest, GivesTheFailureValueWhereTheLibraryThrowsOnTheCallersThread) {
+  Load();
+  ASSERT_TRUE(g_ostrel.Init(false));
+  SetErrors("");
+  fake.Send("throw GetLedState no lamp\nthrow GetApiVersion no version");
+  EXPECT_EQ(ReadOstrelLedState(), -1);
+  EXPECT_EQ(Errors(), (std::vector<std::string>{"", "Ostrel SDK call failed: no lamp"}));
+  const OstrelFeatures features = ReadOstrelFeatures();
+  EXPECT_EQ(features.apiVersion, 65536U);
+  EXPECT_TRUE(features.focus && features.led && features.pixelSizeInfo && features.lensGroupInfo);
+  EXPECT_EQ(GetLastErrorString(), "Ostrel SDK call failed: no version");
+  fake.Send("throw GetLastErrorString no words");
+  EXPECT_EQ(g_ostrel.LastErrorText(), "");
+  EXPECT_EQ(GetLastErrorString(), "Ostrel SDK call failed: no words");
+  fake.Send("throw_number GetLedState");
+  EXPECT_EQ(ReadOstrelLedState(), -1);
+  EXPECT_EQ(GetLastErrorString(), "Ostrel SDK call failed with an unknown error");
+  // A start of the library, too, is made there.
+  fake.Send("throw Init no power");
+  g_ostrel.initialized = false;
+  EXPECT_EQ(ReadOstrelLedState(), -1);
+  EXPECT_EQ(GetLastErrorString(), "Ostrel SDK call failed: no power");
+  EXPECT_FALSE(g_ostrel.initialized);
+}
+
 }  // namespace
 }  // namespace ostrel_native

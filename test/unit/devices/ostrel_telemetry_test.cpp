@@ -1,13 +1,20 @@
 #include "devices/ostrel_telemetry.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cmath>
+#include <latch>
 #include <limits>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "devices/cache_age.h"
+#include "unit/support/asleep.h"
+#include "unit/support/eventually.h"
 #include "unit/support/ostrel_fixture.h"
 
 namespace ostrel_native {
@@ -71,7 +78,7 @@ TEST_F(OstrelTelemetryTest, ReadsEverythingInAPassInItsOrder) {
       "default GetLensGroupInfo.lens_driver 65535\ndefault GetLensGroupInfo.lens_group 200\n"
       "default GetFocusPosition.position 40000\ndefault IsCapturePressed -1");
   const std::int64_t before = SteadyMs();
-  RunOstrelTelemetryPassOnOwnerThread();
+  OnOwner(RunOstrelTelemetryPassOnOwnerThread);
   EXPECT_EQ(fake.CallOrder(), kPass);
   EXPECT_EQ(g_ostrelCachedStatus, -7);
   EXPECT_EQ(g_ostrelCachedPixelSize, 0.1F);
@@ -89,14 +96,14 @@ TEST_F(OstrelTelemetryTest, ReadsEverythingInAPassInItsOrder) {
 TEST_F(OstrelTelemetryTest, PrimesWithoutTheCaptureButton) {
   Start();
   fake.Send("default IsCapturePressed 1");
-  PrimeOstrelTelemetryOnOwnerThread();
+  OnOwner(PrimeOstrelTelemetryOnOwnerThread);
   EXPECT_EQ(fake.CallOrder(), Calls(kPass.begin(), kPass.end() - 1));
   EXPECT_FALSE(g_ostrelCachedCapturePressed);
   EXPECT_GT(g_ostrelCachedTelemetryAtMs, 0);
 }
 
 TEST_F(OstrelTelemetryTest, StampsAPassOfWhichNothingCouldBeRead) {
-  RunOstrelTelemetryPassOnOwnerThread();
+  OnOwner(RunOstrelTelemetryPassOnOwnerThread);
   ExpectNothing();
   EXPECT_GT(g_ostrelCachedTelemetryAtMs, 0);
 }
@@ -105,12 +112,12 @@ TEST_F(OstrelTelemetryTest, TriesToStartTheLibraryForEachReadAndTellsEachTime) {
   Load();
   fake.Send("default Init 0");
   SetErrors("");
-  RunOstrelTelemetryPassOnOwnerThread();
+  OnOwner(RunOstrelTelemetryPassOnOwnerThread);
   EXPECT_EQ(fake.CallOrder(), Calls(5, "Init"));
   EXPECT_EQ(Errors(), Both("Ostrel SDK initialization failed"));
   ExpectNothing();
   fake.Send("clear_log");
-  PrimeOstrelTelemetryOnOwnerThread();
+  OnOwner(PrimeOstrelTelemetryOnOwnerThread);
   EXPECT_EQ(fake.CallOrder(), Calls(4, "Init"));
 }
 
@@ -120,19 +127,19 @@ TEST_F(OstrelTelemetryTest, LeavesTheTextsAloneWhereTheLibraryHasStarted) {
   fake.Send(
       "default GetPixelSizeInfo 0\ndefault GetLensGroupInfo 0\ndefault GetFocusPosition 0\n"
       "default GetScopeStatus -1");
-  RunOstrelTelemetryPassOnOwnerThread();
+  OnOwner(RunOstrelTelemetryPassOnOwnerThread);
   EXPECT_EQ(Errors(), Both(kEarlierError));
 }
 
 TEST_F(OstrelTelemetryTest, KeepsWhatAFailedCallForThePixelSizeLeft) {
   Start();
   fake.Send("default GetPixelSizeInfo 0\ndefault GetPixelSizeInfo.width 640");
-  RunOstrelTelemetryPassOnOwnerThread();
+  OnOwner(RunOstrelTelemetryPassOnOwnerThread);
   EXPECT_FALSE(g_ostrelCachedPixelInfoOk);
   EXPECT_EQ(g_ostrelCachedPixelSize, -1.0F);
   EXPECT_EQ(g_ostrelCachedPixelWidth, 640);
   SendFloat(fake, "default GetPixelSizeInfo.microns_per_pixel", 2.5F);
-  RunOstrelTelemetryPassOnOwnerThread();
+  OnOwner(RunOstrelTelemetryPassOnOwnerThread);
   EXPECT_FALSE(g_ostrelCachedPixelInfoOk);
   EXPECT_EQ(PollOstrelPixelSizeMicrons(), 2.5F);
 }
@@ -142,7 +149,7 @@ TEST_F(OstrelTelemetryTest, TakesTheBareSizeOfALibraryWithoutTheDetailedOne) {
   const auto read = [&plain](float value) {
     g_ostrelCachedPixelWidth = 5;
     SendFloat(plain, "default GetPixelSizeMicrons", value);
-    RunOstrelTelemetryPassOnOwnerThread();
+    OnOwner(RunOstrelTelemetryPassOnOwnerThread);
     EXPECT_EQ(g_ostrelCachedPixelWidth, 0);
     EXPECT_EQ(g_ostrelCachedPixelHeight, 0);
     return g_ostrelCachedPixelInfoOk.load();
@@ -162,23 +169,23 @@ TEST_F(OstrelTelemetryTest, TakesTheBareSizeOfALibraryWithoutTheDetailedOne) {
 TEST_F(OstrelTelemetryTest, CountsAFailedOrAbsentLensAsNone) {
   Start();
   fake.Send("default GetLensGroupInfo.lens_driver 3\nanswer GetLensGroupInfo 0");
-  RunOstrelTelemetryPassOnOwnerThread();
+  OnOwner(RunOstrelTelemetryPassOnOwnerThread);
   EXPECT_EQ(g_ostrelCachedLensGroupRaw, 0x30000U);
   EXPECT_FALSE(g_ostrelCachedLensGroupOk);
   g_ostrel.loaded = false;
   Start("GetLensGroupInfo");
-  RunOstrelTelemetryPassOnOwnerThread();
+  OnOwner(RunOstrelTelemetryPassOnOwnerThread);
   EXPECT_EQ(g_ostrelCachedLensGroupRaw, 0U);
 }
 
 TEST_F(OstrelTelemetryTest, LetsTheLastFocusPositionAgeWhereAReadFails) {
   Start();
   fake.Send("default GetFocusPosition.position 77");
-  RefreshOstrelFocusCacheOnOwnerThread();
+  OnOwner(RefreshOstrelFocusCacheOnOwnerThread);
   fake.Send("default GetFocusPosition 0\ndefault GetFocusPosition.position 88");
   g_ostrelCachedFocusAtMs = SteadyMs() - 1000;
   const std::int64_t stamp = g_ostrelCachedFocusAtMs;
-  RefreshOstrelFocusCacheOnOwnerThread();
+  OnOwner(RefreshOstrelFocusCacheOnOwnerThread);
   EXPECT_EQ(g_ostrelCachedFocusAtMs, stamp);
   EXPECT_EQ(CachedOstrelFocusPosition(), 77);
   g_ostrelCachedFocusAtMs = SteadyMs() - 3000;
@@ -259,12 +266,133 @@ TEST_F(OstrelTelemetryTest, ServesFreshValuesAndNoneThatAreTooOld) {
   Flush();
 }
 
+// The lock is held, so what a call has told is either stored as a whole behind it, or in part
+// before.
+TEST_F(OstrelTelemetryTest, StoresAllThatACallToldInOneGo) {
+  Start();
+  SendFloat(fake, "default GetPixelSizeInfo.microns_per_pixel", 2.5F);
+  fake.Send(
+      "default GetPixelSizeInfo.width 640\ndefault GetPixelSizeInfo.height 480\n"
+      "default GetLensGroupInfo.lens_group 7\nblock GetLensGroupInfo\n"
+      "default GetFocusPosition.position 9\nblock GetFocusPosition");
+  const auto whileHeld = [this](const std::string& symbol, const auto& expectNothingStored) {
+    const std::lock_guard lock(g_ostrelTelemetry.mutex);
+    fake.Send("release " + symbol);
+    fake.WaitFinished(symbol, 1);
+    const int owner = fake.Calls().at(0).thread;
+    EXPECT_TRUE(Eventually([owner] { return IsAsleep(owner); }));
+    expectNothingStored();
+  };
+  fake.Send("block GetPixelSizeInfo");
+  ScheduleOstrelTelemetry();
+  whileHeld("GetPixelSizeInfo", [] {
+    EXPECT_EQ(g_ostrelCachedPixelSize, -1.0F);
+    EXPECT_EQ(g_ostrelCachedPixelWidth, 0);
+    EXPECT_EQ(g_ostrelCachedPixelHeight, 0);
+    EXPECT_FALSE(g_ostrelCachedPixelInfoOk);
+  });
+  whileHeld("GetLensGroupInfo", [] {
+    EXPECT_EQ(g_ostrelCachedPixelHeight, 480);
+    EXPECT_EQ(g_ostrelCachedLensGroupRaw, 0U);
+    EXPECT_FALSE(g_ostrelCachedLensGroupOk);
+  });
+  whileHeld("GetFocusPosition", [] {
+    EXPECT_EQ(g_ostrelCachedLensGroupRaw, 7U);
+    EXPECT_EQ(g_ostrelCachedFocusPosition, -1);
+    EXPECT_EQ(g_ostrelCachedFocusAtMs, 0);
+  });
+  Flush();
+  EXPECT_EQ(g_ostrelCachedFocusPosition, 9);
+}
+
+// A pass that has stored that the size is known, and not yet the size.
+TEST_F(OstrelTelemetryTest, ServesNothingOfAPassThatIsStillBeingStored) {
+  g_ostrelCachedTelemetryAtMs = SteadyMs();
+  std::latch storing{1};
+  std::latch goOn{1};
+  std::thread writer([&] {
+    g_ostrelTelemetry.Write([&] {
+      g_ostrelCachedPixelInfoOk = true;
+      g_ostrelCachedLensGroupOk = true;
+      storing.count_down();
+      goOn.wait();
+      g_ostrelCachedPixelSize = 2.5F;
+      g_ostrelCachedLensGroupRaw = 7;
+    });
+  });
+  storing.wait();
+  std::atomic<pid_t> thread{0};
+  std::atomic<bool> isServed{false};
+  OstrelPixelSize size;
+  OstrelLensGroup lens;
+  std::thread poller([&] {
+    thread = gettid();
+    size = PollOstrelPixelSize();
+    isServed = true;
+  });
+  EXPECT_TRUE(Eventually([&] { return isServed || (thread != 0 && IsAsleep(thread)); }));
+  EXPECT_FALSE(isServed);
+  std::atomic<pid_t> otherThread{0};
+  std::thread other([&] {
+    otherThread = gettid();
+    lens = PollOstrelLensGroup();
+    isServed = true;
+  });
+  EXPECT_TRUE(Eventually([&] { return isServed || (otherThread != 0 && IsAsleep(otherThread)); }));
+  EXPECT_FALSE(isServed);
+  goOn.count_down();
+  writer.join();
+  poller.join();
+  other.join();
+  EXPECT_TRUE(size.ok);
+  EXPECT_EQ(size.micronsPerPixel, 2.5F);
+  EXPECT_TRUE(lens.ok);
+  EXPECT_EQ(lens.lensGroup, 7);
+  Flush();
+}
+
+// Of a library that answers every other time, and then with a size that belongs together.
+TEST_F(OstrelTelemetryTest, NeverServesAPixelSizeOrALensOfTwoReadings) {
+  Start();
+  static std::atomic<int> g_answers;
+  g_ostrel.api.GetScopeStatus = [] { return 1; };
+  g_ostrel.api.GetFocusPosition = [](std::uint16_t*) { return 0; };
+  g_ostrel.api.IsCapturePressed = [] { return 0; };
+  g_ostrel.api.GetPixelSizeInfo = [](float* size, std::uint16_t* width, std::uint16_t* height) {
+    const int answer = ++g_answers;
+    if (answer % 2 == 0) {
+      return 0;
+    }
+    *width = static_cast<std::uint16_t>(answer % 1000 + 1);
+    *height = *width;
+    *size = *width;
+    return 1;
+  };
+  g_ostrel.api.GetLensGroupInfo = [](std::uint16_t* driver, std::uint8_t* group) {
+    const int answer = g_answers;
+    *driver = static_cast<std::uint16_t>(answer % 200);
+    *group = static_cast<std::uint8_t>(answer % 200);
+    return answer % 2;
+  };
+  int mixed = 0;
+  for (int i = 0; i < 200'000; ++i) {
+    const OstrelPixelSize size = PollOstrelPixelSize();
+    const bool isNone = !size.ok && size.micronsPerPixel == -1.0F && size.width == 0;
+    const bool isOne = size.ok && size.micronsPerPixel == static_cast<float>(size.width);
+    mixed += (isNone || isOne) && size.width == size.height ? 0 : 1;
+    const OstrelLensGroup lens = PollOstrelLensGroup();
+    mixed += lens.lensDriver == lens.lensGroup && lens.ok == (lens.lensDriver % 2 == 1) ? 0 : 1;
+  }
+  Flush();
+  EXPECT_EQ(mixed, 0);
+}
+
 TEST_F(OstrelTelemetryTest, ReportsAPressOnceHoweverOldAndTwoAsOne) {
   Start();
   fake.Send("answer IsCapturePressed 1 1 0 0");
-  RunOstrelTelemetryPassOnOwnerThread();
-  RunOstrelTelemetryPassOnOwnerThread();
-  RunOstrelTelemetryPassOnOwnerThread();
+  OnOwner(RunOstrelTelemetryPassOnOwnerThread);
+  OnOwner(RunOstrelTelemetryPassOnOwnerThread);
+  OnOwner(RunOstrelTelemetryPassOnOwnerThread);
   SetPixelSizeAge(100'000);
   EXPECT_TRUE(PollOstrelCapturePressed());
   EXPECT_FALSE(PollOstrelCapturePressed());
@@ -279,8 +407,8 @@ TEST_F(OstrelTelemetryTest, ForgetsEverythingButTheVersions) {
       "default GetScopeStatus 3\ndefault IsCapturePressed 1\ndefault GetLensGroupInfo.lens_group "
       "1\n"
       "default GetPixelSizeInfo.width 5\ndefault GetPixelSizeInfo.height 5");
-  RunOstrelTelemetryPassOnOwnerThread();
-  UpdateOstrelVersionSnapshotsOnOwnerThread();
+  OnOwner(RunOstrelTelemetryPassOnOwnerThread);
+  OnOwner(UpdateOstrelVersionSnapshotsOnOwnerThread);
   ResetOstrelTelemetry();
   ExpectNothing();
   EXPECT_EQ(g_ostrelCachedTelemetryAtMs, 0);
@@ -296,7 +424,7 @@ TEST_F(OstrelTelemetryTest, ReadsBothVersionsWhole) {
       "default GetVersionInfo.software_minor 4\ndefault GetVersionInfo.software_patch 255\n"
       "default GetProtocolVersionInfo.major 40000\ndefault GetProtocolVersionInfo.minor 8\n"
       "default GetProtocolVersionInfo.patch 9");
-  UpdateOstrelVersionSnapshotsOnOwnerThread();
+  OnOwner(UpdateOstrelVersionSnapshotsOnOwnerThread);
   EXPECT_EQ(fake.CallOrder(), (Calls{"GetVersionInfo", "GetProtocolVersionInfo"}));
   const std::optional<OstrelVersion> version = CachedOstrelVersion();
   ASSERT_TRUE(version.has_value());
@@ -318,17 +446,17 @@ TEST_F(OstrelTelemetryTest, ReadsBothVersionsWhole) {
 
 TEST_F(OstrelTelemetryTest, TakesAZeroMajorVersionOrARefusalForNoAnswer) {
   Start();
-  UpdateOstrelVersionSnapshotsOnOwnerThread();
+  OnOwner(UpdateOstrelVersionSnapshotsOnOwnerThread);
   EXPECT_FALSE(CachedOstrelVersion().has_value());
   EXPECT_FALSE(CachedOstrelProtocolVersion().has_value());
   fake.Send(
       "default GetVersionInfo.software_major 1\ndefault GetProtocolVersionInfo.major 1\n"
       "default GetVersionInfo 0\ndefault GetProtocolVersionInfo 0");
-  UpdateOstrelVersionSnapshotsOnOwnerThread();
+  OnOwner(UpdateOstrelVersionSnapshotsOnOwnerThread);
   EXPECT_FALSE(CachedOstrelVersion().has_value());
   EXPECT_FALSE(CachedOstrelProtocolVersion().has_value());
   fake.Send("default GetVersionInfo 1");
-  UpdateOstrelVersionSnapshotsOnOwnerThread();
+  OnOwner(UpdateOstrelVersionSnapshotsOnOwnerThread);
   EXPECT_TRUE(CachedOstrelVersion().has_value());
   EXPECT_FALSE(CachedOstrelProtocolVersion().has_value());
 }
@@ -336,10 +464,10 @@ TEST_F(OstrelTelemetryTest, TakesAZeroMajorVersionOrARefusalForNoAnswer) {
 TEST_F(OstrelTelemetryTest, HasNoVersionsOfALibraryWithoutThem) {
   Start();
   fake.Send("default GetVersionInfo.software_major 1\ndefault GetProtocolVersionInfo.major 1");
-  UpdateOstrelVersionSnapshotsOnOwnerThread();
+  OnOwner(UpdateOstrelVersionSnapshotsOnOwnerThread);
   g_ostrel.api.GetVersionInfo = nullptr;
   g_ostrel.api.GetProtocolVersionInfo = nullptr;
-  UpdateOstrelVersionSnapshotsOnOwnerThread();
+  OnOwner(UpdateOstrelVersionSnapshotsOnOwnerThread);
   EXPECT_FALSE(CachedOstrelVersion().has_value());
   EXPECT_FALSE(CachedOstrelProtocolVersion().has_value());
 }

@@ -292,5 +292,20 @@ TEST(FakeStaticDestructor, AnswersMinusOneAfterTheLibraryHasTornItselfDown) {
   unlink(log.c_str());
 }
 
+TEST_F(FakeControl, ThrowsWhatItIsToldAndCountsTheCallAsFinished) {
+  fake.Send("throw cnokhwa_devices_count out of order");
+  try {
+    count();
+    FAIL() << "nothing was thrown";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "out of order");
+  }
+  EXPECT_TRUE(fake.Calls().at(0).finished);
+  fake.Send("throw_number cnokhwa_devices_count\nwait_finished cnokhwa_devices_count 1");
+  EXPECT_THROW(count(), int);
+  fake.Send("reset");
+  EXPECT_EQ(count(), 0);
+}
+
 }  // namespace
 }  // namespace ostrel_native

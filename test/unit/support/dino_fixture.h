@@ -13,6 +13,7 @@
 #include "devices/dino_lite_telemetry.h"
 #include "fakes/fake_library.h"
 #include "unit/support/device_library.h"
+#include "unit/support/on_owner.h"
 
 namespace ostrel_native {
 
@@ -22,12 +23,18 @@ inline std::string Bits(double value) {
 }
 
 struct DinoTest : testing::Test {
+  /// Runs `fn` on the owner thread, and gives its result.
+  template <typename F>
+  static auto OnOwner(F fn) {
+    return OnOwnerOf(g_dinoLiteExecutor, fn);
+  }
+
   DinoTest() {
     fake.Send("reset");
 #define REQUIRED(name, result, parameters) g_dinoLite.name = nullptr;
 #define OPTIONAL(name, result, parameters) REQUIRED(name, result, parameters)
 #include "devices/dino_lite_symbols.h"
-    g_dinoLite.DropSelection();
+    OnOwner([] { g_dinoLite.DropSelectionOnOwnerThread(); });
     g_dinoLite.handle = nullptr;
     g_dinoLite.loaded = false;
     g_dinoLite.initialized = false;
@@ -45,16 +52,24 @@ struct DinoTest : testing::Test {
         FakePath(missing.empty() ? "libdinolite.so" : "without_" + missing + "/libdinolite.so");
     FakeLibrary library(path);
     library.Send("reset");
-    EXPECT_TRUE(g_dinoLite.Load(path));
+    EXPECT_TRUE(TryLoad(path));
     return library;
   }
 
   /// The same with the library started, and its log empty.
   FakeLibrary Start(const std::string& missing = "") {
     FakeLibrary library = Load(missing);
-    g_dinoLite.Start();
+    StartLibrary();
     library.Send("clear_log");
     return library;
+  }
+
+  static bool TryLoad(const std::string& path) {
+    return OnOwner([path] { return g_dinoLite.Load(path); });
+  }
+
+  static void StartLibrary() {
+    OnOwner([] { g_dinoLite.StartOnOwnerThread(); });
   }
 
   /// Has the library tell of these LED modes.

@@ -11,6 +11,7 @@
 #include "devices/ostrel_telemetry.h"
 #include "fakes/fake_library.h"
 #include "unit/support/device_library.h"
+#include "unit/support/on_owner.h"
 
 namespace ostrel_native {
 
@@ -40,8 +41,18 @@ struct OstrelTest : testing::Test {
         FakePath(missing.empty() ? "libostrel.so" : "without_" + missing + "/libostrel.so");
     FakeLibrary library(path);
     library.Send("reset");
-    EXPECT_TRUE(g_ostrel.Load(path));
+    EXPECT_TRUE(TryLoad(path));
     return library;
+  }
+
+  /// Runs `fn` on the owner thread, and gives its result.
+  template <typename F>
+  static auto OnOwner(F fn) {
+    return OnOwnerOf(g_ostrelExecutor, fn);
+  }
+
+  static bool TryLoad(const std::string& path) {
+    return OnOwner([path] { return g_ostrel.Load(path); });
   }
 
   /// Waits until all that was posted to the owner thread has ended.
