@@ -140,8 +140,7 @@ bool dl_device_supports_amr() {
 
 float dl_get_amr() {
   Microscope* const microscope = Measuring();
-  return microscope == nullptr ? 0.0F
-                               : static_cast<float>(microscope->SceneNow().optics.magnification);
+  return microscope == nullptr ? 0.0F : static_cast<float>(microscope->ReadMagnification());
 }
 
 // In micrometres, for the size of the frames that the camera delivers now.

@@ -16,7 +16,9 @@ Microscope::Microscope(const Settings& settings, int microscopeIndex,
       seed(settings.seed + static_cast<std::uint64_t>(microscopeIndex)),
       drive(settings.focus),
       lightLevel(settings.light == 0 ? 100 : settings.light),
-      litPercent(settings.light == 0 ? 0 : kAllLeds) {
+      litPercent(settings.light == 0 ? 0 : kAllLeds),
+      readingNoise(settings.readingNoise),
+      readingRandom{seed} {
   scene.optics.magnification = settings.magnification;
   scene.stage = settings.stage;
   scene.showsNumber = settings.showsNumbers == 1;
@@ -103,6 +105,15 @@ void Microscope::SetMagnification(int magnification) {
   const std::lock_guard lock(mutex);
   magnificationChanges += magnification == scene.optics.magnification ? 0 : 1;
   scene.optics.magnification = magnification;
+}
+
+double Microscope::ReadMagnification() {
+  constexpr double kSharesOfOne = 10'000.0;
+  const std::lock_guard lock(mutex);
+  const double magnification = scene.optics.magnification;
+  const double farthest = magnification * readingNoise / kSharesOfOne;
+  return std::clamp<double>(magnification + readingRandom.Uniform(-farthest, farthest),
+                            kLeastMagnification, kMostMagnification);
 }
 
 std::uint64_t Microscope::MagnificationChanges() {

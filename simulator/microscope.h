@@ -10,6 +10,7 @@
 #include "simulator/faults.h"
 #include "simulator/focus_drive.h"
 #include "simulator/frame_painter.h"
+#include "simulator/random.h"
 #include "simulator/settings.h"
 #include "simulator/simulated_clock.h"
 
@@ -69,6 +70,11 @@ struct Microscope {
   /// Turns the magnification ring.
   void SetMagnification(int magnification);
 
+  /// What the sensor at the ring reads: a little off the magnification, by another amount at each
+  /// reading, as the settings say, but never beyond the ring's ends. The nth reading of a
+  /// microscope is off by the same share in every run with the same seed.
+  double ReadMagnification();
+
   /// How often the ring has come to another magnification.
   std::uint64_t MagnificationChanges();
 
@@ -108,6 +114,8 @@ struct Microscope {
   int lightLevel;
   int litPercent;  ///< of the lamp's LEDs
   std::uint64_t magnificationChanges = 0;
+  const int readingNoise;  ///< largest share of a reading that is off, in 1/100 %
+  Random readingRandom;
   int presses = 0;
   bool isHeld = false;
   FrameSize frameSize{1920, 1080};

@@ -157,6 +157,7 @@ Settings ReadSettings(const std::function<const char*(const char*)>& get) {
   reader.ReadStage("OSTREL_SIMULATOR_STAGE", &settings.stage);
   reader.Read("OSTREL_SIMULATOR_NUMBERS", 0, 1, &settings.showsNumbers);
   reader.Read("OSTREL_SIMULATOR_NOISE", 0, 100, &settings.noiseTenths);
+  reader.Read("OSTREL_SIMULATOR_READING_NOISE", 0, 1000, &settings.readingNoise);
   reader.ReadFeatures("OSTREL_SIMULATOR_DINO_FEATURES", &settings.dinoLiteFeatures);
   if (const char* const path = get("OSTREL_SIMULATOR_CONTROL"); path != nullptr) {
     settings.controlPath = path;

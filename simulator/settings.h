@@ -47,6 +47,7 @@ struct Settings {
   Stage stage;                    ///< OSTREL_SIMULATOR_STAGE: "moving", or "X:Y"
   int showsNumbers = 1;           ///< OSTREL_SIMULATOR_NUMBERS, 0 or 1
   int noiseTenths = 12;           ///< OSTREL_SIMULATOR_NOISE, 0 to 100
+  int readingNoise = 12;          ///< OSTREL_SIMULATOR_READING_NOISE, 1/100 %, 0 to 1000
   /// OSTREL_SIMULATOR_DINO_FEATURES; the last holds for all microscopes behind it
   std::vector<DinoLiteFeatures> dinoLiteFeatures = std::vector<DinoLiteFeatures>(1);
   std::string controlPath;  ///< OSTREL_SIMULATOR_CONTROL; empty: no socket

@@ -181,7 +181,7 @@ TEST(SimulatedDinoLite, AnswersNothingWhileTheMicroscopeIsUnplugged) {
   Control("plug");
   EXPECT_EQ(table.dl_get_selected_device(), 0);
   EXPECT_TRUE(table.dl_initialize_selected_device());
-  EXPECT_EQ(table.dl_get_amr(), 50.0F);
+  EXPECT_NEAR(table.dl_get_amr(), 50.0F, 0.06F);
 }
 
 TEST(SimulatedDinoLite, SelectsAndForgets) {
@@ -211,6 +211,7 @@ TEST(SimulatedDinoLite, DoesNotStartWhereAVariableCannotBeRead) {
 }
 
 TEST(SimulatedDinoLite, TellsTheMagnificationOfTheRing) {
+  setenv("OSTREL_SIMULATOR_READING_NOISE", "0", 1);
   const SelectedTable table;
   EXPECT_TRUE(table.dl_device_supports_amr());
   EXPECT_EQ(table.dl_get_amr(), 50.0F);
@@ -220,6 +221,29 @@ TEST(SimulatedDinoLite, TellsTheMagnificationOfTheRing) {
   EXPECT_EQ(table.dl_get_amr_update_count(), 1U);
   Control("magnification 220");
   EXPECT_EQ(table.dl_get_amr_update_count(), 1U);
+}
+
+// A ring of another magnification is off by the same share.
+TEST(SimulatedDinoLite, ReadsAMagnificationThatWandersALittle) {
+  const SelectedTable table;
+  std::set<float> readings;
+  for (int i = 0; i < 1000; ++i) {
+    readings.insert(table.dl_get_amr());
+  }
+  EXPECT_GT(readings.size(), 900U);
+  EXPECT_NEAR(*readings.begin(), 49.94F, 0.002F);
+  EXPECT_NEAR(*readings.rbegin(), 50.06F, 0.002F);
+  EXPECT_EQ(table.dl_get_amr_update_count(), 0U);
+}
+
+TEST(SimulatedDinoLite, HasAFieldOfViewForEveryReadingAtBothEndsOfTheRing) {
+  const SelectedTable table;
+  for (const int magnification : {20, 220}) {
+    Control("magnification " + std::to_string(magnification));
+    for (int i = 0; i < 100; ++i) {
+      EXPECT_GT(table.dl_get_fovx(0, table.dl_get_amr()), 0.0);
+    }
+  }
 }
 
 TEST(SimulatedDinoLite, TellsTheFieldOfViewInMicrometres) {
@@ -366,7 +390,7 @@ TEST(SimulatedDinoLite, MayBeCalledByManyThreadsAtOnce) {
         EXPECT_LE(table.dl_devices_count(), 1);
         table.Name(0);
         table.dl_device_supports_amr();
-        EXPECT_LE(table.dl_get_amr(), 120.0F);
+        EXPECT_LE(table.dl_get_amr(), 120.0F * 1.0012F);
         EXPECT_LE(table.dl_get_fovx(0, 50), 1920 * 45875 / 65536.0);
         table.dl_get_amr_update_count();
         table.dl_device_supports_microtouch();

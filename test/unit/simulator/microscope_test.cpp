@@ -135,6 +135,45 @@ TEST(Microscope, CountsHowOftenItsRingIsTurned) {
   EXPECT_EQ(one.microscope.MagnificationChanges(), 2U);
 }
 
+TEST(Microscope, ReadsItsMagnificationWithinTheNoiseAndTheSameInEveryRunWithItsSeed) {
+  StoppedMicroscope one;
+  StoppedMicroscope two;
+  Settings settings;
+  settings.seed = 2;
+  StoppedMicroscope other(settings);
+  bool differ = false;
+  for (int i = 0; i < 500; ++i) {
+    const double reading = one.microscope.ReadMagnification();
+    EXPECT_NEAR(reading, 50.0, 0.06);
+    EXPECT_EQ(reading, two.microscope.ReadMagnification());
+    differ = differ || reading != other.microscope.ReadMagnification();
+  }
+  EXPECT_TRUE(differ);
+  one.microscope.SetMagnification(200);
+  for (int i = 0; i < 500; ++i) {
+    EXPECT_NEAR(one.microscope.ReadMagnification(), 200.0, 0.24);
+  }
+}
+
+TEST(Microscope, ReadsNoMagnificationBeyondItsRing) {
+  StoppedMicroscope one;
+  for (int i = 0; i < 500; ++i) {
+    one.microscope.SetMagnification(kLeastMagnification);
+    EXPECT_GE(one.microscope.ReadMagnification(), kLeastMagnification);
+    one.microscope.SetMagnification(kMostMagnification);
+    EXPECT_LE(one.microscope.ReadMagnification(), kMostMagnification);
+  }
+}
+
+TEST(Microscope, ReadsItsMagnificationExactlyWithoutNoise) {
+  Settings settings;
+  settings.readingNoise = 0;
+  StoppedMicroscope one(settings);
+  for (int i = 0; i < 10; ++i) {
+    EXPECT_EQ(one.microscope.ReadMagnification(), 50.0);
+  }
+}
+
 TEST(Microscope, TellsEachPressOfItsButtonOnce) {
   StoppedMicroscope one;
   EXPECT_FALSE(one.microscope.TakePress());

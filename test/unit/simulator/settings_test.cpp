@@ -31,6 +31,7 @@ TEST(Settings, AreOneSteadyCameraWithoutVariables) {
   EXPECT_EQ(settings.stage, Stage{});
   EXPECT_EQ(settings.showsNumbers, 1);
   EXPECT_EQ(settings.noiseTenths, 12);
+  EXPECT_EQ(settings.readingNoise, 12);
   EXPECT_EQ(settings.dinoLiteFeatures, std::vector<DinoLiteFeatures>(1));
   EXPECT_EQ(settings.dinoLiteFeatures[0], (DinoLiteFeatures{true, true, LedControl::Groups}));
   EXPECT_EQ(settings.controlPath, "");
@@ -50,6 +51,7 @@ TEST(Settings, ComeFromTheVariables) {
                                   {"OSTREL_SIMULATOR_STAGE", "-30:1000000"},
                                   {"OSTREL_SIMULATOR_NUMBERS", "0"},
                                   {"OSTREL_SIMULATOR_NOISE", "100"},
+                                  {"OSTREL_SIMULATOR_READING_NOISE", "1000"},
                                   {"OSTREL_SIMULATOR_CONTROL", "/tmp/x"}});
   EXPECT_EQ(settings.seed, 18446744073709551615U);
   EXPECT_EQ(settings.devices, 0);
@@ -64,6 +66,7 @@ TEST(Settings, ComeFromTheVariables) {
   EXPECT_EQ(settings.stage, (Stage{false, -30, 1000000}));
   EXPECT_EQ(settings.showsNumbers, 0);
   EXPECT_EQ(settings.noiseTenths, 100);
+  EXPECT_EQ(settings.readingNoise, 1000);
   EXPECT_EQ(settings.controlPath, "/tmp/x");
   EXPECT_TRUE(settings.valid);
 }
@@ -104,6 +107,8 @@ TEST(Settings, StayAtTheirDefaultsWhereAVariableCannotBeRead) {
       {"OSTREL_SIMULATOR_STAGE", "1000001:0"},
       {"OSTREL_SIMULATOR_NUMBERS", "2"},
       {"OSTREL_SIMULATOR_NOISE", "101"},
+      {"OSTREL_SIMULATOR_READING_NOISE", "1001"},
+      {"OSTREL_SIMULATOR_READING_NOISE", "-1"},
       {"OSTREL_SIMULATOR_DINO_FEATURES", ""},
       {"OSTREL_SIMULATOR_DINO_FEATURES", "amr,"},
       {"OSTREL_SIMULATOR_DINO_FEATURES", "amr:"},
@@ -125,6 +130,7 @@ TEST(Settings, StayAtTheirDefaultsWhereAVariableCannotBeRead) {
     EXPECT_EQ(settings.stage, Stage{});
     EXPECT_EQ(settings.showsNumbers, 1);
     EXPECT_EQ(settings.noiseTenths, 12);
+    EXPECT_EQ(settings.readingNoise, 12);
     EXPECT_EQ(settings.dinoLiteFeatures, std::vector<DinoLiteFeatures>(1));
   }
 }
