@@ -8,6 +8,7 @@
 
 import { setTimeout as sleep } from 'node:timers/promises';
 
+import { HeldMagnification } from '../kit/held-magnification.js';
 import { loadAddon } from './lib/load-addon.js';
 import { readMicroscopeArguments, withHand } from './lib/microscope-session.js';
 import { heading, row, runExample } from './lib/report.js';
@@ -47,11 +48,13 @@ class DinoLiteTelemetry extends Telemetry {
   constructor(addon, device) {
     super(addon);
     this.device = device;
+    this.held = new HeldMagnification();
   }
 
   read() {
     this.amr = this.addon.dinoLiteGetAmr(this.device);
-    this.fieldOfView = this.amr === null ? null : this.addon.dinoLiteGetFovx(this.device, this.amr);
+    // Readings wander, and a field of view is served for the magnification that was asked for before.
+    this.fieldOfView = Number.isFinite(this.amr) ? this.addon.dinoLiteGetFovx(this.device, this.held.take(this.amr)) : null;
     this.presses += this.addon.dinoLiteMicrotouchPressed() ? 1 : 0;
   }
 
@@ -60,12 +63,15 @@ class DinoLiteTelemetry extends Telemetry {
   }
 }
 
+// Readings of a ring that stands still differ by less.
+const isNear = (amr, magnification) => Math.abs(amr - magnification) < 0.005 * magnification;
+
 async function watchRing(telemetry, hand) {
   telemetry.say('magnification ring', hand ? 'turned by the hand at the virtual microscope'
     : `turn it within ${handSeconds} seconds`);
   for (const magnification of hand ? [200, 35, 50] : []) {
     await hand(`magnification ${magnification}`);
-    await telemetry.until(() => telemetry.amr === magnification && telemetry.fieldOfView !== null, handSeconds);
+    await telemetry.until(() => isNear(telemetry.amr, magnification) && telemetry.fieldOfView !== null, handSeconds);
     telemetry.say(`ring at ${magnification}`, telemetry.text());
   }
   if (!hand) {

@@ -1,5 +1,6 @@
 // The polled values of a Dino-Lite microscope as events.
 
+import { HeldMagnification } from './held-magnification.js';
 import { dinoLiteCommands } from './microscope-commands.js';
 import { MicroscopeWatch, readWatchOptions } from './microscope-watch.js';
 import { nativeOf } from './native.js';
@@ -8,28 +9,30 @@ import { SharedPoll } from './shared-poll.js';
 const polls = new WeakMap();
 
 /**
- * Reads what the calls that never wait say now. Without a magnification the field of view at the last one
- * is asked for all the same: it tells whether the microscope is still there.
+ * Reads what the calls that never wait say now. The field of view is asked for at a magnification that is held:
+ * one for each of many readings that wander would never come. Without a reading it is asked for all the same,
+ * since it tells whether the microscope is still there.
  */
 function makeReader(native) {
-  let lastMagnification = null;
+  const held = new HeldMagnification();
   let lastIndex = -1;
   return () => {
     const { selectedDeviceIndex: index, ledState, supportsMicrotouch } = native.dinoLiteDebugState();
     if (index !== lastIndex) {
       lastIndex = index;
-      lastMagnification = null;
+      held.forget();
     }
-    const magnification = index < 0 ? null : native.dinoLiteGetAmr(index);
-    lastMagnification = magnification ?? lastMagnification;
-    const fieldOfView = lastMagnification === null ? null : native.dinoLiteGetFovx(index, lastMagnification, 0);
+    const reading = index < 0 ? null : native.dinoLiteGetAmr(index);
+    // A library may give a reading that is no number.
+    const magnification = Number.isFinite(reading) ? held.take(reading) : null;
+    const fieldOfView = held.value === null ? null : native.dinoLiteGetFovx(index, held.value, 0);
     return {
       index,
       ledMode: ledState,
       supportsMicrotouch,
       magnification,
       fieldOfView: magnification === null ? null : fieldOfView,
-      isThere: magnification !== null || fieldOfView !== null,
+      isThere: reading !== null || fieldOfView !== null,
       isPressed: index >= 0 && native.dinoLiteMicrotouchPressed(),
     };
   };

@@ -345,7 +345,8 @@ export interface CommandOptions {
 
 /**
  * The waiting calls of a microscope family, one at a time, in order. There is one such queue for each
- * family, whoever asks, so a library that hangs takes one thread of the runtime's pool and no more.
+ * family in a thread of script code, whoever asks and by whichever native object, so a library that
+ * hangs takes one thread of the runtime's pool and no more.
  * Where a command waits and the same kind comes again right behind it, both get the newer one's outcome.
  * All are rejected with words if the library refuses or times out.
  */
@@ -434,7 +435,10 @@ export interface WatchDinoLiteOptions extends WatchMicroscopeOptions {
 }
 
 export interface DinoLiteEvents extends MicroscopeEvents {
-  /** null where it is not known (any more). */
+  /**
+   * null where it is not known (any more). A reading is held until another one is off by more than 0.5 %, so one
+   * that wanders is told once.
+   */
   magnification: [{ magnification: number | null; previous: number | null }];
   fieldOfView: [{ fieldOfView: number | null; magnification: number | null }];
   led: [{ mode: number; previous: number }];
@@ -443,7 +447,9 @@ export interface DinoLiteEvents extends MicroscopeEvents {
 export interface DinoLiteState {
   connected: boolean;
   device: Microscope | null;
+  /** The reading that is held, see the event. */
   magnification: number | null;
+  /** At that magnification. */
   fieldOfView: number | null;
   ledMode: number;
 }

@@ -1,6 +1,7 @@
 // The kit's commands and watches of microscopes.
 
 import assert from 'node:assert/strict';
+import { readFile } from 'node:fs/promises';
 import { afterEach, beforeEach, describe, it, mock } from 'node:test';
 
 import { dinoLiteCommands, ostrelCommands, watchDinoLite, watchOstrel } from '../../kit/index.js';
@@ -77,6 +78,59 @@ describe('commands', () => {
     fake.send('default FocusNearStep 0\nrelease SetFocusPosition');
     const settled = await Promise.allSettled(slow);
     assert.deepEqual(settled.map(({ status }) => status), ['fulfilled', ...Array(20).fill('rejected'), 'fulfilled']);
+  });
+
+  it('take one pool thread for each family, by however many native objects, and files are read while both libraries hang', async () => {
+    dinoLite.send('reset\ndefault dl_device_supports_microtouch 1\ndefault dl_led_mode_count 1\ndefault dl_led_mode@0 17');
+    addon.dinoLiteSelectDevice(0);
+    const pending = { ostrel: 0, dinoLite: 0 };
+    const most = { ...pending };
+    const counted = (name) => async (...args) => {
+      const family = name.startsWith('ostrel') ? 'ostrel' : 'dinoLite';
+      pending[family] += 1;
+      most[family] = Math.max(most[family], pending[family]);
+      try {
+        return await addon[name](...args);
+      } finally {
+        pending[family] -= 1;
+      }
+    };
+    const natives = Array.from({ length: 4 }, () => new Proxy(addon, {
+      get: (target, name) => (/Async$/.test(name) ? counted(name) : target[name]),
+    }));
+    fake.send('block SetFocusPosition');
+    dinoLite.send('block dl_set_led_state');
+    const given = natives.flatMap((native, i) => [
+      ...[1, 2, 3].map((step) => ostrelCommands({ native }).setFocus(10 * i + step)),
+      ...[1, 2, 3].map(() => dinoLiteCommands({ native }).toggleLed()),
+    ]);
+    fake.send('wait_entered SetFocusPosition 1');
+    dinoLite.send('wait_entered dl_set_led_state 2');
+    let isSettled = false;
+    Promise.race(given).then(() => {
+      isSettled = true;
+    });
+    const text = await readFile(new URL(import.meta.url), 'utf8');
+    assert.deepEqual([text.includes('read while both libraries hang'), isSettled], [true, false]);
+    assert.deepEqual(pending, { ostrel: 1, dinoLite: 1 });
+    fake.send('release SetFocusPosition');
+    dinoLite.send('release dl_set_led_state');
+    await Promise.all(given);
+    assert.deepEqual([pending, most], [{ ostrel: 0, dinoLite: 0 }, { ostrel: 1, dinoLite: 1 }]);
+  });
+
+  it('reject a list that is too long to be read', async () => {
+    fake.send('default GetDevicesCount 65537');
+    await assert.rejects(commands.devices(),
+      new Error('ostrelDevicesAsync() failed: Ostrel SDK reported 65537 devices; at most 65536 can be listed'));
+    fake.send('default GetDevicesCount 0');
+    addon.ostrelInit(true);
+    assert.deepEqual(await commands.devices(), []);
+    dinoLite.send('reset\ndefault dl_devices_count 65537');
+    const dino = dinoLiteCommands({ native: addon });
+    await dino.init(true);
+    await assert.rejects(dino.devices(),
+      new Error('dinoLiteDevicesAsync() failed: Dino-Lite SDK reported 65537 devices; at most 65536 can be listed'));
   });
 
   it('of a slider are thinned out to the newest', async () => {
@@ -357,6 +411,46 @@ describe('a watch of a Dino-Lite', () => {
     assert.equal(watch.state.connected, true);
   });
 
+  it('holds a magnification that wanders, and asks for the field of view of the one that it holds', async () => {
+    const asked = [];
+    const readings = [50, 50.06, 49.94, 50.25, 49.75, 50.06];
+    let turn = 0;
+    native.dinoLiteGetAmr = () => readings[turn++ % readings.length];
+    // As the native call, which serves a value only to the next question for the same magnification.
+    let known = NaN;
+    native.dinoLiteGetFovx = (index, amr) => {
+      asked.push(amr);
+      const isServed = Math.abs(known - amr) <= 0.001;
+      known = amr;
+      return isServed ? 325 / amr : null;
+    };
+    const { taken } = start({ device: 0 });
+    await pass(5000);
+    assert.deepEqual(taken().filter(([name]) => /^(magnification|fieldOfView)$/.test(name)),
+      [['magnification', { magnification: 50, previous: null }], ['fieldOfView', { fieldOfView: 6.5, magnification: 50 }]]);
+    assert.deepEqual([...new Set(asked)], [50]);
+    // Beyond the band, and from there on the band is around the new one.
+    Object.assign(native, { dinoLiteGetAmr: () => 50.26 });
+    await pass(200);
+    native.dinoLiteGetAmr = () => 50.02;
+    await pass(200);
+    assert.deepEqual(taken(), [['magnification', { magnification: 50.26, previous: 50 }],
+      ['fieldOfView', { fieldOfView: 325 / 50.26, magnification: 50.26 }]]);
+    assert.deepEqual([...new Set(asked)], [50, 50.26]);
+    assert.equal(watch.state.magnification, 50.26);
+  });
+
+  it('takes a reading that is no number for none, from a microscope that is there', async () => {
+    const { taken } = start({ device: 0 });
+    await pass(100);
+    taken();
+    Object.assign(native, { amr: NaN });
+    await pass(2000);
+    assert.deepEqual(taken(), [['magnification', { magnification: null, previous: 50 }],
+      ['fieldOfView', { fieldOfView: null, magnification: null }]]);
+    assert.equal(watch.state.connected, true);
+  });
+
   it('misses one that tells nothing any more, starts the library anew, and selects it again', async () => {
     const { taken } = start({ device: 0 });
     await pass(100);
@@ -452,10 +546,15 @@ describe('the virtual microscope', () => {
     assert.ok(kinds.indexOf('disconnected') > kinds.indexOf('button'));
   });
 
-  it('and through the other', async () => {
+  it('and through the other, each magnification once although its readings wander', async () => {
     const seen = await valueFromChild(body, { args: [...args, 'watchDinoLite'] });
-    assert.deepEqual(seen.filter(([name]) => name !== 'button').slice(0, 5), [['connected', 'simulated-microscope-1'],
-      ['magnification', 50], ['fieldOfView', 50], ['magnification', 200], ['fieldOfView', 200]]);
+    const [first, ...others] = seen.filter(([name]) => name !== 'button').slice(0, 5);
+    assert.deepEqual(first, ['connected', 'simulated-microscope-1']);
+    assert.deepEqual(others.map(([name]) => name), ['magnification', 'fieldOfView', 'magnification', 'fieldOfView']);
+    // Of the field of view: the magnification that it is for.
+    assert.deepEqual([others[0][1], others[2][1]], [others[1][1], others[3][1]]);
+    assert.ok(Math.abs(others[0][1] - 50) <= 0.0601, others[0][1]);
+    assert.ok(Math.abs(others[2][1] - 200) <= 0.2401, others[2][1]);
     assert.equal(seen.filter(([name]) => name === 'button').length, 1);
     assert.ok(seen.some(([name]) => name === 'disconnected'));
   });

@@ -77,7 +77,7 @@ describe('example:ostrel', { skip }, () => {
 
 describe('example:dino-lite', { skip }, () => {
   it('shows the microscope at work and ends by itself', () => {
-    const shown = runWith({ OSTREL_SIMULATOR_DEVICES: '2' }, 'dino-lite', '--device', '1');
+    const shown = runWith({ OSTREL_SIMULATOR_DEVICES: '2', OSTREL_SIMULATOR_READING_NOISE: '0' }, 'dino-lite', '--device', '1');
     assertShown(shown, [
       '  back-end              mac-libdinolite',
       '  microscope 0          Simulated microscope 1 (simulated-microscope-1)',
@@ -107,6 +107,18 @@ describe('example:dino-lite', { skip }, () => {
       '  cachedAmr             50',
     ]);
     assert.match(shown.stdout, /^ {2}live {18}magnification 50\.0 {3}field of view 1\.344 {3}button presses 0$/m);
+  });
+
+  it('shows the field of view also where the readings of the magnification wander', () => {
+    const { status, stdout, stderr } = run('dino-lite');
+    assert.deepEqual({ status, stderr }, { status: 0, stderr: '' });
+    const ring = [...stdout.matchAll(/^ {2}ring at (\d+) +magnification ([\d.]+) {3}field of view ([\d.]+)$/gm)]
+      .map(([, ...numbers]) => numbers.map(Number));
+    assert.deepEqual(ring.map(([wanted]) => wanted), [200, 35, 50]);
+    for (const [wanted, magnification, fieldOfView] of ring) {
+      assert.ok(Math.abs(magnification / wanted - 1) < 0.003, `${magnification} at ${wanted}`);
+      assert.ok(Math.abs((fieldOfView * wanted) / 67.2 - 1) < 0.005, `${fieldOfView} at ${wanted}`);
+    }
   });
 
   it('shows a microscope that can do less', () => {
