@@ -70,6 +70,8 @@ export interface DinoLiteDebugState {
 /**
  * Dino-Lite microscopes. All calls into the library run one after the other on its owner thread. A call that waits gives
  * its failure value after its time-out, with "Dino-Lite SDK call timed out" as last error; the work goes on behind it.
+ * The time-out of a promise begins when a pool thread takes the call up: behind calls that hang on all pool threads that
+ * is later by their time-outs.
  */
 export interface DinoLiteFunctions {
   /**
@@ -122,9 +124,9 @@ export interface DinoLiteFunctions {
    * Starts the library, as `dinoLiteInit`, without waiting.
    *
    * @param force true starts it anew and drops the selection.
-   * @returns resolves with false without a library, if it lacks the functions, or after 20 seconds.
+   * @returns resolves with false without a library, if it lacks the functions or after the time-out.
    *
-   * - Blocks: no; it resolves within 20 seconds.
+   * - Blocks: no; it resolves within 20 seconds from when a pool thread takes it up.
    * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
    * - Error text: cleared by a start, set by a failure; none without a library.
    */
@@ -142,13 +144,14 @@ export interface DinoLiteFunctions {
   dinoLiteDeviceCount(): number;
 
   /**
-   * The microscopes that were there when the library was started last.
+   * The microscopes that were there when the library was started last. A library that counts more than 65536 has none,
+   * and the error text says so.
    *
-   * @returns resolves with an empty array without a library, before its start, or after 20 seconds.
+   * @returns resolves with an empty array without a library, before its start or after the time-out.
    *
-   * - Blocks: no; it resolves within 20 seconds.
+   * - Blocks: no; it resolves within 20 seconds from when a pool thread takes it up.
    * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
-   * - Error text: set by a time-out.
+   * - Error text: set by a time-out, and by a list that is too long.
    */
   dinoLiteDevicesAsync(): Promise<MicroscopeDevice[]>;
 
@@ -189,9 +192,9 @@ export interface DinoLiteFunctions {
   /**
    * Selects a microscope, as `dinoLiteSelectDevice`, without waiting.
    *
-   * @returns resolves with false in the same cases, after 10 seconds at most.
+   * @returns resolves with false in the same cases.
    *
-   * - Blocks: no; it resolves within 10 seconds.
+   * - Blocks: no; it resolves within 10 seconds from when a pool thread takes it up.
    * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
    * - Error text: cleared by a success, set by a failure.
    */
@@ -237,7 +240,8 @@ export interface DinoLiteFunctions {
    * counts in micrometres. A poll: it gives what the library told last for this magnification and asks for news.
    *
    * @param deviceIndex makes no difference.
-   * @param amr the magnification. One that differs by more than 0.001 from that of the last poll starts anew.
+   * @param amr the magnification. One that differs by more than 0.001 from that of the last poll starts anew, so hold
+   *   one while the readings of `dinoLiteGetAmr` wander: with a new one at each poll there is never a value.
    * @param selector the library's choice of field, 0 by default; negative ones count as 0.
    * @returns null if nothing was told for two seconds, or the library does not know it.
    *
@@ -265,9 +269,9 @@ export interface DinoLiteFunctions {
    * The same as `dinoLiteEnableMicrotouch`, without waiting.
    *
    * @param enabled true by default.
-   * @returns resolves with false in the same cases, after 5 seconds at most.
+   * @returns resolves with false in the same cases.
    *
-   * - Blocks: no; it resolves within 5 seconds.
+   * - Blocks: no; it resolves within 5 seconds from when a pool thread takes it up.
    * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
    * - Error text: cleared by a success, set by a failure.
    */
@@ -299,9 +303,9 @@ export interface DinoLiteFunctions {
   /**
    * Steps the light, as `dinoLiteToggleLed`, without waiting.
    *
-   * @returns resolves with -1 in the same cases, after 5 seconds at most.
+   * @returns resolves with -1 in the same cases.
    *
-   * - Blocks: no; it resolves within 5 seconds.
+   * - Blocks: no; it resolves within 5 seconds from when a pool thread takes it up.
    * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
    * - Error text: cleared by a success, set by a failure.
    */
@@ -331,9 +335,9 @@ export interface DinoLiteFunctions {
    * The same as `dinoLiteDispose`, without waiting. Await it before the process ends, so that the microscope is released
    * in order.
    *
-   * @returns resolves with false only after 5 seconds.
+   * @returns resolves with false only after the time-out.
    *
-   * - Blocks: no; it resolves within 5 seconds.
+   * - Blocks: no; it resolves within 5 seconds from when a pool thread takes it up.
    * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
    * - Error text: set by a time-out.
    */

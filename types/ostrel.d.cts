@@ -65,8 +65,10 @@ export interface OstrelProtocolVersionInfo {
 
 /**
  * Ostrel microscopes. All calls into the library run one after the other on its owner thread, three functions aside
- * that say so. Once loaded, the library starts itself with the first call that needs it. A call that waits gives its
- * failure value after its time-out, with "Ostrel SDK call timed out" as last error; the work goes on behind it.
+ * that say so. Once loaded, the library starts itself with the first call that needs it, polls included: a start
+ * clears both error texts, a refusal to start sets them. A call that waits gives its failure value after its time-out,
+ * with "Ostrel SDK call timed out" as last error; the work goes on behind it. The time-out of a promise begins when a
+ * pool thread takes the call up: behind calls that hang on all pool threads that is later by their time-outs.
  *
  * One environment at a time starts, selects and disposes: each of these also forgets the polled values and the
  * versions, and so could forget those of a microscope that another environment has selected meanwhile.
@@ -85,7 +87,8 @@ export interface OstrelFunctions {
   loadOstrel(libraryPath?: string): OstrelLoadResult;
 
   /**
-   * Starts the library. Not needed: what needs it does it.
+   * Starts the library. Not needed: what needs it does it. Whatever comes of it, the polled values and the versions
+   * start anew, also those of a microscope that stays selected: `ostrelVersionInfo` gives null until the next selection.
    *
    * @param force true starts it anew and drops the selection.
    * @returns false without a library, if it refuses, or after the time-out.
@@ -107,12 +110,13 @@ export interface OstrelFunctions {
   ostrelLastError(): string;
 
   /**
-   * Starts the library, as `ostrelInit`, without waiting.
+   * Starts the library, as `ostrelInit`, without waiting. The polled values and the versions start anew when it
+   * resolves.
    *
    * @param force true starts it anew and drops the selection.
-   * @returns resolves with false without a library, if it refuses, or after 20 seconds.
+   * @returns resolves with false without a library, if it refuses or after the time-out.
    *
-   * - Blocks: no; it resolves within 20 seconds.
+   * - Blocks: no; it resolves within 20 seconds from when a pool thread takes it up.
    * - Thread: one environment at a time; a pool thread waits for the Ostrel owner thread.
    * - Error text: cleared by a success, set by a refusal or time-out; none without a library.
    */
@@ -125,18 +129,18 @@ export interface OstrelFunctions {
    *
    * - Blocks: at most 5 seconds. Prefer `ostrelDevicesAsync`.
    * - Thread: any environment; the caller waits for the Ostrel owner thread.
-   * - Error text: set by a time-out or a library that does not start.
+   * - Error text: set by a time-out or a library that does not start; cleared where the call starts it.
    */
   ostrelDeviceCount(): number;
 
   /**
-   * The attached microscopes now.
+   * The attached microscopes now. A library that counts more than 65536 has none, and the error text says so.
    *
-   * @returns resolves with an empty array without a library or after 20 seconds.
+   * @returns resolves with an empty array without a library or after the time-out.
    *
-   * - Blocks: no; it resolves within 20 seconds.
+   * - Blocks: no; it resolves within 20 seconds from when a pool thread takes it up.
    * - Thread: any environment; a pool thread waits for the Ostrel owner thread.
-   * - Error text: set by a time-out or a library that does not start.
+   * - Error text: set by a time-out or a library that does not start; cleared where the call starts it.
    */
   ostrelDevicesAsync(): Promise<MicroscopeDevice[]>;
 
@@ -147,7 +151,7 @@ export interface OstrelFunctions {
    *
    * - Blocks: at most 5 seconds. Prefer `ostrelDevicesAsync`.
    * - Thread: any environment; the caller waits for the Ostrel owner thread.
-   * - Error text: set by a time-out or a library that does not start.
+   * - Error text: set by a time-out or a library that does not start; cleared where the call starts it.
    */
   ostrelDeviceUniqueId(index: number): string;
 
@@ -158,7 +162,7 @@ export interface OstrelFunctions {
    *
    * - Blocks: at most 5 seconds. Prefer `ostrelDevicesAsync`.
    * - Thread: any environment; the caller waits for the Ostrel owner thread.
-   * - Error text: set by a time-out or a library that does not start.
+   * - Error text: set by a time-out or a library that does not start; cleared where the call starts it.
    */
   ostrelDeviceFriendlyName(index: number): string;
 
@@ -179,9 +183,9 @@ export interface OstrelFunctions {
    * Selects a microscope, as `ostrelSelectDevice`, without waiting. The polled values of the former one are gone when
    * the call returns.
    *
-   * @returns resolves with false in the same cases, after 10 seconds at most.
+   * @returns resolves with false in the same cases.
    *
-   * - Blocks: no; it resolves within 10 seconds.
+   * - Blocks: no; it resolves within 10 seconds from when a pool thread takes it up.
    * - Thread: one environment at a time; a pool thread waits for the Ostrel owner thread.
    * - Error text: cleared by a success, set by a failure; none without a library.
    */
@@ -203,7 +207,7 @@ export interface OstrelFunctions {
    *
    * - Blocks: no.
    * - Thread: any environment; the library is asked on the Ostrel owner thread.
-   * - Error text: not touched, unless the library does not start.
+   * - Error text: not touched, unless the library has to be started: cleared by its start, set by its refusal.
    */
   ostrelGetScopeStatus(): number;
 
@@ -214,7 +218,7 @@ export interface OstrelFunctions {
    *
    * - Blocks: no.
    * - Thread: any environment; the library is asked on the Ostrel owner thread.
-   * - Error text: not touched, unless the library does not start.
+   * - Error text: not touched, unless the library has to be started: cleared by its start, set by its refusal.
    */
   ostrelGetPixelSizeMicrons(): number;
 
@@ -224,7 +228,7 @@ export interface OstrelFunctions {
    *
    * - Blocks: no.
    * - Thread: any environment; the library is asked on the Ostrel owner thread.
-   * - Error text: not touched, unless the library does not start.
+   * - Error text: not touched, unless the library has to be started: cleared by its start, set by its refusal.
    */
   ostrelGetPixelSizeInfo(): OstrelPixelSize;
 
@@ -233,7 +237,7 @@ export interface OstrelFunctions {
    *
    * - Blocks: no.
    * - Thread: any environment; the library is asked on the Ostrel owner thread.
-   * - Error text: not touched, unless the library does not start.
+   * - Error text: not touched, unless the library has to be started: cleared by its start, set by its refusal.
    */
   ostrelGetLensGroupInfo(): OstrelLensGroup;
 
@@ -242,7 +246,7 @@ export interface OstrelFunctions {
    *
    * - Blocks: as long as the library takes to tell its version.
    * - Thread: any environment, also for the call into the library.
-   * - Error text: not touched.
+   * - Error text: not touched, unless the library throws an exception, which sets it.
    */
   ostrelCapabilities(): OstrelCapabilities;
 
@@ -264,16 +268,16 @@ export interface OstrelFunctions {
    *
    * - Blocks: as long as the library takes, without a time-out. A library that hangs hangs the caller.
    * - Thread: any environment, also for the call into the library.
-   * - Error text: not touched, unless the library does not start.
+   * - Error text: not touched, unless the library has to be started, as for a poll, or throws an exception, which sets it.
    */
   ostrelGetLedState(): -1 | 0 | 1;
 
   /**
    * Starts an auto-focus. It resolves when it has begun; watch the position for its end.
    *
-   * @returns resolves with false without a library or this feature, if the library refuses, or after 5 seconds.
+   * @returns resolves with false without a library or this feature, if the library refuses or after the time-out.
    *
-   * - Blocks: no; it resolves within 5 seconds, 150 ms after the library's answer.
+   * - Blocks: no; it resolves within 5 seconds from when a pool thread takes it up, 150 ms after the library's answer.
    * - Thread: any environment; a pool thread waits for the Ostrel owner thread.
    * - Error text: set by a time-out; a refusal shows as the library's text in `ostrelLastError`.
    */
@@ -283,9 +287,9 @@ export interface OstrelFunctions {
    * Moves the focus. `ostrelGetFocusPosition` serves where it is when the promise resolves.
    *
    * @param position 0 to 255; any other resolves with false, without a text.
-   * @returns resolves with false also without a library or this feature, if the library refuses, or after 5 seconds.
+   * @returns resolves with false also without a library or this feature, if the library refuses or after the time-out.
    *
-   * - Blocks: no; it resolves within 5 seconds, 150 ms after the library's answer.
+   * - Blocks: no; it resolves within 5 seconds from when a pool thread takes it up, 150 ms after the library's answer.
    * - Thread: any environment; a pool thread waits for the Ostrel owner thread.
    * - Error text: set by a time-out; a refusal shows as the library's text in `ostrelLastError`.
    */
@@ -294,9 +298,9 @@ export interface OstrelFunctions {
   /**
    * Moves the focus by one step of the library, nearer.
    *
-   * @returns resolves with false without a library or this feature, if the library refuses, or after 5 seconds.
+   * @returns resolves with false without a library or this feature, if the library refuses or after the time-out.
    *
-   * - Blocks: no; it resolves within 5 seconds, 150 ms after the library's answer.
+   * - Blocks: no; it resolves within 5 seconds from when a pool thread takes it up, 150 ms after the library's answer.
    * - Thread: any environment; a pool thread waits for the Ostrel owner thread.
    * - Error text: set by a time-out; a refusal shows as the library's text in `ostrelLastError`.
    */
@@ -305,9 +309,9 @@ export interface OstrelFunctions {
   /**
    * Moves the focus by one step of the library, farther.
    *
-   * @returns resolves with false without a library or this feature, if the library refuses, or after 5 seconds.
+   * @returns resolves with false without a library or this feature, if the library refuses or after the time-out.
    *
-   * - Blocks: no; it resolves within 5 seconds, 150 ms after the library's answer.
+   * - Blocks: no; it resolves within 5 seconds from when a pool thread takes it up, 150 ms after the library's answer.
    * - Thread: any environment; a pool thread waits for the Ostrel owner thread.
    * - Error text: set by a time-out; a refusal shows as the library's text in `ostrelLastError`.
    */
@@ -317,9 +321,9 @@ export interface OstrelFunctions {
    * Turns the light on or off.
    *
    * @param on any value, taken as a truth value; missing means off.
-   * @returns resolves with false without a library or this feature, if the library refuses, or after 5 seconds.
+   * @returns resolves with false without a library or this feature, if the library refuses or after the time-out.
    *
-   * - Blocks: no; it resolves within 5 seconds.
+   * - Blocks: no; it resolves within 5 seconds from when a pool thread takes it up.
    * - Thread: any environment; a pool thread waits for the Ostrel owner thread.
    * - Error text: set by a time-out; a refusal shows as the library's text in `ostrelLastError`.
    */
@@ -332,7 +336,7 @@ export interface OstrelFunctions {
    *
    * - Blocks: no.
    * - Thread: any environment; the library is asked on the Ostrel owner thread.
-   * - Error text: not touched, unless the library does not start.
+   * - Error text: not touched, unless the library has to be started: cleared by its start, set by its refusal.
    */
   ostrelIsCapturePressed(): boolean;
 
@@ -370,9 +374,9 @@ export interface OstrelFunctions {
    * Shuts the library down, as `ostrelDispose`, without waiting. Await it before the process ends, so that the
    * microscope is released in order.
    *
-   * @returns resolves with false only after 5 seconds.
+   * @returns resolves with false only after the time-out.
    *
-   * - Blocks: no; it resolves within 5 seconds.
+   * - Blocks: no; it resolves within 5 seconds from when a pool thread takes it up.
    * - Thread: one environment at a time; a pool thread waits for the Ostrel owner thread.
    * - Error text: set by a time-out.
    */

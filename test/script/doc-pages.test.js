@@ -27,6 +27,34 @@ describe('the pages about the functions', () => {
     assert.deepEqual(Object.keys(loadAddon()).filter((name) => !named.has(name)), []);
   });
 
+  it('say of every function of a microscope how it waits, and say what is true', () => {
+    const { text } = api.find(({ page }) => page === 'docs/api/devices.md');
+    const kinds = new Map([...text.matchAll(/^\| (polls|looks|direct calls|waiting calls) \| (.*?) \|/gm)]
+      .map(([, kind, names]) => [kind, [...names.matchAll(/`(\w+)`/g)].map(([, name]) => name)]));
+    // What the declarations say of the same function.
+    const declared = new Map([...fs.readFileSync(path.join(root, 'types', 'ostrel.d.cts'), 'utf8')
+      .concat(fs.readFileSync(path.join(root, 'types', 'dino-lite.d.cts'), 'utf8'))
+      .matchAll(/\/\*\*((?:(?!\*\/)[^])*)\*\/\n {2}(\w+)\(/g)].map(([, comment, name]) => [name, comment]));
+    const kindOf = (name) => {
+      const comment = declared.get(name);
+      if (name.endsWith('Async')) {
+        return 'promises';
+      }
+      if (/^ {3}\* - Blocks: no\.$/m.test(comment)) {
+        return /A poll: /.test(comment) ? 'polls' : 'looks';
+      }
+      return /- Thread: script, also for the call into the library\./.test(comment) ? 'direct calls' : 'waiting calls';
+    };
+    const named = [...kinds.values()].flat();
+    assert.equal(new Set(named).size, named.length);
+    const families = Object.keys(loadAddon()).filter((name) => /^(load)?(ostrel|dinoLite)/i.test(name));
+    assert.equal(families.length, 51);
+    for (const name of families) {
+      const kind = [...kinds].find(([, names]) => names.includes(name))?.[0] ?? (name.endsWith('Async') ? 'promises' : 'waiting calls');
+      assert.equal(kind, kindOf(name), name);
+    }
+  });
+
   it('tell of none that does not exist', () => {
     const addon = loadAddon();
     const families = /^(camera|ostrel|dinoLite|turboJpeg|edof|load|lock|unlock|getLast)[A-Z]\w*$|^(VIDEOPROCAMP|RESULT|STATUS)_/;

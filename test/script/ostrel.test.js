@@ -2,6 +2,7 @@
 
 import assert from 'node:assert/strict';
 import { createHook } from 'node:async_hooks';
+import fs from 'node:fs';
 import { beforeEach, describe, it } from 'node:test';
 
 import { loadAddon } from './support/environment.js';
@@ -314,6 +315,16 @@ describe('telemetry', () => {
     assert.deepEqual(symbols(), []);
   });
 
+  it('clears both texts where a poll is what starts the library', () => {
+    setErrors();
+    addon.ostrelDispose();
+    fake.send('clear_log');
+    addon.ostrelGetScopeStatus();
+    flush();
+    assert.deepEqual(symbols()[0], 'Init');
+    assert.deepEqual(errors(), ['', '']);
+  });
+
   it('leaves both texts alone', () => {
     addon.ostrelInit();
     setErrors();
@@ -460,6 +471,19 @@ for (const dispose of ['ostrelDispose', 'ostrelDisposeAsync']) {
 }
 
 describe('the last error of the microscopes', () => {
+  it('says what the library threw on the thread of the caller, and nothing is thrown there', () => {
+    addon.ostrelInit();
+    fake.send('throw GetLedState no lamp\nthrow GetApiVersion no version\nthrow GetLastErrorString no words');
+    assert.equal(addon.ostrelGetLedState(), -1);
+    assert.equal(addon.getLastError(), 'Ostrel SDK call failed: no lamp');
+    assert.deepEqual(addon.ostrelCapabilities(),
+      { apiVersion: 65536, focus: true, led: true, pixelSizeInfo: true, lensGroupInfo: true });
+    assert.equal(addon.getLastError(), 'Ostrel SDK call failed: no version');
+    assert.equal(addon.ostrelLastError(), '');
+    assert.equal(addon.getLastError(), 'Ostrel SDK call failed: no words');
+    fake.send('reset');
+  });
+
   it('is the binding\'s own before the library\'s', () => {
     fake.send('text GetLastErrorString cable \\xc2\\xb5');
     assert.equal(addon.ostrelLastError(), 'cable \u00b5');
@@ -490,6 +514,13 @@ describe('calls into the library', () => {
     addon.ostrelLastError();
     assert.deepEqual(fake.calls().map(({ symbol, thread }) => [symbol, thread]),
       ['GetLedState', 'GetApiVersion', 'GetLastErrorString'].map((symbol) => [symbol, process.pid]));
+  });
+
+  it('run on threads that show whose they are', () => {
+    flush();
+    addon.dinoLiteGetSelectedDevice();
+    const names = fs.readdirSync('/proc/self/task').map((task) => fs.readFileSync(`/proc/self/task/${task}/comm`, 'utf8').trim());
+    assert.deepEqual(names.filter((name) => / sdk$/.test(name)).sort(), ['dino-lite sdk', 'ostrel sdk']);
   });
 
   it('never overlap, however many callers there are', async () => {
