@@ -5,6 +5,7 @@ import { spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
 
+import { kitNode } from './lib/node-releases.js';
 import { Failure, runCommand } from './lib/output.js';
 import { addonDirectory, binaryDirectory, root, shown } from './lib/paths.js';
 import { setUp } from './setup.js';
@@ -20,10 +21,10 @@ function filesIn(directory, ending) {
 
 await runCommand(async () => {
   const targets = group === undefined ? [] : ['ostrel_native', `${group}_benchmarks`];
-  await setUp({ presets: [preset], groups: ['bench'], targets });
+  await setUp({ presets: [preset], groups: ['bench'], kit: true, targets });
   const programs = filesIn(path.join(binaryDirectory(preset), 'bench'), '_bench');
   const scripts = filesIn(path.join(root, 'bench'), '.bench.js');
-  const commands = [...programs.map((file) => [file]), ...scripts.map((file) => [process.execPath, file])];
+  const commands = [...programs.map((file) => [file]), ...scripts.map((file) => [kitNode().node, file])];
   const env = {
     ...process.env,
     OSTREL_TEST_ADDON: path.join(addonDirectory(preset), 'ostrel_native.node'),

@@ -7,12 +7,13 @@ import { fileURLToPath } from 'node:url';
 
 import { build, configure } from './lib/build.js';
 import { findFfmpeg, provideFfmpeg } from './lib/ffmpeg.js';
+import { isAtLeast, kitNode, ownNode, runsKit } from './lib/node-releases.js';
 import { provideNodeVersions, provideNpmPackages } from './lib/npm-packages.js';
 import { Failure, Step, commandLine, runCommand } from './lib/output.js';
 import { providePackages } from './lib/packages.js';
-import { setupLog } from './lib/paths.js';
+import { setupLog, shown } from './lib/paths.js';
 
-// The oldest that sharp and the test runner's reporters work with.
+// The oldest that the addon, sharp and the test runner's reporters work with.
 const oldestNode = [18, 17];
 
 /** What it takes to run the addon and the virtual microscope, without tests and benchmarks. */
@@ -22,25 +23,36 @@ export const addonTargets = ['ostrel_native', 'simulated_cnokhwa', 'simulated_di
 export const directTargets = ['ostrel_native_direct'];
 
 function checkNode(step) {
-  const [major, minor] = process.versions.node.split('.').map(Number);
-  if (major < oldestNode[0] || (major === oldestNode[0] && minor < oldestNode[1])) {
+  if (!isAtLeast(ownNode.version, oldestNode)) {
     throw new Failure(
-      `Node.js ${process.versions.node} is too old: install ${oldestNode.join('.')} or newer,` +
+      `Node.js ${ownNode.version} is too old: install ${oldestNode.join('.')} or newer,` +
       ` then run "${commandLine()}" again.`);
   }
   if (process.platform !== 'linux' || process.arch !== 'x64') {
     throw new Failure(`The addon is for x86-64 Linux; this is ${process.platform} on ${process.arch}.`);
   }
-  step.done(process.versions.node);
+  step.done(ownNode.version);
+}
+
+/** Fetches the Node.js releases that are needed, and says which one runs what the machine's own cannot. */
+async function provideNodes({ tests }) {
+  if (tests || !runsKit(ownNode.version)) {
+    await provideNodeVersions(new Step('Node.js releases'), { kitOnly: !tests });
+  }
+  const { node, version } = kitNode();
+  if (node !== ownNode.node) {
+    new Step('Node.js for the kit').done(`${version} (${shown(node)}), as ${ownNode.version} is too old for it`);
+  }
 }
 
 /**
  * Provides everything that a preset's build needs, and builds it.
  * `groups`: package groups beyond those that every build needs. `tests`: whether the unit tests
  * and the fakes are configured too, and the Node.js releases fetched that the package is tried with;
- * they need packages that running the addon doesn't. `presets`: built one after the other. `targets`: all if empty.
+ * they need packages that running the addon doesn't. `kit`: whether something follows that runs under `kitNode`.
+ * `presets`: built one after the other. `targets`: all if empty.
  */
-export async function setUp({ presets = ['release'], groups = [], tests = false, targets = [] }) {
+export async function setUp({ presets = ['release'], groups = [], tests = false, kit = tests, targets = [] }) {
   fs.mkdirSync(path.dirname(setupLog), { recursive: true });
   fs.writeFileSync(setupLog, '');
   console.log('Setting up');
@@ -49,8 +61,8 @@ export async function setUp({ presets = ['release'], groups = [], tests = false,
   const ffmpegGroups = ffmpeg ? (ffmpeg.isSystem ? [] : ['ffmpegRun']) : ['ffmpegBuild', 'ffmpegRun'];
   await providePackages(new Step('system packages'), ['build', 'run', ...ffmpegGroups, ...groups]);
   await provideNpmPackages(new Step('npm packages'));
-  if (tests) {
-    await provideNodeVersions(new Step('Node.js releases'));
+  if (kit) {
+    await provideNodes({ tests });
   }
   const ffmpegIncludeDirectory = await provideFfmpeg(new Step('FFmpeg 4 libraries'));
   for (const preset of presets) {

@@ -1,11 +1,13 @@
 // npm run viewer: sets up what is missing, then serves the page of the viewer.
 
+import path from 'node:path';
+
+import { runKitProgram } from './lib/node-releases.js';
 import { runCommand } from './lib/output.js';
+import { root } from './lib/paths.js';
 import { addonTargets, setUp } from './setup.js';
 
-await runCommand(() => setUp({ targets: addonTargets }));
+await runCommand(() => setUp({ kit: true, targets: addonTargets }));
 if (!process.exitCode) {
-  const { runViewer } = await import('../viewer/main.js');
-  const { runExample } = await import('../examples/lib/report.js');
-  await runExample(() => runViewer(process.argv.slice(2)));
+  await runKitProgram(path.join(root, 'viewer', 'run.js'), process.argv.slice(2));
 }

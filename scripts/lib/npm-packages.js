@@ -3,23 +3,25 @@
 import fs from 'node:fs';
 import path from 'node:path';
 
+import { releasesDirectory } from './node-releases.js';
 import { commandLine } from './output.js';
 import { root } from './paths.js';
 import { mustRun, run } from './processes.js';
 
 /**
  * Whether an install differs from what the lock file asks for. Both arguments are the `packages`
- * of a lock file, `installed` that of the hidden one which npm leaves in node_modules. Times of
- * change would not do: a fresh clone and a branch switch touch the lock file without changing it.
+ * of a lock file, `installed` that of the hidden one which npm leaves in node_modules. With
+ * `omitsDev`, packages for development may be absent. Times of change would not do: a fresh clone and
+ * a branch switch touch the lock file without changing it.
  */
-export function isStale(locked, installed) {
+export function isStale(locked, installed, { omitsDev = false } = {}) {
   return Object.entries(locked).some(([name, wanted]) => {
     if (name === '') {
       return false;
     }
     const found = installed[name];
     // Packages for other platforms are locked as optional and never get installed here.
-    return found ? found.version !== wanted.version : !wanted.optional;
+    return found ? found.version !== wanted.version : !(wanted.optional || (omitsDev && wanted.dev));
   });
 }
 
@@ -32,11 +34,11 @@ function readPackages(file) {
 }
 
 /** Whether a folder's node_modules holds what its lock file says. */
-function isInstalled(directory) {
+function isInstalled(directory, options) {
   const installed = readPackages(path.join(directory, 'node_modules', '.package-lock.json'));
   const isWhole = installed &&
     Object.keys(installed).every((name) => fs.existsSync(path.join(directory, name, 'package.json')));
-  return isWhole && !isStale(readPackages(path.join(directory, 'package-lock.json')), installed);
+  return isWhole && !isStale(readPackages(path.join(directory, 'package-lock.json')), installed, options);
 }
 
 const installArguments = ['ci', '--ignore-scripts', '--prefer-offline', '--fetch-retries=1'];
@@ -53,15 +55,17 @@ export async function provideNpmPackages(step) {
 }
 
 /**
- * Sees to it that the Node.js releases are here that the packed tarball is tried with, as one step.
- * Without them everything else can still be tested, so a failure is told and skips those tests.
+ * Sees to it that the Node.js releases are here, as one step: all of them, or with `kitOnly` the one that
+ * runs the kit where the machine's own is too old. Without the others the packed tarball is not tried with
+ * them and all else can be tested, so a failure is only printed.
  */
-export async function provideNodeVersions(step, directory = path.join(root, 'test', 'node-versions')) {
-  if (isInstalled(directory)) {
+export async function provideNodeVersions(step, { directory = releasesDirectory, kitOnly = false } = {}) {
+  if (isInstalled(directory, { omitsDev: kitOnly })) {
     step.done('here');
     return;
   }
-  const code = await step.during('fetching', run('npm', [...installArguments, '--prefix', directory]));
-  step.done(code === 0 ? 'installed'
-    : `not here, their tests are skipped: check the network and npm's registry setting, then run "${commandLine()}" again.`);
+  const omitted = kitOnly ? ['--omit=dev'] : [];
+  const code = await step.during('fetching', run('npm', [...installArguments, ...omitted, '--prefix', directory]));
+  step.done(code === 0 ? 'installed' : `not here${kitOnly ? '' : ', their tests are skipped'}: ` +
+    `check the network and npm's registry setting, then run "${commandLine()}" again.`);
 }

@@ -50,6 +50,7 @@ export const packageGroups = {
     { name: 'chromium', program: 'chromium' },
   ],
   format: [{ name: 'clang-format', program: 'clang-format' }],
+  bareMachine: [{ name: 'mmdebstrap', program: 'mmdebstrap' }],
   lint: [{ name: 'clang-tidy', program: 'clang-tidy' }, { name: 'clang', program: 'clang++' }],
 };
 

@@ -4,6 +4,7 @@ import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
 
+import { isAtLeast, kitNode, oldNodes, ownNode } from './node-releases.js';
 import { Step } from './output.js';
 import { addonDirectory, binaryDirectory, root, shown } from './paths.js';
 import { run } from './processes.js';
@@ -12,9 +13,15 @@ import { run } from './processes.js';
 const jobs = Math.max(2, os.cpus().length);
 
 // Left to itself, Node keeps a core free, which on two cores means one file after the other; and many
-// files mostly wait, for a pace or for time-outs. Older versions cannot be told.
-const [major, minor] = process.versions.node.split('.').map(Number);
-const concurrency = major > 20 || (major === 20 && minor >= 10) ? [`--test-concurrency=${2 * jobs}`] : [];
+// files mostly wait, for a pace or for time-outs. Versions before 20.10 have no such option.
+const inOrder = (version, files) => (isAtLeast(version, [20, 10]) ? [`--test-concurrency=${files}`] : []);
+
+// The files of script tests that run under the oldest Node.js too: addon, loader and these scripts, by every kind of
+// argument, buffer, promise, thread and end of a process. Others need a newer one for the kit or for their own means,
+// or would mostly wait.
+const oldNodeTests = ['arguments', 'capture', 'controls', 'dino-lite', 'direct-arguments', 'direct-lifecycle', 'direct-start',
+  'discovery', 'edof', 'edof-refusals', 'exports', 'kinds-grabs', 'lifecycle', 'load-native', 'loading', 'lock-file', 'ostrel',
+  'preview', 'promises', 'recording', 'setup'];
 
 const waitsLong = /-hung\.test\.js$/;
 
@@ -108,48 +115,67 @@ export function findScriptTests(directory = path.join(root, 'test', 'script')) {
     .sort();
 }
 
+/** The last of what Node's test runner says of failures. */
+const failuresIn = (text) => text.slice(Math.max(text.lastIndexOf('failing tests:'), 0));
+
 /**
- * Runs the script tests below test/`folder` against the addon of a preset, as one step, and gives their
- * counts. They find it through OSTREL_TEST_ADDON, and the fakes through OSTREL_TEST_BUILD_DIR.
+ * Runs files of script tests against the addon of a preset, as one step, and gives their counts. They find
+ * the addon through OSTREL_TEST_ADDON, the fakes through OSTREL_TEST_BUILD_DIR and the machine's own Node.js
+ * through OSTREL_TEST_OWN_NODE. `node`: { node, version } to run under. `name`: of the report. `concurrency`: files at a time.
  */
-export async function runScriptTests(step, preset, env = {}, { folder = 'script', order = concurrency } = {}) {
+async function runFiles(step, preset, files, { env = {}, node = kitNode(), name, concurrency = 2 * jobs }) {
   const directory = binaryDirectory(preset);
-  const log = path.join(directory, `${folder}-tests.log`);
-  const report = path.join(directory, `${folder}-tests.txt`);
+  const log = path.join(directory, `${name}-tests.log`);
+  const report = path.join(directory, `${name}-tests.txt`);
   [report, log].forEach((file) => fs.rmSync(file, { force: true }));
-  // Those that wait out time-outs of twenty seconds begin at once.
-  const files = findScriptTests(path.join(root, 'test', folder)).sort((a, b) => waitsLong.test(b) - waitsLong.test(a));
   let finished = 0;
-  let name = '';
+  let title = '';
   const onLine = (line) => {
-    name = /^ *# Subtest: (.*)$/.exec(line)?.[1] ?? name;
+    title = /^ *# Subtest: (.*)$/.exec(line)?.[1] ?? title;
     if (/^ *(not )?ok \d+/.test(line)) {
-      step.progress(`${++finished}  ${name}`);
+      step.progress(`${++finished}  ${title}`);
     }
   };
-  const args = ['--test', ...order, '--test-reporter=tap', '--test-reporter-destination=stdout',
+  const args = ['--test', ...inOrder(node.version, concurrency), '--test-reporter=tap', '--test-reporter-destination=stdout',
     '--test-reporter=spec', `--test-reporter-destination=${report}`, ...files];
-  const exitCode = await run(process.execPath, args, {
+  const exitCode = await run(node.node, args, {
     env: {
       OSTREL_TEST_ADDON: path.join(addonDirectory(preset), 'ostrel_native.node'),
       OSTREL_TEST_BUILD_DIR: directory,
+      OSTREL_TEST_OWN_NODE: ownNode.node,
       ...env,
     },
     log,
     onLine,
   });
   if (exitCode !== 0) {
-    const text = readIfThere(report);
-    const failures = text.slice(Math.max(text.lastIndexOf('failing tests:'), 0));
-    step.print([failures, `The whole output stands in ${shown(report)} and ${shown(log)}.`]);
+    step.print([failuresIn(readIfThere(report)), `The whole output stands in ${shown(report)} and ${shown(log)}.`]);
   }
   const tap = readIfThere(log);
   return finish(step, withExitCode(countTap(tap), exitCode), skipReasonsInTap(tap));
 }
 
+/** Runs the script tests of a preset, as one step. */
+export function runScriptTests(step, preset, env) {
+  // Those that wait out time-outs of twenty seconds begin at once.
+  const files = findScriptTests().sort((a, b) => waitsLong.test(b) - waitsLong.test(a));
+  return runFiles(step, preset, files, { env, name: 'script' });
+}
+
 /** Runs the tests of the viewer in a browser, which takes what processor there is, one file after the other. */
 export function runBrowserTests(step, preset) {
-  return runScriptTests(step, preset, {}, { folder: 'browser', order: concurrency.length > 0 ? ['--test-concurrency=1'] : [] });
+  return runFiles(step, preset, findScriptTests(path.join(root, 'test', 'browser')), { name: 'browser', concurrency: 1 });
+}
+
+/** Runs what must hold under the oldest Node.js too, a step for each version that is here. */
+export async function runOldNodeTests(preset) {
+  const files = oldNodeTests.map((name) => path.join(root, 'test', 'script', `${name}.test.js`));
+  const results = [];
+  for (const node of oldNodes()) {
+    const name = `node-${node.version}`;
+    results.push(await runFiles(new Step(`under ${node.version}`), preset, files, { node, name }));
+  }
+  return results;
 }
 
 /** Runs all tests of a preset but those in a browser, and gives the counts of each kind. */

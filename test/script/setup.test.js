@@ -1,20 +1,24 @@
 // The set-up's decisions, without touching the machine.
 
 import assert from 'node:assert/strict';
-import { spawnSync } from 'node:child_process';
+import { execFileSync, spawn, spawnSync } from 'node:child_process';
 import { createHash } from 'node:crypto';
 import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
 import { describe, it } from 'node:test';
 
+import { sourceLines } from '../../scripts/lib/bare-machine.js';
 import { needsConfigure, parseCache } from '../../scripts/lib/build.js';
 import { isGeneration } from '../../scripts/lib/ffmpeg.js';
+import { kitNode, nodeReleases, oldNodes } from '../../scripts/lib/node-releases.js';
 import { isStale, provideNodeVersions } from '../../scripts/lib/npm-packages.js';
 import { commandLine } from '../../scripts/lib/output.js';
 import { missingPackages, missingSentence } from '../../scripts/lib/packages.js';
 import { findProgram } from '../../scripts/lib/processes.js';
 import { makeTemporaryDirectory } from './support/temporary.js';
+
+const releasesUrl = new URL('../../scripts/lib/node-releases.js', import.meta.url).href;
 
 function systemWith({ installed = [], programs = [], headers = [], libraries = [] }) {
   return {
@@ -29,33 +33,137 @@ describe('the Node.js releases', () => {
   const folder = 'node_modules/node-x';
   const installed = { [folder]: { version: '1.0.0' } };
 
-  /** What the step tells where npm is a shell script of these lines. */
-  async function toldWith(...lines) {
+  /** What two runs of the step print where npm is a shell script of these lines. */
+  async function printedWith(lines, { kitOnly = false, locked = installed } = {}) {
     const directory = makeTemporaryDirectory();
-    fs.writeFileSync(path.join(directory, 'package-lock.json'), JSON.stringify({ packages: { '': {}, ...installed } }));
+    fs.writeFileSync(path.join(directory, 'package-lock.json'), JSON.stringify({ packages: { '': {}, ...locked } }));
     fs.writeFileSync(path.join(directory, 'npm'), ['#!/bin/sh', `cd '${directory}'`, ...lines, ''].join('\n'), { mode: 0o755 });
     const { PATH } = process.env;
     process.env.PATH = `${directory}${path.delimiter}${PATH}`;
     const told = [];
     const step = { during: (_, work) => work, done: (text) => told.push(text) };
     try {
-      await provideNodeVersions(step, directory);
-      await provideNodeVersions(step, directory);
+      await provideNodeVersions(step, { directory, kitOnly });
+      await provideNodeVersions(step, { directory, kitOnly });
     } finally {
       process.env.PATH = PATH;
     }
     return told;
   }
 
+  const fetching = [`mkdir -p ${folder}`, `echo '{}' > ${folder}/package.json`, `echo "$*" >> arguments`,
+    `echo '${JSON.stringify({ packages: installed })}' > node_modules/.package-lock.json`];
+  const withDev = { ...installed, 'node_modules/node-y': { version: '1.0.0', dev: true } };
+
   it('are fetched once', async () => {
-    assert.deepEqual(await toldWith(`mkdir -p ${folder}`, `echo '{}' > ${folder}/package.json`,
-      `echo '${JSON.stringify({ packages: installed })}' > node_modules/.package-lock.json`), ['installed', 'here']);
+    assert.deepEqual(await printedWith(fetching), ['installed', 'here']);
+  });
+
+  it('are fetched again for the tests where the one for the kit alone is here', async () => {
+    assert.deepEqual(await printedWith(fetching, { locked: withDev }), ['installed', 'installed']);
+    assert.deepEqual(await printedWith(fetching, { locked: withDev, kitOnly: true }), ['installed', 'here']);
+  });
+
+  it('are fetched without those that only the tests need where no tests follow', async () => {
+    const omitting = ['case "$*" in *--omit=dev*) ;; *) exit 1;; esac', ...fetching];
+    assert.deepEqual(await printedWith(omitting, { locked: withDev, kitOnly: true }), ['installed', 'here']);
+    assert.match((await printedWith(omitting, { locked: withDev }))[0], /^not here/);
   });
 
   it('are told in one sentence where they cannot be fetched, and stop nothing', async () => {
     const sentence = "not here, their tests are skipped: check the network and npm's registry setting, " +
       `then run "${commandLine()}" again.`;
-    assert.deepEqual(await toldWith('exit 1'), [sentence, sentence]);
+    assert.deepEqual(await printedWith(['exit 1']), [sentence, sentence]);
+  });
+
+  const releases = [['18.17.0', '/18'], ['20.20.2', '/20'], ['22.1.0', '/22']].map(([version, node]) => ({ version, node }));
+  const own = (version) => ({ version, node: '/own' });
+
+  it('run the kit only where the own Node.js of the machine is older than 20.11', () => {
+    const choice = (version) => kitNode({ own: own(version), releases }).node;
+    assert.deepEqual(['18.20.4', '20.10.9', '20.11.0', '22.0.0'].map(choice), ['/20', '/20', '/own', '/own']);
+  });
+
+  it('that were not fetched run nothing: an old machine is told in one sentence what to do', () => {
+    const absent = releases.map((release) => ({ ...release, node: null }));
+    assert.equal(kitNode({ own: own('20.11.0'), releases: absent }).node, '/own');
+    assert.throws(() => kitNode({ own: own('18.20.4'), releases: absent }), {
+      message: 'This needs Node.js 20.11 or newer, this machine has 18.20.4, and no newer one could be fetched: check the ' +
+        `network and npm's registry setting, or install one, then run "${commandLine()}" again.`,
+    });
+  });
+
+  it('below the one that runs the kit are tested too, each version once', () => {
+    const tested = (version, from = releases) => oldNodes({ own: own(version), releases: from }).map(({ node }) => node);
+    assert.deepEqual(tested('22.0.0'), ['/18']);
+    assert.deepEqual(tested('18.20.4'), ['/18', '/own']);
+    assert.deepEqual(tested('18.17.0'), ['/18']);
+    assert.deepEqual(tested('22.0.0', releases.slice(1)), []);
+  });
+
+  it('are all listed with the version that they have', () => {
+    const listed = nodeReleases();
+    assert.deepEqual(listed.map(({ name }) => name), ['node-18', 'node-20', 'node-22', 'node-24', 'node-26']);
+    assert.equal(listed[0].version, '18.17.0');
+    const fetched = listed.filter(({ node }) => node !== null);
+    assert.deepEqual(fetched.map(({ node }) => execFileSync(node, ['--version'], { encoding: 'utf8' })),
+      fetched.map(({ version }) => `v${version}\n`));
+  });
+});
+
+describe('a program that needs the kit', () => {
+  const directory = makeTemporaryDirectory();
+  // Another path of the same Node.js, as if it had been fetched.
+  const fetched = path.join(directory, 'node');
+  fs.symlinkSync(process.execPath, fetched);
+
+  /** Starts a command that runs a program of these lines by runKitProgram, under `node`. */
+  function start(node, ...lines) {
+    const program = path.join(directory, 'program.mjs');
+    fs.writeFileSync(program, lines.join('\n'));
+    const script = `import { runKitProgram } from ${JSON.stringify(releasesUrl)};
+      process.env.STARTED_BY = process.pid;
+      await runKitProgram(${JSON.stringify(program)}, ['a', '--b'], { node: ${JSON.stringify(node)} });`;
+    const child = spawn(process.execPath, ['--input-type=module', '--eval', script], { stdio: ['ignore', 'pipe', 'inherit'] });
+    let text = '';
+    child.stdout.setEncoding('utf8').on('data', (part) => (text += part));
+    const ended = new Promise((resolve) => child.on('close', (code, signal) => resolve({ code, signal, text })));
+    return { child, ended, program };
+  }
+  const show = 'console.log(process.argv.slice(2).join(" "), process.env.STARTED_BY === String(process.pid));';
+
+  it('runs in the same process where the own Node.js will do, with its own arguments', async () => {
+    const { ended } = start(process.execPath, show, 'process.exitCode = 5;');
+    assert.deepEqual(await ended, { code: 5, signal: null, text: 'a --b true\n' });
+  });
+
+  it('runs in a child under a fetched Node.js, whose output and code are those of the command', async () => {
+    const { ended } = start(fetched, show, 'process.exitCode = 5;');
+    assert.deepEqual(await ended, { code: 5, signal: null, text: 'a --b false\n' });
+  });
+
+  it('gets the signals that are sent to the command', async () => {
+    for (const [signal, code] of [['SIGINT', 7], ['SIGTERM', 8], ['SIGHUP', 9]]) {
+      const { child, ended } = start(fetched, `process.on('${signal}', () => process.exit(${code}));`,
+        'setInterval(() => {}, 60_000);', 'console.log("ready");');
+      await new Promise((resolve) => child.stdout.once('data', resolve));
+      child.kill(signal);
+      assert.deepEqual(await ended, { code, signal: null, text: 'ready\n' });
+    }
+  });
+
+  it('that a signal ends gives the code that a shell gives', async () => {
+    const { ended } = start(fetched, "process.kill(process.pid, 'SIGKILL');", 'setInterval(() => {}, 60_000);');
+    assert.deepEqual(await ended, { code: 137, signal: null, text: '' });
+  });
+});
+
+describe('a bare machine', () => {
+  it('gets the package sources of Debian 12, and none of others', () => {
+    const targets = ['http://a/debian/ bookworm main', 'http://a/debian/ bookworm-updates main', 'http://b/ nodistro main',
+      'http://a/debian/ bookworm-backports main', 'http://c/security/ bookworm-security contrib', 'http://d/ trixie main', ''];
+    assert.deepEqual(sourceLines(targets.join('\n')), ['deb http://a/debian/ bookworm main',
+      'deb http://a/debian/ bookworm-updates main', 'deb http://c/security/ bookworm-security contrib']);
   });
 });
 
@@ -116,6 +224,14 @@ describe('an npm install', () => {
 
   it('stands without the optional packages of other platforms', () => {
     assert.equal(isStale(locked, { 'node_modules/a': { version: '1.0.0' } }), false);
+  });
+
+  it('stands without the packages for development where they are omitted', () => {
+    const dev = { ...locked, 'node_modules/c': { version: '3.0.0', dev: true } };
+    const installed = { 'node_modules/a': { version: '1.0.0' } };
+    assert.equal(isStale(dev, installed, { omitsDev: true }), false);
+    assert.equal(isStale(dev, installed), true);
+    assert.equal(isStale(dev, { ...installed, 'node_modules/c': { version: '3.0.1' } }, { omitsDev: true }), true);
   });
 
   it('is stale if a package is absent', () => {

@@ -8,8 +8,8 @@ import { fileURLToPath } from 'node:url';
 
 import { addonPath } from '../../script/support/environment.js';
 
-const mainUrl = new URL('../../../viewer/main.js', import.meta.url).href;
 export const root = fileURLToPath(new URL('../../..', import.meta.url));
+const program = path.join(root, 'viewer', 'run.js');
 
 /** The virtual microscope as most tests want it: standing still, without noise, with numbers on the frames. */
 const usualEnvironment = {
@@ -25,10 +25,7 @@ const usualEnvironment = {
 export async function startViewer({ args = [], env = {} } = {}) {
   const directory = await mkdtemp(path.join(os.tmpdir(), 'ostrel-viewer-test-'));
   const output = path.join(directory, 'output');
-  const script = `import { runExample } from ${JSON.stringify(new URL('../../../examples/lib/report.js', import.meta.url).href)};
-    import { runViewer } from ${JSON.stringify(mainUrl)};
-    await runExample(() => runViewer(${JSON.stringify(['--port', '0', '--output', output, ...args])}));`;
-  const child = spawn(process.execPath, ['--input-type=module', '--eval', script], {
+  const child = spawn(process.execPath, [program, '--port', '0', '--output', output, ...args], {
     env: { ...process.env, ...usualEnvironment, OSTREL_TEST_ADDON: addonPath, ...env },
     stdio: ['ignore', 'pipe', 'pipe'],
   });

@@ -1,24 +1,29 @@
 // The package as its users get it: packed, and installed in an empty folder without a network.
 
-import { spawn } from 'node:child_process';
+import { execFileSync, spawn } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 
+import { nodeReleases } from '../../../scripts/lib/node-releases.js';
+
 export const root = fileURLToPath(new URL('../../..', import.meta.url));
 
-const versionsDirectory = path.join(root, 'test', 'node-versions');
-const longestMs = 60_000;
+const longestMs = 180_000;
 // Packing builds the release first where a file of its sources has changed.
 const longestPackMs = 600_000;
 
-/** The Node.js releases to try: [{ name, node }]; `node` is null where the set-up could not fetch it. */
-export function nodeReleases() {
-  const { dependencies } = JSON.parse(fs.readFileSync(path.join(versionsDirectory, 'package.json'), 'utf8'));
-  return Object.keys(dependencies).map((name) => {
-    const node = path.join(versionsDirectory, 'node_modules', name, 'bin', 'node');
-    return { name, node: fs.existsSync(node) ? node : null };
-  });
+/**
+ * The Node.js to try: [{ title, version, node }], the fetched releases and the machine's own; `node` is null
+ * where the set-up could not fetch it.
+ */
+export function triedNodes() {
+  const own = process.env.OSTREL_TEST_OWN_NODE ?? process.execPath;
+  const version = execFileSync(own, ['--version'], { encoding: 'utf8' }).trim().slice(1);
+  return [
+    ...nodeReleases().map((release) => ({ title: `Node.js ${release.version}`, ...release })),
+    { title: "the machine's own Node.js", version, node: own },
+  ];
 }
 
 // What npm tells the scripts that it runs is none of a user's settings.
@@ -26,9 +31,9 @@ const userEnvironment = () =>
   Object.fromEntries(Object.entries(process.env).filter(([name]) => !/^(npm_|NODE_|OSTREL_|INIT_CWD$)/.test(name)));
 
 /** Runs a program as a user would; gives { stdout, stderr, code }. */
-export function runAsUser(command, args, { cwd, timeout = longestMs } = {}) {
+export function runAsUser(command, args, { cwd, env = {}, timeout = longestMs } = {}) {
   const child = spawn(command, args, {
-    cwd, env: userEnvironment(), stdio: ['ignore', 'pipe', 'pipe'], timeout, killSignal: 'SIGKILL',
+    cwd, env: { ...userEnvironment(), ...env }, stdio: ['ignore', 'pipe', 'pipe'], timeout, killSignal: 'SIGKILL',
   });
   const output = { stdout: '', stderr: '' };
   for (const name of Object.keys(output)) {

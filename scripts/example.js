@@ -1,0 +1,15 @@
+// npm run example:*: sets up what is missing, then runs the example that the first argument names.
+
+import path from 'node:path';
+
+import { runKitProgram } from './lib/node-releases.js';
+import { runCommand } from './lib/output.js';
+import { root } from './lib/paths.js';
+import { addonTargets, setUp } from './setup.js';
+
+const [name, ...args] = process.argv.slice(2);
+
+await runCommand(() => setUp({ kit: true, targets: addonTargets }));
+if (!process.exitCode) {
+  await runKitProgram(path.join(root, 'examples', `${name}.js`), args);
+}
