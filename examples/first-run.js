@@ -130,7 +130,8 @@ async function waitForCamera(addon, call, look) {
 async function watchPreview(addon, preview, firstFrame, seconds) {
   let interrupted = false;
   const interrupt = () => (interrupted = true);
-  process.once('SIGINT', interrupt);
+  // One Ctrl+C comes twice: from the terminal, and once more from npm.
+  process.on('SIGINT', interrupt);
   const line = new LiveLine({ quietSeconds: 2 });
   const seen = { frames: 0, seconds: 0, latest: firstFrame, still: null };
   const started = performance.now();

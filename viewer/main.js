@@ -168,12 +168,16 @@ export async function runViewer(args) {
   row('open', viewer.server.url);
   row('files', viewer.choice.output);
   row('end', 'Ctrl+C');
-  for (const signal of ['SIGINT', 'SIGTERM']) {
-    process.once(signal, async () => {
-      const { phase } = viewer.recording;
-      console.log(phase === 'recording' ? '\nFinishing the recording' : '');
-      await viewer.close();
-      process.exit();
-    });
-  }
+  let isEnding = false;
+  const end = async () => {
+    // One Ctrl+C comes twice: from the terminal, and once more from npm.
+    if (isEnding) {
+      return;
+    }
+    isEnding = true;
+    console.log(viewer.recording.phase === 'recording' ? '\nFinishing the recording' : '');
+    await viewer.close();
+    process.exit();
+  };
+  ['SIGINT', 'SIGTERM'].forEach((signal) => process.on(signal, end));
 }
