@@ -22,6 +22,7 @@ export class Recording extends EventEmitter {
   #onFinished;
   #timers;
   #isAwaited = false;
+  #isMeasuring = false;
   #isOver = false;
   #started = performance.now();
   #progress = { elapsedMs: 0, durationMs: 0, framesWritten: 0, framesDropped: 0, bytes: 0 };
@@ -124,7 +125,13 @@ export class Recording extends EventEmitter {
       this.finish(reason);
       return;
     }
+    // On a slow disk the last look may still be under way: progress comes in its order.
+    if (this.#isMeasuring) {
+      return;
+    }
+    this.#isMeasuring = true;
     await this.#measure(status);
+    this.#isMeasuring = false;
     if (!this.#finishing) {
       this.emit('progress', this.#progress);
     }

@@ -4,6 +4,7 @@ import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
 import { once } from 'node:events';
 import fs from 'node:fs';
+import { syncBuiltinESMExports } from 'node:module';
 import path from 'node:path';
 import { after, afterEach, before, beforeEach, describe, it } from 'node:test';
 
@@ -14,7 +15,7 @@ import { loadAddon, toolEnvironment, untidyEnvironment } from './support/environ
 import { openFakeCamera } from './support/fake-camera.js';
 import { decodingComplaints, probe, topBoxes } from './support/media.js';
 import { makeTemporaryDirectory } from './support/temporary.js';
-import { until } from './support/waiting.js';
+import { sleep, until } from './support/waiting.js';
 
 const addon = loadAddon();
 const directory = makeTemporaryDirectory();
@@ -239,6 +240,34 @@ describe('a recording', () => {
     }
   });
 
+  it('tells its progress in its order where a look at the file takes long', async () => {
+    const { stat } = fs.promises;
+    let looks = 0;
+    let isLate = false;
+    fs.promises.stat = async (...args) => {
+      looks += 1;
+      if (looks === 1) {
+        await sleep(100);
+        isLate = true;
+      }
+      return stat(...args);
+    };
+    syncBuiltinESMExports();
+    try {
+      const recording = await start();
+      const elapsed = [];
+      recording.on('progress', ({ elapsedMs }) => elapsed.push(elapsedMs));
+      await until('some progress', () => isLate && elapsed.length > 0);
+      const told = elapsed.length;
+      await until('more of it', () => elapsed.length > told);
+      await recording.stop();
+      assert.deepEqual(elapsed, [...elapsed].sort((a, b) => a - b));
+    } finally {
+      fs.promises.stat = stat;
+      syncBuiltinESMExports();
+    }
+  });
+
   it('goes on when an iteration of it is left', async () => {
     const recording = await start();
     for await (const progress of recording) {
@@ -405,7 +434,7 @@ describe('a recording', () => {
     it('because it was stopped', () => lose(() => addon.cameraPreviewStop(0)));
 
     it('because it fell silent', () =>
-      lose(() => camera.send('default cnokhwa_grab_frame -8'), { silenceMs: 400 }));
+      lose(() => camera.send('default cnokhwa_grab_frame -8'), { silenceMs: 2000 }));
 
     it('because it came with another size', () => lose(() => {
       camera.send('frame 32 24');
