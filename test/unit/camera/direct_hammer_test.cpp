@@ -64,12 +64,19 @@ struct DirectHammer : DirectPreviewTest {
                        [&frame](std::uint8_t byte) { return byte == frame.value; });
   }
 
-  // Takes frames for one part of the time, holding up to three and giving them back in any order.
-  void Read(std::chrono::steady_clock::duration time, std::size_t checkedBytes) {
+  // Takes frames for one part of the time, and until there are `enough`, holding up to three and
+  // giving them back in any order.
+  void Read(std::chrono::steady_clock::duration time, std::uint64_t enough,
+            std::size_t checkedBytes) {
     const auto end = std::chrono::steady_clock::now() + time;
+    const auto latest = end + std::chrono::minutes(1);
+    const auto goesOn = [&] {
+      const auto now = std::chrono::steady_clock::now();
+      return now < end || (taken <= enough && now < latest);
+    };
     std::uint64_t last = 0;
     std::vector<HeldFrame> held;
-    while (std::chrono::steady_clock::now() < end) {
+    while (goesOn()) {
       DirectFrame frame(*producer, kDevice, last);
       if (frame.result == 0 && random() % 16 != 0) {  // now and then one is thrown away
         frame.Keep();
@@ -94,6 +101,7 @@ struct DirectHammer : DirectPreviewTest {
     }
   }
 
+  static constexpr std::uint64_t kEnough = 100;
   std::minstd_rand random{20260101};
   std::uint64_t taken = 0;
   std::uint64_t torn = 0;
@@ -109,8 +117,8 @@ TEST_F(DirectHammer, NeverTearsAFrameThatTheCallbackCopies) {
     std::fill_n(static_cast<std::uint8_t*>(buffer), capacity, std::uint8_t{1});
     return 0;
   });
-  constexpr int kStarts = 4;
-  for (int start = 0; start < kStarts; ++start) {
+  constexpr unsigned kStarts = 4;
+  for (unsigned start = 0; start < kStarts; ++start) {
     ASSERT_EQ(Start(), 0);
     Bytes bytes(kBgraBytes);
     CallbackThread callbacks([this, &bytes](std::uint64_t frame) {
@@ -125,12 +133,13 @@ TEST_F(DirectHammer, NeverTearsAFrameThatTheCallbackCopies) {
       }
       return 0;
     };
-    Read(std::chrono::milliseconds(HammerSeconds()) / kStarts, kBgraBytes);
+    Read(std::chrono::milliseconds(HammerSeconds()) / kStarts, kEnough * (start + 1) / kStarts,
+         kBgraBytes);
     producer->Stop(-1);
     onRegister = [](bool) { return 0; };
   }
   EXPECT_EQ(torn, 0U);
-  EXPECT_GT(taken, 100U);
+  EXPECT_GT(taken, kEnough);
 }
 
 // JPEGs of one grey each, and between them uncompressed frames, which the callback itself delivers.
@@ -165,13 +174,13 @@ TEST_F(DirectHammer, NeverTearsAFrameWhileCallbackAndWorkerBothDeliver) {
     callbacks.Join();
     return 0;
   };
-  Read(HammerSeconds(), kLumaBytes);
+  Read(HammerSeconds(), kEnough, kLumaBytes);
   const EncodedFrame encoded = producer->LatestEncodedFrame(kDevice);
   EXPECT_TRUE(encoded.isThere);
   EXPECT_NE(std::find(jpegs.begin(), jpegs.end(), encoded.data), jpegs.end());
   producer->Stop(-1);
   EXPECT_EQ(torn, 0U);
-  EXPECT_GT(taken, 100U);
+  EXPECT_GT(taken, kEnough);
 }
 
 }  // namespace

@@ -173,12 +173,16 @@ TEST(SimulatedCamera, LosesFramesWhileItStutters) {
   SmallCamera small(settings);
   ASSERT_EQ(small.camera.Start(0), kOk);
   small.AwaitFirstFrame();
-  std::uint32_t number = 0;
-  while (number < 3) {
-    number = small.NumberOf(small.Grab());
+  std::uint32_t late = 0;
+  while (late == 0 || late % 2 != 0) {
+    late = small.NumberOf(small.Grab());
   }
-  // Frame 2 comes 366 ms after the start, when frame 10 has become due.
-  EXPECT_GE(number, 10U);
+  std::uint32_t next = late;
+  while (next == late) {
+    next = small.NumberOf(small.Grab());
+  }
+  // A frame that is 300 ms late comes when the ninth after it was due.
+  EXPECT_GE(next, late + 8);
 }
 
 TEST(SimulatedCamera, StartsAnewInAnotherFormat) {
@@ -248,8 +252,9 @@ TEST(SimulatedCamera, GivesNoFrameTwiceWhileItIsFrozen) {
   small.microscope.faults.freezes = true;
   std::vector<std::uint8_t> frame(640 * 480 * 3);
   const auto grab = [&] { return small.camera.Grab(frame.data(), static_cast<int>(frame.size())); };
-  // Those that were made already come out.
-  while (grab() == kOk) {
+  // Those that were made already come out, the last of them perhaps late.
+  for (int quiet = 0; quiet < 2;) {
+    quiet = grab() == kOk ? 0 : quiet + 1;
   }
   const std::vector<std::uint8_t> last = frame;
   EXPECT_EQ(grab(), kNotYet);
@@ -298,9 +303,9 @@ TEST(SimulatedCamera, GrabsAsLateAsItIsSlowedDown) {
   small.AwaitFirstFrame();
   small.Grab();
   small.microscope.faults.slowMs = 120;
-  const std::uint32_t before = small.NumberOf(small.Grab());
-  // Three periods pass in that time.
-  EXPECT_GE(small.NumberOf(small.Grab()), before + 3);
+  const auto begin = std::chrono::steady_clock::now();
+  small.Grab();
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(120));
 }
 
 }  // namespace
