@@ -48,7 +48,7 @@ test('a stack that cannot be taken says why', async () => {
 test('a stack can be cancelled, and the focus goes back', async () => {
   const before = await text(page, 'focus-now');
   await page.click('#take-stack');
-  await awaitText(page, 'stack-text', /^Picture 2 of 9/);
+  await awaitText(page, 'stack-text', /^Picture [2-9] of 9/);
   assert.ok(await page.isDisabled('#focus'));
   await page.click('#take-stack');
   await awaitText(page, 'stack-text', /^Cancelled$/);
@@ -57,14 +57,26 @@ test('a stack can be cancelled, and the focus goes back', async () => {
   assert.ok(await page.isEnabled('#focus'));
 });
 
+const wantedPositions = [48, 75, 101, 128, 155, 181, 208];
+
 test('the fused picture is sharper than every source', async () => {
   await page.fill('#stack-steps', '7');
+  await page.evaluate(() => {
+    const [element, progress] = ['stack-text', 'stack-progress'].map((id) => document.getElementById(id));
+    window.keptProgress = [];
+    new MutationObserver(() => window.keptProgress.push([element.textContent, progress.value]))
+      .observe(element, { childList: true, characterData: true, subtree: true });
+  });
   await page.click('#take-stack');
-  // Both at one look: the next picture may be taken before a second one.
-  await page.waitForFunction(() => document.getElementById('stack-text').textContent === 'Picture 3 of 7, focus at 101' &&
-    document.getElementById('stack-progress').value.toFixed(4) === (1 / 7).toFixed(4));
   await page.waitForSelector('#compare', { state: 'visible' });
   await awaitText(page, 'stack-text', /^7 pictures, measured in .* and fused in .* s\.$/);
+  const taking = (await page.evaluate(() => window.keptProgress)).filter(([words]) => words.startsWith('Picture'));
+  // A busy machine may pass over some of them.
+  assert.ok(taking.length > 0);
+  for (const [words, progress] of taking) {
+    const [number, focus] = /^Picture (\d) of 7, focus at (\d+)$/.exec(words).slice(1).map(Number);
+    assert.deepEqual([focus, progress.toFixed(4)], [wantedPositions[number - 1], ((number - 1) / 14).toFixed(4)]);
+  }
   const png = await readFile(await download(page, 'stack-link'));
   assert.equal(pixelMicrons(png).toFixed(3), '1.400');
   const fused = await sharpnessOf(png);
@@ -81,7 +93,7 @@ test('the fused picture is sharper than every source', async () => {
     const source = await sharpnessOf(sourcePng);
     assert.ok(fused.sharpness > 1.2 * source.sharpness, `${fused.sharpness} fused, ${source.sharpness} at ${caption}`);
   }
-  assert.deepEqual(positions, [48, 75, 101, 128, 155, 181, 208]);
+  assert.deepEqual(positions, wantedPositions);
   await keepScreenshot(page, 'stack-light-1440');
 });
 

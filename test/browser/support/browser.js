@@ -13,7 +13,7 @@ const screenshots = path.join(root, 'build', 'screenshots');
 const options = ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
   '--disable-background-networking', '--disable-component-update', '--disable-sync'];
 // Far above what anything takes: it ends a test that hangs.
-const longestMs = 60_000;
+const longestMs = 120_000;
 
 export const startBrowser = () =>
   chromium.launch({ executablePath: '/usr/bin/chromium', args: options, env: toolEnvironment });
@@ -42,6 +42,21 @@ export async function awaitText(page, id, pattern) {
   await page.waitForFunction(([name, source]) => new RegExp(source).test(document.getElementById(name).textContent),
     [id, pattern.source]);
   return text(page, id);
+}
+
+/**
+ * Keeps what an element shows from now on, each text once, as a busy machine may miss one that is soon replaced.
+ * Gives a function that waits until a text matched a pattern.
+ */
+export async function keepTexts(page, id) {
+  await page.evaluate((name) => {
+    const element = document.getElementById(name);
+    const texts = (window.keptTexts ??= {})[name] = new Set([element.textContent.trim()]);
+    new MutationObserver(() => texts.add(element.textContent.trim()))
+      .observe(element, { childList: true, characterData: true, subtree: true });
+  }, id);
+  return (pattern) => page.waitForFunction(([name, source]) =>
+    [...window.keptTexts[name]].some((kept) => new RegExp(source).test(kept)), [id, pattern.source]);
 }
 
 /** Waits until the canvas has been painted anew so often. */
