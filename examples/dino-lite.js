@@ -13,7 +13,7 @@ import { loadAddon } from './lib/load-addon.js';
 import { readMicroscopeArguments, withHand } from './lib/microscope-session.js';
 import { heading, row, runExample } from './lib/report.js';
 import { expectDone } from './lib/results.js';
-import { Telemetry, handSeconds, settledMs } from './lib/telemetry.js';
+import { Telemetry, handSeconds, settledMs, virtualHandSeconds } from './lib/telemetry.js';
 
 const ledModeNames = { 17: 'all LEDs', 34: 'flexible', 16: 'group 1', 1: 'group 2', 0: 'off' };
 
@@ -71,7 +71,7 @@ async function watchRing(telemetry, hand) {
     : `turn it within ${handSeconds} seconds`);
   for (const magnification of hand ? [200, 35, 50] : []) {
     await hand(`magnification ${magnification}`);
-    await telemetry.until(() => isNear(telemetry.amr, magnification) && telemetry.fieldOfView !== null, handSeconds);
+    await telemetry.until(() => isNear(telemetry.amr, magnification) && telemetry.fieldOfView !== null, virtualHandSeconds);
     telemetry.say(`ring at ${magnification}`, telemetry.text());
   }
   if (!hand) {

@@ -14,6 +14,8 @@ import { expectDone } from './lib/results.js';
 import { Telemetry, pollMs, settledMs } from './lib/telemetry.js';
 
 const autoFocusSeconds = 10;
+// It has come to rest where it has not moved for so long.
+const restMs = 1500;
 
 async function open(addon, { library, device }) {
   heading('Microscope library');
@@ -69,7 +71,7 @@ class OstrelTelemetry extends Telemetry {
   async focusAtRest(seconds) {
     const deadline = performance.now() + seconds * 1000;
     let focus = this.focus;
-    for (let since = performance.now(); performance.now() - since < settledMs && performance.now() < deadline;) {
+    for (let since = performance.now(); performance.now() - since < restMs && performance.now() < deadline;) {
       await sleep(pollMs);
       if (this.focus !== focus) {
         focus = this.focus;
