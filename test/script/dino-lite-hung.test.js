@@ -7,7 +7,7 @@ import { describe, it } from 'node:test';
 import { valueFromHungChild } from './support/child.js';
 import { fakePath, readSymbols, untidyEnvironment } from './support/environment.js';
 import { unknownDinoLite } from './support/fake-dino-lite.js';
-import { assertWaited, hangAllPromises, hangOnTheOwnerThread, slackMs } from './support/hang.js';
+import { assertPolled, assertWaited, hangAllPromises, hangOnTheOwnerThread } from './support/hang.js';
 
 const library = fakePath('libdinolite.so');
 const timedOut = 'Dino-Lite SDK call timed out';
@@ -49,7 +49,7 @@ describe('a Dino-Lite library that hangs for ever', { concurrency: 32 }, () => {
 
   for (const [symbol, row] of Object.entries(hangs)) {
     it(`in ${symbol} makes ${row.call} give up after ${row.ms} ms, and nothing else wait`, async () => {
-      const { waited, polled, nextWaited, state, ...rest } =
+      const { waited, longestPoll, nextWaited, state, ...rest } =
         await valueFromHungChild(hangOnTheOwnerThread, options(['dinoLite', symbol, { library, ...row }]));
       assert.deepEqual(rest, {
         given: row.gives,
@@ -62,7 +62,7 @@ describe('a Dino-Lite library that hangs for ever', { concurrency: 32 }, () => {
       });
       assertWaited(waited, row.ms);
       assertWaited(nextWaited, 5000);
-      assert.ok(polled < slackMs, `2000 polls of everything took ${polled} ms`);
+      assertPolled(longestPoll);
       // After a dispose that was not done in time nobody sees the device any more.
       const { loaded, backend, path, selectedDeviceIndex, ledModes, error } = state;
       assert.deepEqual({ loaded, backend, path, selectedDeviceIndex, ledModes, error },
@@ -74,11 +74,9 @@ describe('a Dino-Lite library that hangs for ever', { concurrency: 32 }, () => {
     const { answers, turns, errors, entered } =
       await valueFromHungChild(hangAllPromises, options(['dinoLite', 'dl_initialize', library]));
     assert.deepEqual(answers.map(([value]) => value), [false, [], false, false]);
-    [20_000, 20_000, 10_000, 5000].forEach((ms, i) => {
-      assert.ok(answers[i][1] >= ms - 2);
-      assertWaited(answers[i][1], ms);
-    });
-    assert.ok(turns > 50, `${turns} turns`);
+    [20_000, 20_000, 10_000, 5000].forEach((ms, i) => assertWaited(answers[i][1], ms));
+    // Of about 200; a script thread that waits has none.
+    assert.ok(turns >= 5, `${turns} turns`);
     assert.deepEqual(errors, [timedOut, '']);
     assert.equal(entered, 1);
   });

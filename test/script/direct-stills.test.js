@@ -22,13 +22,14 @@ describe('the quality picture of a direct preview', () => {
   const rgb = Buffer.from([...bytes].filter((_, index) => index % 4 !== 3))
     .map((_, index, all) => all[index - (index % 3) + 2 - (index % 3)]);
 
+  // Before any of the frames.
+  const earliest = Date.now();
   const assertPicture = async (values, expected) => {
-    const started = Date.now();
     const answer = await picture(0);
     assert.deepEqual(Object.keys(answer), keys);
     const { data, timestampMs, ...rest } = answer;
     assert.deepEqual(rest, { result: 0, sequence: 1, width: 8, height: 6, ...values });
-    assert.ok(timestampMs >= started - 10_000 && timestampMs <= Date.now());
+    assert.ok(timestampMs >= earliest && timestampMs <= Date.now());
     assert.ok(Buffer.isBuffer(data) && data.equals(expected));
     assert.equal((await picture(1)).sequence, 2);
   };

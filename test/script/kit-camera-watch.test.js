@@ -336,7 +336,7 @@ describe('the virtual microscope', () => {
       addon.cameraInitialize();
       const hand = await MicroscopeControl.connect(process.env.OSTREL_SIMULATOR_CONTROL);
       const watch = kit.watchCamera({ native: addon, start: true, capture: { format: 0 }, preview: {},
-        searchMs: 100, stallMs: 10_000 });
+        searchMs: 100, stallMs: 60_000, graceMs: 60_000 });
       const names = [];
       ['stalled', 'recovered', 'lost', 'found', 'retry', 'close'].forEach((name) => watch.on(name, () => names.push(name)));
       const frames = kit.frames({ native: addon, device: () => watch.device });

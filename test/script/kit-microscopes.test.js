@@ -548,7 +548,8 @@ describe('the virtual microscope', () => {
 
   it('and through the other, each magnification once although its readings wander', async () => {
     const seen = await valueFromChild(body, { args: [...args, 'watchDinoLite'] });
-    const [first, ...others] = seen.filter(([name]) => name !== 'button').slice(0, 5);
+    // On a machine that stalls for two seconds, a value is unknown in between.
+    const [first, ...others] = seen.filter(([name, value]) => name !== 'button' && value !== null).slice(0, 5);
     assert.deepEqual(first, ['connected', 'simulated-microscope-1']);
     assert.deepEqual(others.map(([name]) => name), ['magnification', 'fieldOfView', 'magnification', 'fieldOfView']);
     // Of the field of view: the magnification that it is for.

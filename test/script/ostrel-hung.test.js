@@ -6,7 +6,7 @@ import { describe, it } from 'node:test';
 
 import { valueFromHungChild } from './support/child.js';
 import { fakePath, readSymbols, untidyEnvironment } from './support/environment.js';
-import { assertWaited, hangAllPromises, hangOnTheOwnerThread, slackMs } from './support/hang.js';
+import { assertPolled, assertWaited, hangAllPromises, hangOnTheOwnerThread } from './support/hang.js';
 
 const library = fakePath('libostrel.so');
 const timedOut = 'Ostrel SDK call timed out';
@@ -72,7 +72,7 @@ describe('a library that hangs for ever', { concurrency: 32 }, () => {
 
   for (const [symbol, row] of Object.entries(onTheOwnerThread)) {
     it(`in ${symbol} makes ${row.call} give up after ${row.ms} ms, and nothing else wait`, async () => {
-      const { waited, polled, nextWaited, telemetry, ...rest } =
+      const { waited, longestPoll, nextWaited, telemetry, ...rest } =
         await valueFromHungChild(hangOnTheOwnerThread, options(['ostrel', symbol, { library, ...row }]));
       assert.deepEqual(rest, {
         given: row.gives,
@@ -85,7 +85,7 @@ describe('a library that hangs for ever', { concurrency: 32 }, () => {
       });
       assertWaited(waited, row.ms);
       assertWaited(nextWaited, 5000);
-      assert.ok(polled < slackMs, `2000 polls of everything took ${polled} ms`);
+      assertPolled(longestPoll);
       assert.equal(telemetry.ostrelGetScopeStatus, -1);
       assert.equal(telemetry.ostrelGetFocusPosition, -1);
       assert.equal(telemetry.ostrelIsCapturePressed, false);
@@ -103,11 +103,9 @@ describe('a library that hangs for ever', { concurrency: 32 }, () => {
   it('lets every promise resolve with its failure value in its own time, and the script go on', async () => {
     const { answers, turns, errors, entered } = await valueFromHungChild(hangAllPromises, options(['ostrel', 'Init', library]));
     assert.deepEqual(answers.map(([value]) => value), [false, [], false, false]);
-    [20_000, 20_000, 10_000, 5000].forEach((ms, i) => {
-      assert.ok(answers[i][1] >= ms - 2);
-      assertWaited(answers[i][1], ms);
-    });
-    assert.ok(turns > 50, `${turns} turns`);
+    [20_000, 20_000, 10_000, 5000].forEach((ms, i) => assertWaited(answers[i][1], ms));
+    // Of about 200; a script thread that waits has none.
+    assert.ok(turns >= 5, `${turns} turns`);
     assert.deepEqual(errors, [timedOut, '']);
     assert.equal(entered, 1);
   });

@@ -275,16 +275,15 @@ describe('telemetry', () => {
 
   it('of a library that hangs is fresh for two seconds and unknown after that', async () => {
     fake.send('default GetScopeStatus 5\ndefault GetFocusPosition.position 6');
+    const begin = performance.now();
     addon.ostrelSelectDevice(0);
     fake.send('block GetScopeStatus');
-    const begin = performance.now();
-    assert.equal(addon.ostrelGetScopeStatus(), 5);
     while (addon.ostrelGetScopeStatus() === 5) {
       await new Promise((resolve) => setTimeout(resolve, 1));
       assert.ok(performance.now() - begin < 30_000);
     }
-    // The stamp is a little older than our own.
-    assert.ok(performance.now() - begin > 1_500);
+    // The clock of the stamps lags a little behind.
+    assert.ok(performance.now() - begin >= 1_900);
     assert.deepEqual(pollAll(addon), unknownTelemetry);
     fake.send('release GetScopeStatus');
     flush();

@@ -36,6 +36,7 @@ describe('the quality picture', () => {
   });
 
   it('is renewed at most twice a second, while the rate of the preview is measured', async () => {
+    const begin = performance.now();
     addon.cameraPreviewStart(device, 64, 48, 120);
     const pictures = [];
     await until('three pictures', () => {
@@ -43,9 +44,8 @@ describe('the quality picture', () => {
       return picture.result === 0 && pictures.push(picture) === 3;
     });
     assert.deepEqual(pictures.map(({ sequence }) => sequence), [1, 2, 3]);
-    // Steady clock against wall clock in whole milliseconds.
-    assert.ok(pictures[1].timestampMs - pictures[0].timestampMs >= 490);
-    assert.ok(pictures[2].timestampMs - pictures[1].timestampMs >= 490);
+    const passed = performance.now() - begin;
+    assert.ok(passed >= 1000, `three pictures in ${passed} ms`);
     const { producerFps } = await until('a measured rate', () => {
       const answer = addon.cameraPreviewGetLatest(device);
       return answer.producerFps > 0 && answer;

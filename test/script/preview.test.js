@@ -88,20 +88,25 @@ describe('with a camera library', () => {
     });
 
     it('sizes and a rate below 1 count as 1', async () => {
+      const started = performance.now();
       assert.equal(addon.cameraPreviewStart(device, 0, -5, 0), 0);
       const { width, height, data } = await nextFrame(addon, { device });
       assert.deepEqual([width, height, data.length], [1, 1, 4]);
       await sleep(200);
-      assert.equal(addon.cameraPreviewGetLatest(device).producedFrames, 1);
+      const { producedFrames } = addon.cameraPreviewGetLatest(device);
+      const elapsed = performance.now() - started;
+      assert.ok(producedFrames <= elapsed * 0.001 + 1, `${producedFrames} frames in ${elapsed} ms`);
     });
 
     it('a rate above 120 counts as 120', async () => {
       const started = performance.now();
       addon.cameraPreviewStart(device, 64, 48, 500);
-      await sleep(300);
-      const { producedFrames } = addon.cameraPreviewGetLatest(device);
+      const { producedFrames } = await until('40 frames', () => {
+        const answer = addon.cameraPreviewGetLatest(device);
+        return answer.producedFrames >= 40 && answer;
+      });
       const elapsed = performance.now() - started;
-      assert.ok(producedFrames >= 2 && producedFrames <= elapsed * 0.12 + 2, `${producedFrames} frames in ${elapsed} ms`);
+      assert.ok(producedFrames <= elapsed * 0.12 + 2, `${producedFrames} frames in ${elapsed} ms`);
     });
 
     it('without numbers it is 960 by 540, 30 frames a second', async () => {

@@ -17,8 +17,8 @@ const cameraRate = 30;
 const small = { format: 0, width: 640, height: 480, frameRate: 30, bitrate: 2_000_000, seconds: 0.5 };
 const noEncoder = 'No usable FFmpeg H.264 encoder was found';
 
-/** Records what the simulated camera shows; runs in a child. */
-async function record({ addon, simulatorPath, nextFrame, sleep }, { format, width, height, frameRate, bitrate, seconds, file }) {
+/** Records what the simulated camera shows, for `seconds` and until `dropped` frames were dropped; runs in a child. */
+async function record({ addon, simulatorPath, nextFrame, sleep }, { format, width, height, frameRate, bitrate, seconds, dropped = 0, file }) {
   if (!addon.loadCameraBackend(simulatorPath)) {
     throw new Error(addon.getLastError());
   }
@@ -33,7 +33,8 @@ async function record({ addon, simulatorPath, nextFrame, sleep }, { format, widt
   offered.least -= produced();
   await nextFrame(addon, { sequence });
   const end = performance.now() + seconds * 1000;
-  while (performance.now() < end && addon.cameraRecordingStatus().recording) {
+  const isOver = ({ recording, framesDropped }) => !recording || (performance.now() >= end && framesDropped >= dropped);
+  while (!isOver(addon.cameraRecordingStatus())) {
     await sleep(10);
   }
   offered.least += produced();
@@ -105,8 +106,11 @@ describe('a recording', () => {
     const numbers = paintedNumbers(file, options);
     assert.equal(numbers.length, result.status.framesWritten);
     assertRising(numbers);
-    const shown = (numbers.at(-1) - numbers[0]) / cameraRate;
-    assert.ok(Math.abs(shown - packets.at(-1).pts) < 0.2, `${shown} s shown in ${packets.at(-1).pts} s`);
+    // By how much a frame is later in the file than in the camera. Any one may have been held up.
+    const delays = numbers.map((number, index) => packets[index].pts - (number - numbers[0]) / cameraRate);
+    const third = Math.ceil(delays.length / 3);
+    const drift = median(delays.slice(-third)) - median(delays.slice(0, third));
+    assert.ok(Math.abs(drift) < 0.2, `${drift} s, ${delays}`);
   });
 
   it('of a full-size preview that the encoder cannot follow drops frames, counts them, and plays', {
@@ -114,7 +118,7 @@ describe('a recording', () => {
   }, async () => {
     const file = path.join(directory, 'dropping.mp4');
     // Format 3 delivers 60 frames a second.
-    const options = { format: 3, width: 1920, height: 1080, frameRate: 120, bitrate: 8_000_000, seconds: 1, file };
+    const options = { format: 3, width: 1920, height: 1080, frameRate: 120, bitrate: 8_000_000, seconds: 1, dropped: 1, file };
     // On one processor, whatever the machine has.
     const processor = /Cpus_allowed_list:\s*(\d+)/.exec(fs.readFileSync('/proc/self/status', 'utf8'))[1];
     const result = await valueFromChild(record, { args: [options], wrapper: ['taskset', '-c', processor] });

@@ -5,7 +5,7 @@ import { setTimeout as sleep } from 'node:timers/promises';
 export { sleep };
 
 // Only a failure waits for as long as this.
-const longestMs = 30_000;
+const longestMs = 60_000;
 
 /** Waits until `look()` gives something truthy, and gives that. `what` names it in the failure. */
 export async function until(what, look) {
