@@ -3,7 +3,6 @@
 #include <cassert>
 
 #include "addon/native_library.h"
-#include "devices/binding_error.h"
 
 namespace ostrel_native {
 
@@ -100,7 +99,16 @@ bool DinoLiteBinding::Load(const std::string& explicitPath) {
 }
 
 void DinoLiteBinding::SetBindingError(const std::string& text) {
-  StoreBindingError(mutex, error, text);
+  {
+    const MutexLock lock(mutex);
+    error = text;
+  }
+  SetLastError(text);
+}
+
+std::string DinoLiteBinding::ErrorText() const {
+  const MutexLock lock(mutex);
+  return error;
 }
 
 bool DinoLiteBinding::CanStartOnOwnerThread() {

@@ -3,10 +3,10 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "addon/mutex.h"
 #include "vendor/vendor_sdk_executor.h"
 
 namespace ostrel_native {
@@ -57,8 +57,8 @@ struct DinoLiteBinding {
     std::string reason;  ///< why not ok; empty otherwise
   };
 
-  mutable std::mutex mutex;  ///< a leaf
-  std::string error;         // guarded by mutex
+  mutable Mutex mutex;  ///< a leaf
+  std::string error OSTREL_GUARDED_BY(mutex);
   // The library's entry points; an absent optional one is null.
 #define REQUIRED(name, result, parameters) result(*name) parameters = nullptr;
 #define OPTIONAL(name, result, parameters) result(*name) parameters = nullptr;
@@ -108,6 +108,10 @@ struct DinoLiteBinding {
   /// Sets both error texts, the binding's first.
   /// Thread: any.
   void SetBindingError(const std::string& text);
+
+  /// A copy of the binding's own error text.
+  /// Thread: any.
+  std::string ErrorText() const;
 
   /// A library of the kind that all operations are made for is there.
   bool IsServed() const {

@@ -10,7 +10,7 @@ namespace ostrel_native {
 OSTREL_INIT_DINO_LITE DinoLiteBinding g_dinoLite;
 
 OSTREL_INIT_DINO_LITE DinoLiteBinding::DebugSnapshot g_dinoCachedSnapshot;
-constinit std::mutex g_dinoSnapshotMutex;
+constinit Mutex g_dinoSnapshotMutex;
 
 constinit ReadingRecord g_dinoTelemetry;
 constinit std::atomic<std::int32_t> g_dinoTelemetryIndex{-1};

@@ -10,7 +10,6 @@
 #include "addon/promise_workers.h"
 #include "addon/script_arguments.h"
 #include "addon/script_exports.h"
-#include "devices/binding_error.h"
 #include "devices/dino_lite_binding.h"
 #include "devices/dino_lite_devices.h"
 #include "devices/dino_lite_operations.h"
@@ -41,7 +40,7 @@ Napi::Value DinoLiteInit(const Napi::CallbackInfo& info) {
 
 /// `dinoLiteLastError()`: string, the binding's own.
 Napi::Value DinoLiteLastError(const Napi::CallbackInfo& info) {
-  return Napi::String::New(info.Env(), CopyBindingError(g_dinoLite.mutex, g_dinoLite.error));
+  return Napi::String::New(info.Env(), g_dinoLite.ErrorText());
 }
 
 /// `dinoLiteSelectBackendForProductId(productId, text)`: { ok, supportsAmr, dnxLoadAttempted,

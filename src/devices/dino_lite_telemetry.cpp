@@ -105,12 +105,12 @@ void UpdateDinoSnapshotOnOwnerThread() {
     snapshot.amrUpdates =
         g_dinoLite.dl_get_amr_update_count != nullptr ? g_dinoLite.dl_get_amr_update_count() : 0;
   }
-  const std::lock_guard lock(g_dinoSnapshotMutex);
+  const MutexLock lock(g_dinoSnapshotMutex);
   g_dinoCachedSnapshot = std::move(snapshot);
 }
 
 void ResetDinoSnapshot() {
-  const std::lock_guard lock(g_dinoSnapshotMutex);
+  const MutexLock lock(g_dinoSnapshotMutex);
   g_dinoCachedSnapshot = {};
 }
 
@@ -182,7 +182,7 @@ bool PollDinoMicrotouch() {
 DinoDebugState CopyDinoDebugState() {
   DinoDebugState state;
   {
-    const std::lock_guard lock(g_dinoSnapshotMutex);
+    const MutexLock lock(g_dinoSnapshotMutex);
     state.snapshot = g_dinoCachedSnapshot;
   }
   const Magnification known = LoadMagnification();

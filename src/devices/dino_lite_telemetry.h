@@ -7,16 +7,16 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 
+#include "addon/mutex.h"
 #include "devices/dino_lite_binding.h"
 #include "devices/reading_record.h"
 
 namespace ostrel_native {
 
-extern std::mutex g_dinoSnapshotMutex;                       ///< a leaf: held for copies and moves
-extern DinoLiteBinding::DebugSnapshot g_dinoCachedSnapshot;  // guarded by g_dinoSnapshotMutex
+extern Mutex g_dinoSnapshotMutex;  ///< a leaf: held for copies and moves
+extern DinoLiteBinding::DebugSnapshot g_dinoCachedSnapshot OSTREL_GUARDED_BY(g_dinoSnapshotMutex);
 
 /// What the cache below is written and read under, so that a value is served with the
 /// magnification, the device and the stamp that it belongs to.

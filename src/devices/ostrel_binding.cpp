@@ -4,7 +4,6 @@
 
 #include "addon/common.h"
 #include "addon/native_library.h"
-#include "devices/binding_error.h"
 
 namespace ostrel_native {
 
@@ -89,8 +88,12 @@ bool OstrelBinding::Init(bool force) {
   if (initialized && !force) {
     return true;
   }
-  std::unique_lock lock(startMutex);
-  return StartAndUnlock(lock, force);
+  std::optional<bool> started;
+  {
+    const MutexLock lock(startMutex);
+    started = StartUnlessStarted(force);
+  }
+  return ReportStart(started);
 }
 
 bool OstrelBinding::InitUnlessBusy() {
@@ -100,13 +103,19 @@ bool OstrelBinding::InitUnlessBusy() {
   if (initialized) {
     return true;
   }
-  std::unique_lock lock(startMutex, std::try_to_lock);
-  return lock.owns_lock() && StartAndUnlock(lock, false);
+  std::unique_lock<std::mutex> lock(startMutex, std::try_to_lock);
+  if (!lock.owns_lock()) {
+    return false;
+  }
+  startMutex.AssertHeld();
+  const std::optional<bool> started = StartUnlessStarted(false);
+  lock.unlock();
+  return ReportStart(started);
 }
 
-bool OstrelBinding::StartAndUnlock(std::unique_lock<std::mutex>& lock, bool force) {
+std::optional<bool> OstrelBinding::StartUnlessStarted(bool force) {
   if (initialized && !force) {
-    return true;
+    return std::nullopt;
   }
   if (initialized) {
     if (api.Destroy != nullptr) {
@@ -115,15 +124,19 @@ bool OstrelBinding::StartAndUnlock(std::unique_lock<std::mutex>& lock, bool forc
     initialized = false;
     selectedDevice = -1;
   }
-  const bool started = api.Init() != 0;
-  initialized = started;
-  lock.unlock();
-  SetBindingError(started ? "" : "Ostrel SDK initialization failed");
-  return started;
+  initialized = api.Init() != 0;
+  return initialized;
+}
+
+bool OstrelBinding::ReportStart(std::optional<bool> started) {
+  if (started) {
+    SetBindingError(*started ? "" : "Ostrel SDK initialization failed");
+  }
+  return started.value_or(true);
 }
 
 void OstrelBinding::Dispose() {
-  const std::lock_guard lock(startMutex);
+  const MutexLock lock(startMutex);
   if (initialized && api.Destroy != nullptr) {
     api.Destroy();
     initialized = false;
@@ -132,11 +145,20 @@ void OstrelBinding::Dispose() {
 }
 
 void OstrelBinding::SetBindingError(const std::string& text) {
-  StoreBindingError(errorMutex, lastError, text);
+  {
+    const MutexLock lock(errorMutex);
+    lastError = text;
+  }
+  SetLastError(text);
+}
+
+std::string OstrelBinding::OwnErrorText() const {
+  const MutexLock lock(errorMutex);
+  return lastError;
 }
 
 std::string OstrelBinding::LastErrorText() const {
-  std::string own = CopyBindingError(errorMutex, lastError);
+  std::string own = OwnErrorText();
   if (!own.empty()) {
     return own;
   }
@@ -145,7 +167,7 @@ std::string OstrelBinding::LastErrorText() const {
     return "";
   }
   const auto read = [this, table] {
-    const std::lock_guard lock(libraryTextMutex);
+    const MutexLock lock(libraryTextMutex);
     return SafeCString(table->GetLastErrorString());
   };
   return g_ostrelExecutor.CallHere(read).value_or("");

@@ -3,9 +3,10 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
+#include <optional>
 #include <string>
 
+#include "addon/mutex.h"
 #include "vendor/vendor_sdk_executor.h"
 
 namespace ostrel_native {
@@ -34,12 +35,12 @@ struct OstrelBinding {
   std::atomic<std::int32_t> selectedDevice{-1};  ///< -1: none
   OstrelApi api;
   /// Held across the library's `Init` and `Destroy`, so that no two threads are in them at once.
-  std::mutex startMutex;
+  Mutex startMutex;
   /// Held across the library's call for its error text and the copy: the next call may reuse the
   /// memory.
-  mutable std::mutex libraryTextMutex;
-  mutable std::mutex errorMutex;  ///< a leaf
-  std::string lastError;          // guarded by errorMutex
+  mutable Mutex libraryTextMutex;
+  mutable Mutex errorMutex;  ///< a leaf
+  std::string lastError OSTREL_GUARDED_BY(errorMutex);
 
   /// Opens the library: `explicitPath` alone if it is not empty, otherwise the default names.
   /// True if a library is loaded, also by an earlier call, which is then left as it is. A fresh
@@ -78,9 +79,11 @@ struct OstrelBinding {
   std::string LastErrorText() const;
 
  private:
-  // Starts the library, or starts it anew, unless that was done meanwhile; sets the error texts
-  // once `lock`, which holds `startMutex`, is given back.
-  bool StartAndUnlock(std::unique_lock<std::mutex>& lock, bool force);
+  // Starts the library, or starts it anew; whether it did. Nothing if it was started meanwhile.
+  std::optional<bool> StartUnlessStarted(bool force) OSTREL_REQUIRES(startMutex);
+  // Sets the error texts after a start; whether the library is started.
+  bool ReportStart(std::optional<bool> started);
+  std::string OwnErrorText() const;
 };
 
 /// The one microscope binding of the process, and the owner thread of its library.

@@ -22,7 +22,7 @@ constinit std::atomic<std::int64_t> g_ostrelCachedTelemetryAtMs{0};
 constinit std::atomic<std::int32_t> g_ostrelCachedFocusPosition{-1};
 constinit std::atomic<std::int64_t> g_ostrelCachedFocusAtMs{0};
 
-constinit std::mutex g_ostrelVersionMutex;
+constinit Mutex g_ostrelVersionMutex;
 constinit OstrelVersion g_ostrelCachedVersion;
 constinit OstrelProtocolVersion g_ostrelCachedProtocol;
 

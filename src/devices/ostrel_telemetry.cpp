@@ -138,7 +138,7 @@ void UpdateOstrelVersionSnapshotsOnOwnerThread() {
     protocol.ok = api.GetProtocolVersionInfo(&protocol.majorVersion, &protocol.minorVersion,
                                              &protocol.patchVersion) != 0;
   }
-  const std::lock_guard lock(g_ostrelVersionMutex);
+  const MutexLock lock(g_ostrelVersionMutex);
   g_ostrelCachedVersion = version;
   g_ostrelCachedProtocol = protocol;
 }
@@ -160,7 +160,7 @@ void ResetOstrelTelemetry() {
 }
 
 void ClearOstrelVersionSnapshots() {
-  const std::lock_guard lock(g_ostrelVersionMutex);
+  const MutexLock lock(g_ostrelVersionMutex);
   g_ostrelCachedVersion = {};
   g_ostrelCachedProtocol = {};
 }
@@ -219,13 +219,13 @@ std::int32_t CachedOstrelFocusPosition() {
 }
 
 std::optional<OstrelVersion> CachedOstrelVersion() {
-  const std::lock_guard lock(g_ostrelVersionMutex);
+  const MutexLock lock(g_ostrelVersionMutex);
   const OstrelVersion& version = g_ostrelCachedVersion;
   return version.ok && version.softwareMajorVersion != 0 ? std::optional(version) : std::nullopt;
 }
 
 std::optional<OstrelProtocolVersion> CachedOstrelProtocolVersion() {
-  const std::lock_guard lock(g_ostrelVersionMutex);
+  const MutexLock lock(g_ostrelVersionMutex);
   const OstrelProtocolVersion& protocol = g_ostrelCachedProtocol;
   return protocol.ok && protocol.majorVersion != 0 ? std::optional(protocol) : std::nullopt;
 }

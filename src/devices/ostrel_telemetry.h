@@ -7,9 +7,9 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 
+#include "addon/mutex.h"
 #include "devices/reading_record.h"
 
 namespace ostrel_native {
@@ -49,9 +49,9 @@ struct OstrelProtocolVersion {
   std::uint8_t patchVersion = 0;
 };
 
-extern std::mutex g_ostrelVersionMutex;               ///< a leaf: held for the copies only
-extern OstrelVersion g_ostrelCachedVersion;           // guarded by g_ostrelVersionMutex
-extern OstrelProtocolVersion g_ostrelCachedProtocol;  // guarded by g_ostrelVersionMutex
+extern Mutex g_ostrelVersionMutex;  ///< a leaf: held for the copies only
+extern OstrelVersion g_ostrelCachedVersion OSTREL_GUARDED_BY(g_ostrelVersionMutex);
+extern OstrelProtocolVersion g_ostrelCachedProtocol OSTREL_GUARDED_BY(g_ostrelVersionMutex);
 
 /// Asks for a pass, unless one is queued or running.
 /// Thread: any; never waits.

@@ -3,7 +3,8 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
+
+#include "addon/mutex.h"
 
 namespace ostrel_native {
 
@@ -14,7 +15,7 @@ struct ReadingRecord {
   /// Thread: any.
   template <typename F>
   void Write(F store) {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     ++generation;
     store();
     ++generation;
@@ -33,13 +34,13 @@ struct ReadingRecord {
         return members;
       }
     }
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     return load();
   }
 
   static constexpr int kTriesWithoutLock = 4;
 
-  std::mutex mutex;                          ///< a leaf: held for stores and loads only
+  Mutex mutex;                               ///< a leaf: held for stores and loads only
   std::atomic<std::uint64_t> generation{0};  ///< odd while a writer is at work
 };
 
