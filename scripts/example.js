@@ -5,7 +5,8 @@ import path from 'node:path';
 import { runKitProgram } from './lib/node-releases.js';
 import { runCommand } from './lib/output.js';
 import { root } from './lib/paths.js';
-import { addonTargets, setUp } from './setup.js';
+import { addonTargets } from './lib/targets.js';
+import { setUp } from './setup.js';
 
 const [name, ...args] = process.argv.slice(2);
 

@@ -10,7 +10,8 @@ import { Failure, Step, runCommand } from './lib/output.js';
 import { binaryDirectory, root, shown } from './lib/paths.js';
 import { run } from './lib/processes.js';
 import { scriptFiles } from './lib/source-files.js';
-import { addonTargets, setUp } from './setup.js';
+import { addonTargets } from './lib/targets.js';
+import { setUp } from './setup.js';
 
 const analysedFolders = ['src', 'simulator'];
 

@@ -4,6 +4,7 @@
 import fs from 'node:fs';
 import path from 'node:path';
 
+import { readArguments } from './lib/arguments.js';
 import { Failure, Step, runCommand } from './lib/output.js';
 import { addonDirectory, root, shown } from './lib/paths.js';
 import { setUp } from './setup.js';
@@ -24,6 +25,9 @@ function placeBinary(step) {
 }
 
 await runCommand(async () => {
+  if (readArguments({ summary: 'Builds the release and puts it where the tarball takes it from.' }) === null) {
+    return;
+  }
   await setUp({ targets: ['ostrel_native'] });
   if (!fs.existsSync(built)) {
     throw new Failure(`The build has left no ${shown(built)}: remove build/, then pack again.`);

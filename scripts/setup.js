@@ -5,6 +5,7 @@ import fs from 'node:fs';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 
+import { readArguments } from './lib/arguments.js';
 import { build, configure } from './lib/build.js';
 import { findFfmpeg, provideFfmpeg } from './lib/ffmpeg.js';
 import { isAtLeast, kitNode, ownNode, runsKit } from './lib/node-releases.js';
@@ -15,12 +16,6 @@ import { setupLog, shown } from './lib/paths.js';
 
 // The oldest that the addon, sharp and the test runner's reporters work with.
 const oldestNode = [18, 17];
-
-/** What it takes to run the addon and the virtual microscope, without tests and benchmarks. */
-export const addonTargets = ['ostrel_native', 'simulated_cnokhwa', 'simulated_dino_lite', 'simulated_ostrel'];
-
-/** What direct delivery takes beside that, where no camera library can do it: the virtual microscope's own. */
-export const directTargets = ['ostrel_native_direct'];
 
 function checkNode(step) {
   if (!isAtLeast(ownNode.version, oldestNode)) {
@@ -50,7 +45,8 @@ async function provideNodes({ tests }) {
  * `groups`: package groups beyond those that every build needs. `tests`: whether the unit tests
  * and the fakes are configured too, and the Node.js releases fetched that the package is tried with;
  * they need packages that running the addon doesn't. `kit`: whether something follows that runs under `kitNode`.
- * `presets`: built one after the other. `targets`: all if empty.
+ * `presets`: built one after the other. `targets`: all if empty; a function that gives them is called once the
+ * preset is configured.
  */
 export async function setUp({ presets = ['release'], groups = [], tests = false, kit = tests, targets = [] }) {
   fs.mkdirSync(path.dirname(setupLog), { recursive: true });
@@ -67,10 +63,14 @@ export async function setUp({ presets = ['release'], groups = [], tests = false,
   const ffmpegIncludeDirectory = await provideFfmpeg(new Step('FFmpeg 4 libraries'));
   for (const preset of presets) {
     await configure(new Step(`configure ${preset}`), preset, { tests, ffmpegIncludeDirectory });
-    await build(new Step(`build ${preset}`), preset, targets);
+    await build(new Step(`build ${preset}`), preset, typeof targets === 'function' ? targets(preset) : targets);
   }
 }
 
 if (process.argv[1] === fileURLToPath(import.meta.url)) {
-  await runCommand(() => setUp({ groups: ['test'], tests: true }));
+  await runCommand(async () => {
+    if (readArguments({ summary: 'Installs, fetches and builds what npm start and npm test need.' })) {
+      await setUp({ groups: ['test'], tests: true });
+    }
+  });
 }

@@ -8,6 +8,8 @@ import { isAtLeast, kitNode, oldNodes, ownNode } from './node-releases.js';
 import { Step } from './output.js';
 import { addonDirectory, binaryDirectory, root, shown } from './paths.js';
 import { run } from './processes.js';
+import { addonTargets } from './targets.js';
+import { ctestPattern, namePattern } from './test-selection.js';
 
 // A thread that waits for another one should get its turn also on a machine with one core.
 const jobs = Math.max(2, os.cpus().length);
@@ -79,8 +81,11 @@ function readIfThere(file) {
   return fs.existsSync(file) ? fs.readFileSync(file, 'utf8') : '';
 }
 
-/** Runs the unit tests of a preset, as one step, and gives their counts. */
-export async function runUnitTests(step, preset, env = {}) {
+/**
+ * Runs the unit tests of a preset, as one step, and gives their counts. `pattern`: a regular expression for the names
+ * of those to run, without which all are.
+ */
+export async function runUnitTests(step, preset, env = {}, pattern = null) {
   const directory = binaryDirectory(preset);
   const report = path.join(directory, 'unit-tests.xml');
   const log = path.join(directory, 'unit-tests.log');
@@ -95,7 +100,7 @@ export async function runUnitTests(step, preset, env = {}) {
     }
   };
   const args = ['--test-dir', directory, '-j', String(jobs), '--output-on-failure', '--no-tests=error',
-    '--output-junit', report];
+    '--output-junit', report, ...(pattern ? ['--tests-regex', pattern] : [])];
   const exitCode = await run('ctest', args, { env, log, onLine });
   if (exitCode !== 0) {
     step.print([...remarks, `The whole output stands in ${shown(log)}.`]);
@@ -104,15 +109,19 @@ export async function runUnitTests(step, preset, env = {}) {
   return finish(step, withExitCode(countJUnit(xml), exitCode), skipReasonsInJUnit(xml));
 }
 
-/** The script tests: every *.test.js below test/script, or another folder. */
-export function findScriptTests(directory = path.join(root, 'test', 'script')) {
+function findFiles(directory, ending) {
   return fs.readdirSync(directory, { withFileTypes: true })
     .flatMap((entry) => {
       const file = path.join(directory, entry.name);
-      return entry.isDirectory() ? findScriptTests(file) : [file];
+      return entry.isDirectory() ? findFiles(file, ending) : [file];
     })
-    .filter((file) => file.endsWith('.test.js'))
+    .filter((file) => file.endsWith(ending))
     .sort();
+}
+
+/** The script tests: every *.test.js below test/script, or another folder. */
+export function findScriptTests(directory = path.join(root, 'test', 'script')) {
+  return findFiles(directory, '.test.js');
 }
 
 /** The last of what Node's test runner says of failures. */
@@ -121,9 +130,11 @@ const failuresIn = (text) => text.slice(Math.max(text.lastIndexOf('failing tests
 /**
  * Runs files of script tests against the addon of a preset, as one step, and gives their counts. They find
  * the addon through OSTREL_TEST_ADDON, the fakes through OSTREL_TEST_BUILD_DIR and the machine's own Node.js
- * through OSTREL_TEST_OWN_NODE. `node`: { node, version } to run under. `name`: of the report. `concurrency`: files at a time.
+ * through OSTREL_TEST_OWN_NODE. `node`: { node, version } to run under. `name`: of the report. `concurrency`: files at a
+ * time. `pattern`: a regular expression for the titles of those to run, without which all are.
  */
-async function runFiles(step, preset, files, { env = {}, node = kitNode(), name, concurrency = 2 * jobs }) {
+async function runFiles(step, preset, files,
+  { env = {}, node = kitNode(), name, concurrency = 2 * jobs, pattern = null }) {
   const directory = binaryDirectory(preset);
   const log = path.join(directory, `${name}-tests.log`);
   const report = path.join(directory, `${name}-tests.txt`);
@@ -137,7 +148,8 @@ async function runFiles(step, preset, files, { env = {}, node = kitNode(), name,
     }
   };
   const args = ['--test', ...inOrder(node.version, concurrency), '--test-reporter=tap', '--test-reporter-destination=stdout',
-    '--test-reporter=spec', `--test-reporter-destination=${report}`, ...files];
+    '--test-reporter=spec', `--test-reporter-destination=${report}`,
+    ...(pattern ? [`--test-name-pattern=${pattern}`] : []), ...files];
   const exitCode = await run(node.node, args, {
     env: {
       OSTREL_TEST_ADDON: path.join(addonDirectory(preset), 'ostrel_native.node'),
@@ -184,6 +196,43 @@ export async function runTests(preset, { unit, script } = {}) {
     await runUnitTests(new Step('unit tests'), preset, unit),
     await runScriptTests(new Step('script tests'), preset, script),
   ];
+}
+
+/** Every test source with its text, for a selection: lists of { file, text } by kind. */
+export function readTestSources() {
+  const read = (files) => files.map((file) => ({ file, text: fs.readFileSync(file, 'utf8') }));
+  return {
+    unit: read(findFiles(path.join(root, 'test', 'unit'), '_test.cpp')),
+    script: read(findScriptTests()),
+    browser: read(findScriptTests(path.join(root, 'test', 'browser'))),
+  };
+}
+
+/** What has to be built for selected tests of a configured preset, as targets. */
+export function targetsOf(selection, preset) {
+  const database = JSON.parse(fs.readFileSync(path.join(binaryDirectory(preset), 'compile_commands.json'), 'utf8'));
+  const wanted = new Set(selection.unit.map(({ file }) => file));
+  const programs = database.filter(({ file }) => wanted.has(file))
+    .map(({ output: object }) => /CMakeFiles\/([^/]+)\.dir\//.exec(object)[1]);
+  const scripts = selection.script.length > 0 ? ['script_test_needs'] : [];
+  const browser = selection.browser.length > 0 ? addonTargets : [];
+  return [...new Set([...programs, ...scripts, ...browser])];
+}
+
+/** Runs selected tests of a preset, a step for each kind that has some, and gives their counts. */
+export async function runSelected(selection, preset) {
+  const results = [];
+  if (selection.unit.length > 0) {
+    results.push(await runUnitTests(new Step('unit tests'), preset, {}, ctestPattern(selection.unit)));
+  }
+  for (const [kind, concurrency] of [['script', 2 * jobs], ['browser', 1]]) {
+    const files = selection[kind].map(({ file }) => file);
+    if (files.length > 0) {
+      const pattern = namePattern(selection[kind]);
+      results.push(await runFiles(new Step(`${kind} tests`), preset, files, { name: kind, concurrency, pattern }));
+    }
+  }
+  return results;
 }
 
 /** Prints the closing line and sets the exit code. */
