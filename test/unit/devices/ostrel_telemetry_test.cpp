@@ -276,6 +276,8 @@ TEST_F(OstrelTelemetryTest, StoresAllThatACallToldInOneGo) {
       "default GetLensGroupInfo.lens_group 7\nblock GetLensGroupInfo\n"
       "default GetFocusPosition.position 9\nblock GetFocusPosition");
   const auto whileHeld = [this](const std::string& symbol, const auto& expectNothingStored) {
+    // Before the lock is taken: the store of the call before needs it, too.
+    fake.WaitEntered(symbol, 1);
     const std::lock_guard lock(g_ostrelTelemetry.mutex);
     fake.Send("release " + symbol);
     fake.WaitFinished(symbol, 1);
@@ -308,6 +310,9 @@ TEST_F(OstrelTelemetryTest, StoresAllThatACallToldInOneGo) {
 // A pass that has stored that the size is known, and not yet the size.
 TEST_F(OstrelTelemetryTest, ServesNothingOfAPassThatIsStillBeingStored) {
   g_ostrelCachedTelemetryAtMs = SteadyMs();
+  // The passes that the polls post must not store anything meanwhile.
+  std::latch isServedAll{1};
+  ASSERT_TRUE(g_ostrelExecutor.Enqueue([&] { isServedAll.wait(); }));
   std::latch storing{1};
   std::latch goOn{1};
   std::thread writer([&] {
@@ -344,6 +349,7 @@ TEST_F(OstrelTelemetryTest, ServesNothingOfAPassThatIsStillBeingStored) {
   writer.join();
   poller.join();
   other.join();
+  isServedAll.count_down();
   EXPECT_TRUE(size.ok);
   EXPECT_EQ(size.micronsPerPixel, 2.5F);
   EXPECT_TRUE(lens.ok);
