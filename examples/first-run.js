@@ -21,6 +21,7 @@ import { DirectPreview } from './lib/direct-preview.js';
 import { findEncoderName } from './lib/encoder-name.js';
 import { buildDirectory, directAddon, loadAddon } from './lib/load-addon.js';
 import { withPixelSize } from './lib/png.js';
+import { programArguments } from './lib/program-arguments.js';
 import { heading, recordingsDirectory, row, runExample, timeName } from './lib/report.js';
 import { CallError, check, recordingResults } from './lib/results.js';
 
@@ -32,9 +33,7 @@ const firstFrameSeconds = 5;
 const windowRefreshMs = 16;
 
 function readArguments() {
-  const { values } = parseArgs({
-    options: { library: { type: 'string' }, seconds: { type: 'string', default: '10' }, direct: { type: 'boolean', default: false } },
-  });
+  const { values } = parseArgs({ options: programArguments['first-run'].options });
   const seconds = Number(values.seconds);
   if (!(seconds > 0)) {
     throw new Error('--seconds takes a number above zero.');

@@ -12,6 +12,7 @@ import { Step } from '../scripts/lib/output.js';
 import { chooseFrames } from '../kit/focus-stack/choose-frames.js';
 import { analyseFrame, fewestFrames, mostFrames } from '../kit/focus-stack/measure-stack.js';
 import { loadAddon } from './lib/load-addon.js';
+import { programArguments } from './lib/program-arguments.js';
 import { recordingsDirectory, row, runExample, timeName, userPath } from './lib/report.js';
 import { fuseFrames, printFrames, writeStackResult } from './lib/stack-result.js';
 
@@ -19,7 +20,7 @@ const usage = 'npm run example:fuse -- FOLDER [--output FOLDER]';
 const largestSide = 16384;
 
 function readArguments() {
-  const { values, positionals } = parseArgs({ allowPositionals: true, options: { output: { type: 'string' } } });
+  const { values, positionals } = parseArgs({ allowPositionals: true, options: programArguments.fuse.options });
   if (positionals.length !== 1) {
     throw new Error(`Name one folder with the pictures of a focus stack: ${usage}`);
   }

@@ -13,6 +13,7 @@ import { parseArgs } from 'node:util';
 import { Step } from '../scripts/lib/output.js';
 import { fewestFrames, mostFrames } from '../kit/focus-stack/measure-stack.js';
 import { loadAddon } from './lib/load-addon.js';
+import { programArguments } from './lib/program-arguments.js';
 import { heading, recordingsDirectory, row, runExample, timeName, userPath } from './lib/report.js';
 import { check, expectDone } from './lib/results.js';
 import { fuseFrames, printFrames, writeStackResult } from './lib/stack-result.js';
@@ -23,16 +24,8 @@ const largestSide = 16384;
 const firstFrameSeconds = 5;
 
 function readArguments() {
-  const { values } = parseArgs({
-    options: {
-      from: { type: 'string', default: '48' },
-      to: { type: 'string', default: '208' },
-      steps: { type: 'string', default: String(mostFrames) },
-      width: { type: 'string' },
-      output: { type: 'string' },
-    },
-  });
-  const [from, to, steps] = [values.from, values.to, values.steps].map(Number);
+  const { values } = parseArgs({ options: programArguments.stack.options });
+  const [from, to, steps] = [values.from, values.to, values.steps ?? mostFrames].map(Number);
   if (![from, to].every((position) => Number.isInteger(position) && position >= 0 && position <= 255)) {
     throw new Error('--from and --to take focus positions from 0 to 255.');
   }

@@ -2,6 +2,8 @@
 
 import path from 'node:path';
 
+import { programArguments } from '../examples/lib/program-arguments.js';
+import { readArguments } from './lib/arguments.js';
 import { runKitProgram } from './lib/node-releases.js';
 import { runCommand } from './lib/output.js';
 import { root } from './lib/paths.js';
@@ -10,7 +12,13 @@ import { setUp } from './setup.js';
 
 const [name, ...args] = process.argv.slice(2);
 
-await runCommand(() => setUp({ kit: true, targets: addonTargets }));
-if (!process.exitCode) {
+let isAsked = false;
+await runCommand(async () => {
+  isAsked = readArguments(programArguments[name], args) !== null;
+  if (isAsked) {
+    await setUp({ kit: true, targets: addonTargets });
+  }
+});
+if (isAsked && !process.exitCode) {
   await runKitProgram(path.join(root, 'examples', `${name}.js`), args);
 }

@@ -5,6 +5,7 @@ import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
 
+import { readArguments } from './lib/arguments.js';
 import { checkFormat } from './lib/clang-format.js';
 import { Failure, Step, runCommand } from './lib/output.js';
 import { binaryDirectory, root, shown } from './lib/paths.js';
@@ -64,8 +65,14 @@ function sourceOptions(command) {
   });
 }
 
-await runCommand(() => setUp({ groups: ['format', 'lint'], targets: addonTargets }));
-if (!process.exitCode) {
+let isAsked = false;
+await runCommand(async () => {
+  isAsked = readArguments({ summary: 'Checks the format, the scripts\' syntax, which mutex guards what, and clang-tidy.' }) !== null;
+  if (isAsked) {
+    await setUp({ groups: ['format', 'lint'], targets: addonTargets });
+  }
+});
+if (isAsked && !process.exitCode) {
   const directory = binaryDirectory('release');
   console.log('Checking');
   // One after the other, and each whatever the others found.

@@ -2,13 +2,23 @@
 
 import path from 'node:path';
 
+import { viewerArguments } from '../viewer/arguments.js';
+import { readArguments } from './lib/arguments.js';
 import { runKitProgram } from './lib/node-releases.js';
 import { runCommand } from './lib/output.js';
 import { root } from './lib/paths.js';
 import { addonTargets } from './lib/targets.js';
 import { setUp } from './setup.js';
 
-await runCommand(() => setUp({ kit: true, targets: addonTargets }));
-if (!process.exitCode) {
-  await runKitProgram(path.join(root, 'viewer', 'run.js'), process.argv.slice(2));
+const args = process.argv.slice(2);
+
+let isAsked = false;
+await runCommand(async () => {
+  isAsked = readArguments(viewerArguments, args) !== null;
+  if (isAsked) {
+    await setUp({ kit: true, targets: addonTargets });
+  }
+});
+if (isAsked && !process.exitCode) {
+  await runKitProgram(path.join(root, 'viewer', 'run.js'), args);
 }

@@ -16,6 +16,7 @@ import { simulatedLibrary } from '../examples/lib/virtual-microscope.js';
 import { addonFileOf } from '../kit/native.js';
 import { NativeWorker } from '../kit/native-worker.js';
 import { Archive } from './archive.js';
+import { viewerArguments } from './arguments.js';
 import { Board } from './board.js';
 import { CameraDesk } from './camera.js';
 import { commandRunner } from './commands.js';
@@ -27,22 +28,10 @@ import { RecordingDesk } from './recording.js';
 import { StackDesk } from './stack.js';
 import { StillsDesk } from './stills.js';
 
-const usualPort = 8391;
-const lingerSeconds = 30;
 const longestLingerSeconds = 86_400;
 
 export function readArguments(args) {
-  const { values } = parseArgs({
-    args,
-    options: {
-      port: { type: 'string', default: String(usualPort) },
-      output: { type: 'string' },
-      camera: { type: 'string' },
-      ostrel: { type: 'string' },
-      'dino-lite': { type: 'string' },
-      linger: { type: 'string', default: String(lingerSeconds) },
-    },
-  });
+  const { values } = parseArgs({ args, options: viewerArguments.options });
   const port = Number(values.port);
   if (!Number.isInteger(port) || port < 0 || port > 65535) {
     throw new Error('--port takes a number from 0 to 65535.');

@@ -6,13 +6,12 @@ import os from 'node:os';
 import path from 'node:path';
 import { parseArgs } from 'node:util';
 
+import { programArguments } from './program-arguments.js';
 import { MicroscopeControl, simulatedLibrary } from './virtual-microscope.js';
 
 /** The choice of the command line; `name` is that of the microscope's library. */
 export function readMicroscopeArguments(name) {
-  const { values } = parseArgs({
-    options: { library: { type: 'string' }, device: { type: 'string', default: '0' } },
-  });
+  const { values } = parseArgs({ options: programArguments.ostrel.options });
   const directory = process.env.OSTREL_NATIVE_DIR;
   const real = values.library ?? (directory ? path.join(directory, name) : null);
   return { library: real ?? simulatedLibrary(name), isVirtual: real === null, device: Number(values.device) };

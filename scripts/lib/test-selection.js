@@ -66,7 +66,7 @@ export function namePattern(selection) {
 
 /** The relative modules that a script imports, as full paths. */
 export function importsOf(file, text) {
-  return [...text.matchAll(/\b(?:from|import\()\s*['"](\.{1,2}\/[^'"]+)['"]/g)]
+  return [...text.matchAll(/\b(?:from|import)\s*\(?\s*['"](\.{1,2}\/[^'"]+)['"]/g)]
     .map(([, specifier]) => path.resolve(path.dirname(file), specifier));
 }
 
