@@ -11,6 +11,7 @@ namespace ostrel_simulator {
 namespace {
 
 constexpr int kRgbBytes = 3;
+constexpr int kPairBytes = 2 * kRgbBytes;
 constexpr int kJpegQuality = 90;
 
 // What a colour weighs in each of the three values, in 1/256.
@@ -62,7 +63,7 @@ void WritePackedRow(const FrameLayout& layout, int firstLuma, const std::uint8_t
                     std::uint8_t* out) {
   const YuvMatrix& matrix = MatrixFor(layout);
   const int chroma = 1 - firstLuma;
-  for (int x = 0; x < layout.width; x += 2, rgb += 2 * kRgbBytes, out += 4) {
+  for (int x = 0; x < layout.width; x += 2, rgb += kPairBytes, out += 4) {
     out[firstLuma] = Luma(matrix, rgb);
     out[firstLuma + 2] = Luma(matrix, rgb + kRgbBytes);
     const int sums[3] = {rgb[0] + rgb[3], rgb[1] + rgb[4], rgb[2] + rgb[5]};
@@ -82,7 +83,7 @@ void WriteChromaRow(const FrameLayout& layout, const std::uint8_t* rgb, int rgbS
                     std::uint8_t* out) {
   const YuvMatrix& matrix = MatrixFor(layout);
   const std::uint8_t* below = rgb + rgbStride;
-  for (int x = 0; x < layout.width; x += 2, rgb += 2 * kRgbBytes, below += 2 * kRgbBytes) {
+  for (int x = 0; x < layout.width; x += 2, rgb += kPairBytes, below += kPairBytes) {
     const int sums[3] = {rgb[0] + rgb[3] + below[0] + below[3],
                          rgb[1] + rgb[4] + below[1] + below[4],
                          rgb[2] + rgb[5] + below[2] + below[5]};

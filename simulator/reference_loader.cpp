@@ -1,8 +1,7 @@
 #include "simulator/reference_loader.h"
 
-#include <mutex>
-
 #include "addon/common.h"
+#include "addon/mutex.h"
 #include "addon/native_library.h"
 
 namespace ostrel_native {
@@ -48,7 +47,7 @@ bool LoadReferenceBackend(CameraBinding& binding, const std::string& path) {
   }
   bool isInstalled = false;
   {
-    const std::lock_guard<std::mutex> lock(binding.loadMutex);
+    const MutexLock lock(binding.loadMutex);
     if (!binding.loaded) {
       kind == BackendKind::DirectShow ? LoadDshowTable(binding, library)
                                       : LoadAvfTable(binding, library);
