@@ -19,15 +19,15 @@ struct EnvironmentData {
 };
 
 /// Keeps the allocating functions as they are now, so that script code that replaces them later
-/// changes nothing. Throws `Napi::Error` if Node-API fails. Thread: script, at the addon's load.
+/// changes nothing. Throws `Napi::Error` if Node-API fails. Thread: any environment, at the addon's load.
 void KeepEnvironmentData(Napi::Env env);
 
-/// Precondition: `KeepEnvironmentData` has run in `env`. Thread: script.
+/// Precondition: `KeepEnvironmentData` has run in `env`. Thread: any environment.
 EnvironmentData& EnvironmentDataOf(Napi::Env env);
 
 /// A zeroed `Uint8Array` of `bytes` bytes that has its `ArrayBuffer` for itself. Runs no code but
 /// the engine's own unless script code had replaced the function before the addon was loaded.
-/// Throws `Napi::Error`, a RangeError, if there is no memory. Thread: script.
+/// Throws `Napi::Error`, a RangeError, if there is no memory. Thread: any environment.
 Napi::Uint8Array NewByteArray(Napi::Env env, std::size_t bytes);
 
 /// As `NewByteArray`, but a `Buffer` whose bytes are not set.
