@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <cstddef>
 
 #include "vendor/vendor_timeouts.h"
@@ -26,7 +27,9 @@ void NameThisThread(std::string name) {
   for (char& letter : name) {
     letter = letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
   }
-  name = name.append(" sdk").substr(0, kLongestThreadName);
+  name += ' ';
+  name += "sdk";
+  name.resize(std::min(name.size(), kLongestThreadName));
   pthread_setname_np(pthread_self(), name.c_str());
 }
 
