@@ -57,7 +57,7 @@ void ReadPixelSizeOnOwnerThread() {
   std::uint16_t width = 0;
   std::uint16_t height = 0;
   const bool ok = AskPixelSizeOnOwnerThread(size, width, height);
-  g_ostrelTelemetry.Write([=] {
+  g_ostrelTelemetry.Write([size, width, height, ok] {
     // What a failed call left in them is kept, too.
     g_ostrelCachedPixelSize = size;
     g_ostrelCachedPixelWidth = width;
@@ -71,7 +71,7 @@ void ReadLensGroupOnOwnerThread() {
   std::uint8_t group = 0;
   const bool ok = g_ostrel.Init(false) && g_ostrel.api.GetLensGroupInfo != nullptr &&
                   g_ostrel.api.GetLensGroupInfo(&driver, &group) != 0;
-  g_ostrelTelemetry.Write([=] {
+  g_ostrelTelemetry.Write([driver, group, ok] {
     g_ostrelCachedLensGroupRaw = std::uint32_t{driver} << 16 | group;
     g_ostrelCachedLensGroupOk = ok;
   });

@@ -43,7 +43,7 @@ describe('the pages about the functions', () => {
       if (/^ {3}\* - Blocks: no\.$/m.test(comment)) {
         return /A poll: /.test(comment) ? 'polls' : 'looks';
       }
-      return /- Thread: script, also for the call into the library\./.test(comment) ? 'direct calls' : 'waiting calls';
+      return /- Thread: any environment, also for the call into the library\./.test(comment) ? 'direct calls' : 'waiting calls';
     };
     const named = [...kinds.values()].flat();
     assert.equal(new Set(named).size, named.length);

@@ -511,24 +511,28 @@ describe('the virtual microscope', () => {
     const seen = [];
     ['button', 'connected', 'disconnected', 'focus', 'magnification', 'fieldOfView'].forEach((name) =>
       watch.on(name, (detail) => seen.push([name, detail.uniqueId ?? detail.position ?? detail.magnification ?? null])));
-    await once(watch, 'connected');
-    const hand = await MicroscopeControl.connect(process.env.OSTREL_SIMULATOR_CONTROL);
-    await once(watch, family === 'watchOstrel' ? 'focus' : 'fieldOfView');
-    await hand.run('press');
-    await once(watch, 'button');
+    // Listening before each cause: on a busy machine the event may come before the command has returned.
+    const causes = async (event, cause) => {
+      const seenOnce = once(watch, event);
+      await cause();
+      await seenOnce;
+    };
+    let hand;
+    await causes(family === 'watchOstrel' ? 'focus' : 'fieldOfView', async () => {
+      await once(watch, 'connected');
+      hand = await MicroscopeControl.connect(process.env.OSTREL_SIMULATOR_CONTROL);
+    });
+    await causes('button', () => hand.run('press'));
     if (family === 'watchOstrel') {
       await watch.commands.setFocus(200);
       while (watch.state.focus !== 200) {
         await once(watch, 'focus');
       }
     } else {
-      await hand.run('magnification 200');
-      await once(watch, 'fieldOfView');
+      await causes('fieldOfView', () => hand.run('magnification 200'));
     }
-    await hand.run('unplug');
-    await once(watch, 'disconnected');
-    await hand.run('plug');
-    await once(watch, 'connected');
+    await causes('disconnected', () => hand.run('unplug'));
+    await causes('connected', () => hand.run('plug'));
     watch.close();
     hand.close();
     fs.rmSync(place, { recursive: true });
