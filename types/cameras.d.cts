@@ -45,7 +45,7 @@ export interface ImageControlResult {
 
 /**
  * Cameras and their libraries. A device index counts from 0; a missing one, or one that is no number, is -1,
- * and indices go to the camera library unchecked. All of them call the camera library on the script thread.
+ * and indices go to the camera library unchecked. All of them call the camera library on the thread that calls.
  */
 export interface CameraFunctions {
   /**
