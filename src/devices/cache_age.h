@@ -32,18 +32,19 @@ inline std::int64_t CoarseSteadyMs() {
   return std::int64_t{now.tv_sec} * 1'000 + now.tv_nsec / 1'000'000;
 }
 
-// Far more than a tick.
-inline constexpr std::int64_t kLongestTickMs = 100;
+// Far more than the coarse clock is behind, also where the machine was late with many ticks.
+inline constexpr std::int64_t kLongestCoarseLagMs = 1'000;
 
-/// `IsFresh` at the present moment. The exact clock would be a third of what a poll costs, so it is
-/// asked only where the coarse one leaves a doubt.
+/// `IsFresh` at the present moment by the steady clock. Asking that would be a third of what a poll
+/// costs, so it is asked only where the coarse one leaves a doubt: not for values of which polls
+/// go on.
 /// Thread: any.
 inline bool IsFreshNow(std::int64_t stampMs) {
   const std::int64_t coarseMs = CoarseSteadyMs();
   if (!IsFresh(stampMs, coarseMs)) {
     return false;
   }
-  return IsFresh(stampMs, coarseMs + kLongestTickMs) || IsFresh(stampMs, SteadyMs());
+  return IsFresh(stampMs, coarseMs + kLongestCoarseLagMs) || IsFresh(stampMs, SteadyMs());
 }
 
 }  // namespace ostrel_native
