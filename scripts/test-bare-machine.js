@@ -49,12 +49,24 @@ function readArguments() {
 
 const shownTime = (seconds) => (seconds < 60 ? `${seconds} s` : `${Math.floor(seconds / 60)} min ${seconds % 60} s`);
 
-/** Asks the viewer for its page as a browser would, then presses Ctrl+C. */
-async function visitViewer(url, child) {
-  const answer = await fetch(url);
+/** Asks the viewer for its page as a browser would, with the cookie that the first answer sets. */
+async function askForPage(url) {
+  const first = await fetch(url, { redirect: 'manual' });
+  const cookie = first.headers.get('set-cookie')?.split(';')[0] ?? '';
+  const answer = await fetch(new URL(first.headers.get('location') ?? '/', url), { headers: { cookie } });
   const page = await answer.text();
-  process.kill(-child.pid, 'SIGINT');
   return { isShown: answer.status === 200 && page.includes('<canvas'), text: `its page: ${answer.status}, ${page.length} bytes` };
+}
+
+/** Looks at the viewer's page, then presses Ctrl+C. */
+async function visitViewer(url, child) {
+  try {
+    return await askForPage(url);
+  } catch (error) {
+    return { isShown: false, text: `its page cannot be had: ${error.message}` };
+  } finally {
+    process.kill(-child.pid, 'SIGINT');
+  }
 }
 
 /** Pictures of a focus stack, for the example that fuses a folder of them. */
