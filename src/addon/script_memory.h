@@ -19,7 +19,8 @@ struct EnvironmentData {
 };
 
 /// Keeps the allocating functions as they are now, so that script code that replaces them later
-/// changes nothing. Throws `Napi::Error` if Node-API fails. Thread: any environment, at the addon's load.
+/// changes nothing. Throws `Napi::Error` if Node-API fails.
+/// Thread: any environment, at the addon's load.
 void KeepEnvironmentData(Napi::Env env);
 
 /// Precondition: `KeepEnvironmentData` has run in `env`. Thread: any environment.
