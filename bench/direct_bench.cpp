@@ -14,12 +14,12 @@
 #include <thread>
 #include <vector>
 
-#include "camera/camera_binding.h"
-#include "camera/camera_preview.h"
-#include "camera/direct_delivery.h"
-#include "camera/direct_plan.h"
-#include "camera/jpeg_decode.h"
-#include "camera/turbojpeg_runtime.h"
+#include "camera/backend/camera_binding.h"
+#include "camera/frames/jpeg_decode.h"
+#include "camera/frames/turbojpeg_runtime.h"
+#include "camera/preview/camera_preview.h"
+#include "camera/preview/direct/direct_delivery.h"
+#include "camera/preview/direct/direct_plan.h"
 #include "harness.h"
 #include "unit/support/allocation_spy.h"
 #include "unit/support/jpeg_samples.h"

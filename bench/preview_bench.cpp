@@ -6,8 +6,8 @@
 #include <cstring>
 #include <vector>
 
-#include "camera/camera_binding.h"
-#include "camera/camera_preview.h"
+#include "camera/backend/camera_binding.h"
+#include "camera/preview/camera_preview.h"
 #include "harness.h"
 #include "unit/support/allocation_spy.h"
 

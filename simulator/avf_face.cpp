@@ -20,7 +20,7 @@ using AvfDirectFrameCallbackFn = void (*)(std::int32_t device, std::int32_t form
                                           void* context);
 #define OPTIONAL(name, result, parameters) \
   __attribute__((visibility("default"))) result name parameters;
-#include "camera/avf_symbols.h"
+#include "camera/backend/avf_symbols.h"
 }
 
 namespace {

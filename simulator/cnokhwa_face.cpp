@@ -9,7 +9,7 @@ extern "C" {
 #define REQUIRED(name, result, parameters) \
   __attribute__((visibility("default"))) result name parameters;
 #define OPTIONAL(name, result, parameters) REQUIRED(name, result, parameters)
-#include "camera/cnokhwa_symbols.h"
+#include "camera/backend/cnokhwa_symbols.h"
 }
 
 namespace {

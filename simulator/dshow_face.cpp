@@ -15,7 +15,7 @@ using DirectFrameCallbackFn = void (*)(std::int32_t device, const std::uint8_t* 
                                        std::uint64_t size, std::int32_t flipped, void* context);
 #define OPTIONAL(name, result, parameters) \
   __attribute__((visibility("default"))) result name parameters;
-#include "camera/dshow_symbols.h"
+#include "camera/backend/dshow_symbols.h"
 }
 
 namespace {

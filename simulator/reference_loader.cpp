@@ -13,14 +13,14 @@ namespace {
   binding.name = reinterpret_cast<decltype(binding.name)>(LoadSymbol(library, #name));
 
 void LoadDshowTable(CameraBinding& binding, void* library) {
-#include "camera/dshow_symbols.h"
+#include "camera/backend/dshow_symbols.h"
 }
 
 #define OPTIONAL(name, result, parameters) \
   binding.name = reinterpret_cast<decltype(binding.name)>(LoadSymbol(library, #name));
 
 void LoadAvfTable(CameraBinding& binding, void* library){
-#include "camera/avf_symbols.h"
+#include "camera/backend/avf_symbols.h"
 }
 
 // By the function that each kind begins with; `None` for a null handle.

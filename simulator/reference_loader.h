@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "camera/camera_binding.h"
+#include "camera/backend/camera_binding.h"
 
 namespace ostrel_native {
 

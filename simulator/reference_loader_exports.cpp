@@ -6,7 +6,7 @@
 
 #include "addon/script_arguments.h"
 #include "addon/script_exports.h"
-#include "camera/camera_binding.h"
+#include "camera/backend/camera_binding.h"
 #include "simulator/addon_extension.h"
 #include "simulator/reference_loader.h"
 

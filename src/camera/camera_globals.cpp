@@ -2,9 +2,9 @@
 // reverse: the preview joins its worker first, then the recorder finishes its file, while the
 // camera table and the JPEG library that their threads use still stand.
 #include "addon/static_order.h"
-#include "camera/camera_binding.h"
-#include "camera/camera_preview.h"
-#include "camera/turbojpeg_runtime.h"
+#include "camera/backend/camera_binding.h"
+#include "camera/frames/turbojpeg_runtime.h"
+#include "camera/preview/camera_preview.h"
 #include "recording/video_recorder.h"
 
 namespace ostrel_native {

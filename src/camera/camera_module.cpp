@@ -3,8 +3,8 @@
 #include <iterator>
 
 #include "addon/script_exports.h"
-#include "camera/camera_exports.h"
 #include "camera/camera_types.h"
+#include "camera/exports/camera_exports.h"
 
 namespace ostrel_native {
 

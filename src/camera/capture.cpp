@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <type_traits>
 
-#include "camera/camera_binding.h"
-#include "camera/camera_preview.h"
-#include "camera/preview_turn.h"
+#include "camera/backend/camera_binding.h"
+#include "camera/preview/camera_preview.h"
+#include "camera/preview/preview_turn.h"
 #include "recording/video_recorder.h"
 
 namespace ostrel_native {

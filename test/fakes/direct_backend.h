@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "camera/camera_binding.h"
+#include "camera/backend/camera_binding.h"
 #include "unit/support/guarded_buffer.h"
 
 namespace ostrel_native {

@@ -11,9 +11,9 @@ namespace ostrel_native {
 
 const char* const kFakeSymbols[] = {
 #define OPTIONAL(name, result, parameters) #name,
-#include "camera/dshow_symbols.h"
+#include "camera/backend/dshow_symbols.h"
 #define OPTIONAL(name, result, parameters) #name,
-#include "camera/avf_symbols.h"
+#include "camera/backend/avf_symbols.h"
     nullptr};
 
 namespace {
@@ -130,11 +130,11 @@ void DirectBackend::Use(BackendKind kind, const std::set<std::string>& without) 
 #define OPTIONAL(name, result, parameters) \
   g_camera.name =                          \
       EntryUnless<#name, decltype(CameraBinding::name)>(!hasDshow || without.count(#name) != 0);
-#include "camera/dshow_symbols.h"
+#include "camera/backend/dshow_symbols.h"
 #define OPTIONAL(name, result, parameters) \
   g_camera.name =                          \
       EntryUnless<#name, decltype(CameraBinding::name)>(!hasAvf || without.count(#name) != 0);
-#include "camera/avf_symbols.h"
+#include "camera/backend/avf_symbols.h"
   g_camera.kind = kind;
 }
 

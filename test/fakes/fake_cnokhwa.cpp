@@ -8,7 +8,7 @@ extern "C" {
 #define REQUIRED(name, result, parameters) \
   __attribute__((visibility("default"))) result name parameters;
 #define OPTIONAL(name, result, parameters) REQUIRED(name, result, parameters)
-#include "camera/cnokhwa_symbols.h"
+#include "camera/backend/cnokhwa_symbols.h"
 }
 
 namespace ostrel_native {
@@ -16,7 +16,7 @@ namespace ostrel_native {
 const char* const kFakeSymbols[] = {
 #define REQUIRED(name, result, parameters) #name,
 #define OPTIONAL(name, result, parameters) #name,
-#include "camera/cnokhwa_symbols.h"
+#include "camera/backend/cnokhwa_symbols.h"
     nullptr};
 static_assert(std::size(kFakeSymbols) == 20 + 1);
 

@@ -20,7 +20,7 @@ namespace ostrel_native {
 
 const char* const kFakeSymbols[] = {
 #define SYMBOL(name) #name,
-#include "camera/turbojpeg_symbols.h"
+#include "camera/frames/turbojpeg_symbols.h"
     nullptr};
 static_assert(std::size(kFakeSymbols) == 8 + 1);
 

@@ -13,7 +13,7 @@ import { makeTemporaryDirectory } from './support/temporary.js';
 const fake = fakePath('libcnokhwa.so');
 const refusal = 'Could not load Linux camera backend library (libcnokhwa). ' +
   'Set OSTREL_NATIVE_DIR or pass explicit path.';
-const cameraSymbols = readSymbols('camera/cnokhwa_symbols.h');
+const cameraSymbols = readSymbols('camera/backend/cnokhwa_symbols.h');
 const required = cameraSymbols.filter(({ kind }) => kind === 'REQUIRED').map(({ name }) => name);
 const optional = cameraSymbols.filter(({ kind }) => kind === 'OPTIONAL').map(({ name }) => name);
 const without = (symbol) => fakePath(`without_${symbol}/libcnokhwa.so`);
@@ -147,7 +147,7 @@ describe('loadCameraBackend', { concurrency: 2 }, () => {
 });
 
 describe('loadTurboJpeg', { concurrency: 2 }, () => {
-  const symbols = readSymbols('camera/turbojpeg_symbols.h').map(({ name }) => name);
+  const symbols = readSymbols('camera/frames/turbojpeg_symbols.h').map(({ name }) => name);
   const noPath = 'No libjpeg-turbo library path was provided';
   it('loads the real library by the name that the dynamic loader resolves', async () => {
     assert.deepEqual(await valueFromChild(({ addon }) => [addon.loadTurboJpeg('libturbojpeg.so.0'),

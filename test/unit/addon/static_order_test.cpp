@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "addon/common.h"
-#include "camera/camera_binding.h"
-#include "camera/camera_preview.h"
-#include "camera/turbojpeg_runtime.h"
+#include "camera/backend/camera_binding.h"
+#include "camera/frames/turbojpeg_runtime.h"
+#include "camera/preview/camera_preview.h"
 #include "devices/dino_lite_binding.h"
 #include "devices/dino_lite_telemetry.h"
 #include "devices/ostrel_binding.h"

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "addon/common.h"
-#include "camera/camera_preview.h"
+#include "camera/preview/camera_preview.h"
 #include "recording/video_recorder.h"
 #include "unit/support/eventually.h"
 #include "unit/support/fake_camera.h"

@@ -14,7 +14,7 @@ namespace {
 struct FakeTurboJpeg : testing::Test {
   FakeLibrary fake{FakePath("libturbojpeg.so")};
 #define SYMBOL(name) decltype(&::name) name = fake.Symbol<decltype(&::name)>(#name);
-#include "camera/turbojpeg_symbols.h"
+#include "camera/frames/turbojpeg_symbols.h"
 
   FakeTurboJpeg() {
     fake.Send("reset");

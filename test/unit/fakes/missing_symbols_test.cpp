@@ -30,7 +30,7 @@ TEST(FakeCameraLibrary, HasAVariantWithoutEachOfItsSymbols) {
   const std::vector<std::string> symbols = {
 #define REQUIRED(name, result, parameters) #name,
 #define OPTIONAL(name, result, parameters) #name,
-#include "camera/cnokhwa_symbols.h"
+#include "camera/backend/cnokhwa_symbols.h"
   };
   ASSERT_EQ(symbols.size(), 20U);
   ExpectVariants("libcnokhwa.so", symbols);
@@ -39,7 +39,7 @@ TEST(FakeCameraLibrary, HasAVariantWithoutEachOfItsSymbols) {
 TEST(FakeJpegLibrary, HasAVariantWithoutEachOfItsSymbols) {
   const std::vector<std::string> symbols = {
 #define SYMBOL(name) #name,
-#include "camera/turbojpeg_symbols.h"
+#include "camera/frames/turbojpeg_symbols.h"
   };
   ASSERT_EQ(symbols.size(), 8U);
   ExpectVariants("libturbojpeg.so", symbols);

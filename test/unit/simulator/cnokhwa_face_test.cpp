@@ -24,14 +24,14 @@ const char* const kLibrary = OSTREL_TEST_SIMULATOR_LIBRARY;
 struct Table {
 #define REQUIRED(name, result, parameters) result(*name) parameters = nullptr;
 #define OPTIONAL(name, result, parameters) result(*name) parameters = nullptr;
-#include "camera/cnokhwa_symbols.h"
+#include "camera/backend/cnokhwa_symbols.h"
 
   Table() {
     void* const library = dlopen(kLibrary, RTLD_NOW | RTLD_LOCAL);
 #define REQUIRED(name, result, parameters) \
   name = reinterpret_cast<result(*) parameters>(dlsym(library, #name));
 #define OPTIONAL(name, result, parameters) REQUIRED(name, result, parameters)
-#include "camera/cnokhwa_symbols.h"
+#include "camera/backend/cnokhwa_symbols.h"
   }
 
   void AwaitFirstFrame() const {
@@ -52,7 +52,7 @@ TEST(SimulatedLibrary, ExportsTheCameraTableAndNothingElse) {
   const std::set<std::string> expected = {
 #define REQUIRED(name, result, parameters) #name,
 #define OPTIONAL(name, result, parameters) #name,
-#include "camera/cnokhwa_symbols.h"
+#include "camera/backend/cnokhwa_symbols.h"
   };
   ASSERT_EQ(expected.size(), 20U);
   EXPECT_EQ(ostrel_native::ExportedSymbols(kLibrary), expected);

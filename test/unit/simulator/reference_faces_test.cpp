@@ -41,11 +41,11 @@ void Await(Condition condition) {
 TEST(ReferenceLibraries, ExportTheirTablesAndNothingElse) {
   const std::set<std::string> dshow = {
 #define OPTIONAL(name, result, parameters) #name,
-#include "camera/dshow_symbols.h"
+#include "camera/backend/dshow_symbols.h"
   };
   const std::set<std::string> avf = {
 #define OPTIONAL(name, result, parameters) #name,
-#include "camera/avf_symbols.h"
+#include "camera/backend/avf_symbols.h"
   };
   EXPECT_EQ(ostrel_native::ExportedSymbols(kDshow), dshow);
   EXPECT_EQ(ostrel_native::ExportedSymbols(kAvf), avf);

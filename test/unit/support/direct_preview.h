@@ -10,9 +10,9 @@
 #include <memory>
 #include <vector>
 
-#include "camera/camera_binding.h"
-#include "camera/camera_preview.h"
-#include "camera/direct_plan.h"
+#include "camera/backend/camera_binding.h"
+#include "camera/preview/camera_preview.h"
+#include "camera/preview/direct/direct_plan.h"
 #include "unit/support/fake_camera.h"
 #include "unit/support/guarded_buffer.h"
 

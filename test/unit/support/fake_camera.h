@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "camera/camera_binding.h"
+#include "camera/backend/camera_binding.h"
 
 namespace ostrel_native {
 
@@ -95,11 +95,11 @@ inline void ResetCamera() {
   }
 #define REQUIRED(name, result, parameters) g_camera.name = nullptr;
 #define OPTIONAL(name, result, parameters) g_camera.name = nullptr;
-#include "camera/cnokhwa_symbols.h"
+#include "camera/backend/cnokhwa_symbols.h"
 #define OPTIONAL(name, result, parameters) g_camera.name = nullptr;
-#include "camera/dshow_symbols.h"
+#include "camera/backend/dshow_symbols.h"
 #define OPTIONAL(name, result, parameters) g_camera.name = nullptr;
-#include "camera/avf_symbols.h"
+#include "camera/backend/avf_symbols.h"
   g_callLog.Clear();
 }
 

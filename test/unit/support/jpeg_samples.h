@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "camera/turbojpeg_runtime.h"
+#include "camera/frames/turbojpeg_runtime.h"
 
 namespace ostrel_native {
 
@@ -114,7 +114,7 @@ inline DecodedJpeg DecodeJpegPlanes(const std::vector<std::uint8_t>& jpeg) {
 inline void UnloadTurboJpeg() {
   void* const library = g_turboJpeg.handle.exchange(nullptr);
 #define SYMBOL(name) g_turboJpeg.name = nullptr;
-#include "camera/turbojpeg_symbols.h"
+#include "camera/frames/turbojpeg_symbols.h"
   g_turboJpeg.path.clear();
   if (library != nullptr) {
     dlclose(library);

@@ -8,8 +8,8 @@
 #include <semaphore>
 #include <vector>
 
-#include "camera/camera_binding.h"
-#include "camera/camera_preview.h"
+#include "camera/backend/camera_binding.h"
+#include "camera/preview/camera_preview.h"
 #include "unit/support/eventually.h"
 
 namespace ostrel_native {
