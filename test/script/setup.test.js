@@ -30,6 +30,9 @@ function systemWith({ installed = [], programs = [], headers = [], libraries = [
   };
 }
 
+// The environment loads a sanitizer into every child: one ends the commands of a shell, the other finds its leaks.
+const inShell = { skip: skipUnderSanitizer('the commands of a shell do not run under each of them') };
+
 describe('the Node.js releases', () => {
   const folder = 'node_modules/node-x';
   const installed = { [folder]: { version: '1.0.0' } };
@@ -56,16 +59,16 @@ describe('the Node.js releases', () => {
     `echo '${JSON.stringify({ packages: installed })}' > node_modules/.package-lock.json`];
   const withDev = { ...installed, 'node_modules/node-y': { version: '1.0.0', dev: true } };
 
-  it('are fetched once', async () => {
+  it('are fetched once', inShell, async () => {
     assert.deepEqual(await printedWith(fetching), ['installed', 'here']);
   });
 
-  it('are fetched again for the tests where the one for the kit alone is here', async () => {
+  it('are fetched again for the tests where the one for the kit alone is here', inShell, async () => {
     assert.deepEqual(await printedWith(fetching, { locked: withDev }), ['installed', 'installed']);
     assert.deepEqual(await printedWith(fetching, { locked: withDev, kitOnly: true }), ['installed', 'here']);
   });
 
-  it('are fetched without those that only the tests need where no tests follow', async () => {
+  it('are fetched without those that only the tests need where no tests follow', inShell, async () => {
     const omitting = ['case "$*" in *--omit=dev*) ;; *) exit 1;; esac', ...fetching];
     assert.deepEqual(await printedWith(omitting, { locked: withDev, kitOnly: true }), ['installed', 'here']);
     assert.match((await printedWith(omitting, { locked: withDev }))[0], /^not here/);
@@ -262,8 +265,7 @@ describe('the FFmpeg libraries that were built here', () => {
   const scripts = new URL('../../scripts/', import.meta.url);
   const patch = 'v4l2-encoder-failed-open.patch';
 
-  const shellLeaks = { skip: skipUnderSanitizer('the shell frees nothing when it ends') };
-  it('are to be built anew if the script or a patch has changed since, or they are not all there', shellLeaks, (context) => {
+  it('are to be built anew if the script or a patch has changed since, or they are not all there', inShell, (context) => {
     const top = fs.mkdtempSync(path.join(os.tmpdir(), 'ostrel-ffmpeg-'));
     context.after(() => fs.rmSync(top, { recursive: true }));
     const at = (...names) => path.join(top, ...names);
