@@ -1,11 +1,11 @@
 // The types of ostrel-native.
 //
-// The functions stand in types/, by task; each tells what it gives and what its failures mean, and then
-//   Blocks:      for how long the caller's thread stands still;
-//   Thread:      where the work runs. "Script" is the thread that calls;
-//   Error text:  what the call does to the text of getLastError().
-// A missing argument, or one of another type, counts as the default that is named with it, 0 or -1: nothing is converted,
-// and nothing throws unless the function says so.
+// The functions are declared in types/, by task. Each one documents its result and failures, and then
+//   Blocks:      how long the call blocks the calling thread;
+//   Thread:      which environments may call it, and where the work runs;
+//   Error text:  the call's effect on the text of getLastError().
+// A missing argument, or one of another type, counts as its documented default, 0 or -1. Nothing is converted,
+// and nothing throws unless the function's documentation says so.
 
 import type { OstrelNative } from './types/native.cjs';
 
@@ -20,6 +20,6 @@ export type * from './types/dino-lite.cjs';
 export type * from './types/ostrel.cjs';
 export type * from './types/native.cjs';
 
-/** The native object as it stands. */
+/** The native object. */
 declare const native: OstrelNative;
 export default native;

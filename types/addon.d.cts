@@ -1,13 +1,13 @@
-// The addon's frame: the last error text and the exclusive lock file.
+// General functions: the last error text and the exclusive lock file.
 
-/** The functions that belong to no camera and to no microscope. */
+/** Functions that are not specific to cameras or microscopes. */
 export interface AddonFunctions {
   /**
-   * The text of the last failure, of whatever camera or device function; empty if there was none.
+   * The text of the last failure of any camera or device function; empty if there was none.
    *
-   * There is one text for the whole process, worker threads included. Reading it does not clear it, and
-   * neither does a success, unless the function that succeeds says so. Read it right after the call that
-   * failed: a later failure elsewhere replaces it. Fusion and locks throw instead and leave it alone.
+   * There is one text for the whole process, worker threads included. Reading it does not clear it, nor
+   * does a success, unless that function's documentation says so. Read it right after the call that
+   * failed: a later failure elsewhere replaces it. Fusion and locks throw instead and do not change it.
    *
    * - Blocks: no.
    * - Thread: any environment.
@@ -16,12 +16,12 @@ export interface AddonFunctions {
   getLastError(): string;
 
   /**
-   * Creates a file that must not exist yet and locks it, so that one process at a time may go on.
+   * Creates a file that must not exist yet and locks it, so that only one process at a time holds the lock.
    *
-   * The file alone stands for the lock: one that a crashed process has left means "taken" too, until
+   * The file's existence is the lock: a file left by a crashed process counts as locked until
    * script code deletes it.
    *
-   * @param path where the lock file is to be.
+   * @param path the path of the lock file.
    * @returns the file descriptor, which is the token for {@link unlockFile}.
    * @throws Error "lockFile requires a path argument" for a path that is empty or no string;
    *   "LOCK_FILE_EXISTS" if the file exists or is locked; "Failed to open lock file: PATH (errno N)" and
@@ -34,8 +34,8 @@ export interface AddonFunctions {
   lockFile(path: string): number;
 
   /**
-   * Unlocks and closes what {@link lockFile} gave, once: its number may stand for another file of the process afterwards.
-   * The lock file stays: delete it, or nobody gets the lock again.
+   * Unlocks and closes the descriptor from {@link lockFile}. Call it once: the number may be reused for another file
+   * afterwards. The lock file remains; the lock cannot be taken again until it is deleted.
    *
    * @param descriptor the number from {@link lockFile}. A negative one does nothing. Without a number the
    *   process's standard input, descriptor 0, is closed: always pass the number.

@@ -3,13 +3,13 @@
 /** The camera library in use; on Linux "none" or "linux-v4l2". */
 export type CameraBackend = 'none' | 'linux-v4l2' | 'directshow' | 'avfoundation';
 
-/** One capture format. Its place in the array is the format index for `cameraStartCapture`. */
+/** One capture format. Its position in the array is the format index for `cameraStartCapture`. */
 export interface CameraFormat {
   /** Pixels. */
   width: number;
   /** Pixels. */
   height: number;
-  /** Frames a second, a whole number. */
+  /** Frames a second, an integer. */
   frameRate: number;
   /** The camera library's own name of the format, such as "MJPEG"; empty if it has none. */
   type: string;
@@ -17,20 +17,20 @@ export interface CameraFormat {
 
 /** The range of an image control. All numbers but `result` are 0 unless `result` is 0. */
 export interface ImageControlRange {
-  /** 0; -9: there is no such control here; any other number is the camera library's. */
+  /** 0; -9: there is no such control; any other number is the camera library's result code. */
   result: number;
   min: number;
   max: number;
   /** The smallest change. */
   step: number;
   default: number;
-  /** The modes that the control knows: `VIDEOPROCAMP_FLAG_AUTO`, `VIDEOPROCAMP_FLAG_MANUAL`, or both as a sum. */
+  /** The modes that the control supports: `VIDEOPROCAMP_FLAG_AUTO`, `VIDEOPROCAMP_FLAG_MANUAL`, or both as a sum. */
   caps: number;
 }
 
 /** The setting of an image control. `value` and `flags` are 0 unless `result` is 0. */
 export interface ImageControlValue {
-  /** 0; -9: there is no such control here; any other number is the camera library's. */
+  /** 0; -9: there is no such control; any other number is the camera library's result code. */
   result: number;
   value: number;
   /** `VIDEOPROCAMP_FLAG_AUTO` or `VIDEOPROCAMP_FLAG_MANUAL`. */
@@ -39,22 +39,22 @@ export interface ImageControlValue {
 
 /** The outcome of setting an image control. */
 export interface ImageControlResult {
-  /** 0; -9: there is no such control here; any other number is the camera library's. */
+  /** 0; -9: there is no such control; any other number is the camera library's result code. */
   result: number;
 }
 
 /**
- * Cameras and their libraries. A device index counts from 0; a missing one, or one that is no number, is -1,
- * and indices go to the camera library unchecked. All of them call the camera library on the thread that calls.
+ * Cameras and their libraries. A device index counts from 0; a missing or non-numeric index counts as -1.
+ * Indices are passed to the camera library unchecked. All of them call the camera library on the thread that calls.
  */
 export interface CameraFunctions {
   /**
-   * Loads the camera library, once in a process: after a success every further call gives true and ignores
+   * Loads the camera library, once per process: after a success every further call returns true and ignores
    * its path. The library stays loaded.
    *
-   * @param libraryPath the file; only that is tried. Without one, or with an empty one, the system's loader
-   *   looks for "libcnokhwa.so", then "cnokhwa".
-   * @returns whether a library is loaded. Two more arguments, a string and a boolean, may follow and change nothing.
+   * @param libraryPath the only file to try. If missing or empty, the system's loader
+   *   searches for "libcnokhwa.so", then "cnokhwa".
+   * @returns whether a library is loaded. Two more arguments, a string and a boolean, are accepted and ignored.
    *
    * - Blocks: while the library is read from disk and initialises itself.
    * - Thread: any environment.
@@ -63,8 +63,8 @@ export interface CameraFunctions {
   loadCameraBackend(libraryPath?: string): boolean;
 
   /**
-   * Loads libjpeg-turbo, once in a process, for cameras that deliver MJPEG frames as they are. The V4L2 camera
-   * library of Linux decodes them itself, so nothing here needs it. Once loaded, further calls give true and
+   * Loads libjpeg-turbo, once per process, for camera libraries that deliver MJPEG frames undecoded. The V4L2 camera
+   * library of Linux decodes them itself, so Linux does not need it. Once loaded, further calls return true and
    * ignore their path.
    *
    * @param libraryPath the file, or a name that the system's loader finds, such as "libturbojpeg.so.0".
@@ -113,9 +113,9 @@ export interface CameraFunctions {
   cameraBackend(): CameraBackend;
 
   /**
-   * Starts the camera library. Call it once after the load, before anything that asks for devices.
+   * Starts the camera library. Call it once after the load, before any device query.
    *
-   * @returns 0; -6 without a library; any other number is the camera library's.
+   * @returns 0; -6 without a library; any other number is the camera library's result code.
    *
    * - Blocks: as long as the camera library takes.
    * - Thread: any environment.
@@ -126,7 +126,7 @@ export interface CameraFunctions {
   /**
    * Whether this program may use cameras.
    *
-   * @returns `STATUS_AUTHORIZED` (0) if it may; -6 without a library; any other number is the camera library's "no".
+   * @returns `STATUS_AUTHORIZED` (0) if it may; -6 without a library; any other number is the camera library's refusal.
    *
    * - Blocks: as long as the camera library takes.
    * - Thread: any environment.
@@ -135,10 +135,10 @@ export interface CameraFunctions {
   cameraHasVideoCaptureAuth(): number;
 
   /**
-   * Asks the platform to let this program use cameras, where it has such a question. The answer shows in a later
+   * Requests the platform's camera permission, if it has one. The result shows in a later
    * `cameraHasVideoCaptureAuth`. Without a library it does nothing.
    *
-   * - Blocks: as long as the camera library takes; not until a person has answered.
+   * - Blocks: as long as the camera library takes; it does not wait for the user's decision.
    * - Thread: any environment.
    * - Error text: not touched.
    */
@@ -156,10 +156,10 @@ export interface CameraFunctions {
   cameraDevicesCount(): number;
 
   /**
-   * What identifies this one camera, also after it was unplugged and plugged in; use it to find a camera again,
+   * The camera's unique id, which stays the same when it is plugged in again; use it to find a camera again,
    * since indices change. At most 1023 bytes.
    *
-   * @returns empty without a library, or if the library knows none.
+   * @returns empty without a library, or if the library has none.
    *
    * - Blocks: as long as the camera library takes.
    * - Thread: any environment.
@@ -168,9 +168,9 @@ export interface CameraFunctions {
   cameraDeviceUniqueId(deviceIndex: number): string;
 
   /**
-   * What identifies the make of a camera. At most 1023 bytes.
+   * The camera's model id. At most 1023 bytes.
    *
-   * @returns empty without a library, or if the library knows none.
+   * @returns empty without a library, or if the library has none.
    *
    * - Blocks: as long as the camera library takes.
    * - Thread: any environment.
@@ -179,9 +179,9 @@ export interface CameraFunctions {
   cameraDeviceModelId(deviceIndex: number): string;
 
   /**
-   * The camera's name for people. At most 1023 bytes.
+   * The camera's display name. At most 1023 bytes.
    *
-   * @returns empty without a library, or if the library knows none.
+   * @returns empty without a library, or if the library has none.
    *
    * - Blocks: as long as the camera library takes.
    * - Thread: any environment.
@@ -190,7 +190,7 @@ export interface CameraFunctions {
   cameraDeviceName(deviceIndex: number): string;
 
   /**
-   * The kind of camera, where the camera library tells one. That of Linux does not: it is always empty there.
+   * The kind of camera, if the camera library reports it. Always empty on Linux.
    *
    * - Blocks: as long as the camera library takes; not at all on Linux.
    * - Thread: any environment.
@@ -199,38 +199,37 @@ export interface CameraFunctions {
   cameraDeviceType(deviceIndex: number): string;
 
   /**
-   * The formats of a camera, in the camera library's own order: nothing is sorted, merged or left out. Which to
-   * take is the caller's choice.
+   * The formats of a camera, in the camera library's own order: nothing is sorted, merged or omitted.
    *
    * @returns empty without a library, or if the camera has none or does not exist.
    *
-   * - Blocks: for four calls of the camera library for each format.
+   * - Blocks: four calls of the camera library for each format.
    * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraDeviceFormats(deviceIndex: number): CameraFormat[];
 
   /**
-   * Starts the capture of a camera, either in one of its formats or in the size that comes closest.
+   * Starts the capture of a camera, either in one of its formats or in the closest size.
    *
-   * @param width pixels; used without a format index. 0 leaves it to the camera library.
+   * @param width pixels; used without a format index. 0: the camera library chooses.
    * @param height pixels; used without a format index.
-   * @param formatIndex the place in `cameraDeviceFormats`; below 0, the size decides.
-   * @param encoded true asks for frames as the camera encodes them. On Linux it changes nothing.
-   * @returns 0 or more on success; -6 without a library; -13 if this library cannot start by a format index; any
-   *   other negative number is the camera library's. The frames' real size shows in `cameraFrameInfo`.
+   * @param formatIndex the position in `cameraDeviceFormats`; if negative, the size is used.
+   * @param encoded true requests frames as the camera encodes them. Ignored on Linux.
+   * @returns 0 or more on success; -6 without a library; -13 if this library cannot start with a format index; any
+   *   other negative number is the camera library's result code. The frames' real size shows in `cameraFrameInfo`.
    *
-   * - Blocks: as long as the camera library takes to start, which may be seconds with a slow camera.
-   * - Thread: any environment; the frames then come on threads of the camera library.
+   * - Blocks: as long as the camera library takes to start, possibly seconds with a slow camera.
+   * - Thread: any environment; frames then arrive on threads of the camera library.
    * - Error text: not touched.
    */
   cameraStartCapture(deviceIndex: number, width?: number, height?: number, formatIndex?: number, encoded?: boolean): number;
 
   /**
    * Stops the capture of a camera, ends any recording, whatever the device, and ends the preview if it shows this
-   * device. A negative index means all cameras and any preview.
+   * device. A negative index stops all cameras and any preview.
    *
-   * @returns the camera library's number, 0 on success; -6 without a library.
+   * @returns the camera library's result code, 0 on success; -6 without a library.
    *
    * - Blocks: until the recording has written its queue and finished its file, the preview's worker has ended and
    *   the camera library has stopped.
@@ -243,7 +242,7 @@ export interface CameraFunctions {
    * Whether a frame can be grabbed.
    *
    * @returns `RESULT_YES` (0) if so; `RESULT_NO` (-256) if not yet; -6 without a library; any other number is the
-   *   camera library's failure. Both "yes" and success are 0: compare, don't test for truth.
+   *   camera library's failure. Both "yes" and success are 0: compare, do not test for truthiness.
    *
    * - Blocks: as long as the camera library takes.
    * - Thread: any environment.
@@ -252,8 +251,8 @@ export interface CameraFunctions {
   cameraHasFirstFrame(deviceIndex: number): number;
 
   /**
-   * Whether the camera's own button is down, as the camera library tells it. That of Linux has no such call: always 0.
-   * The button of a microscope is told by `ostrelIsCapturePressed` and `dinoLiteMicrotouchPressed`.
+   * Whether the camera's own button is down, as the camera library reports it. Always 0 on Linux.
+   * For the button of a microscope use `ostrelIsCapturePressed` or `dinoLiteMicrotouchPressed`.
    *
    * - Blocks: no.
    * - Thread: any environment.
@@ -262,7 +261,7 @@ export interface CameraFunctions {
   cameraButtonPressed(deviceIndex: number): number;
 
   /**
-   * When the camera's own button was pressed last, as the camera library tells it. Always 0 on Linux.
+   * When the camera's own button was last pressed, as the camera library reports it. Always 0 on Linux.
    *
    * - Blocks: no.
    * - Thread: any environment.
@@ -271,7 +270,7 @@ export interface CameraFunctions {
   cameraButtonTimestamp(deviceIndex: number): number;
 
   /**
-   * Whether image controls can be read. Always false on Linux, whose camera library has none.
+   * Whether image controls can be read. Always false on Linux, whose camera library has no image controls.
    *
    * - Blocks: no.
    * - Thread: any environment.
@@ -284,7 +283,7 @@ export interface CameraFunctions {
    *
    * @param property one of the constants from `VIDEOPROCAMP_BRIGHTNESS` to `VIDEOPROCAMP_GAIN`; passed on unchecked.
    * @returns always with `result` -9 and zeros on Linux.
-   * @throws TypeError "Expected (deviceIndex, property)" with fewer than two arguments; Error if one is no number.
+   * @throws TypeError "Expected (deviceIndex, property)" with fewer than two arguments; Error if one is not a number.
    *
    * - Blocks: as long as the camera library takes; not at all on Linux.
    * - Thread: any environment.
@@ -297,7 +296,7 @@ export interface CameraFunctions {
    *
    * @param property one of the constants from `VIDEOPROCAMP_BRIGHTNESS` to `VIDEOPROCAMP_GAIN`; passed on unchecked.
    * @returns always with `result` -9 and zeros on Linux.
-   * @throws TypeError "Expected (deviceIndex, property)" with fewer than two arguments; Error if one is no number.
+   * @throws TypeError "Expected (deviceIndex, property)" with fewer than two arguments; Error if one is not a number.
    *
    * - Blocks: as long as the camera library takes; not at all on Linux.
    * - Thread: any environment.
@@ -322,7 +321,7 @@ export interface CameraFunctions {
   cameraVideoProcAmpSet(deviceIndex: number, property: number, value: number, flags: number): ImageControlResult;
 }
 
-/** The constants. Numbers 0 to 9 are image controls, 1 and 2 their modes, the rest results. */
+/** The constants. `VIDEOPROCAMP_...` are image controls and their modes, the rest are results. */
 export interface CameraConstants {
   /** Image control: brightness. */
   readonly VIDEOPROCAMP_BRIGHTNESS: 0;
@@ -348,9 +347,9 @@ export interface CameraConstants {
   readonly VIDEOPROCAMP_FLAG_AUTO: 1;
   /** Mode of an image control: the caller sets it. */
   readonly VIDEOPROCAMP_FLAG_MANUAL: 2;
-  /** Success of every function that gives a result number. */
+  /** Success of every function that returns a result number. */
   readonly RESULT_OK: 0;
-  /** "Yes" of `cameraHasFirstFrame`. It is 0: compare, don't test for truth. */
+  /** "Yes" of `cameraHasFirstFrame`. It is 0: compare, do not test for truthiness. */
   readonly RESULT_YES: 0;
   /** Not yet, or nothing new. */
   readonly RESULT_NO: -256;

@@ -2,7 +2,7 @@
 
 import type { MicroscopeDevice } from './vendor.cjs';
 
-/** The kind of Dino-Lite library that is loaded. A library that is loaded is "mac-libdinolite" on Linux too. */
+/** The kind of Dino-Lite library that is loaded. A loaded library is "mac-libdinolite" on Linux too. */
 export type DinoLiteBackend = 'none' | 'mac-libdinolite' | 'windows-dnx';
 
 /** The outcome of `loadDinoLite`. */
@@ -14,7 +14,7 @@ export interface DinoLiteLoadResult {
   path: string;
 }
 
-/** The answer of `dinoLiteSelectBackendForProductId`; after a time-out all members are empty or false. */
+/** The result of `dinoLiteSelectBackendForProductId`; after a time-out all members are empty or false. */
 export interface DinoLiteBackendSelection {
   /** Whether a library is loaded. */
   ok: boolean;
@@ -29,7 +29,7 @@ export interface DinoLiteBackendSelection {
   reason: string;
 }
 
-/** The state of the Dino-Lite family, for a support page. */
+/** The state of the Dino-Lite family, for diagnostics. */
 export interface DinoLiteDebugState {
   loaded: boolean;
   /** Empty before the first call of this family. */
@@ -40,7 +40,7 @@ export interface DinoLiteDebugState {
   selectedDeviceIndex: number;
   /** The light mode that the library accepted last; 0 if none. */
   ledState: number;
-  /** 2: two groups of LEDs by themselves; 1: one common switch; 0: none of the known modes. */
+  /** 2: two separate groups of LEDs; 1: one common switch; 0: none of the known modes. */
   controllableLedsCount: number;
   initialized: boolean;
   /** Whether the selected microscope measures its magnification. */
@@ -51,15 +51,15 @@ export interface DinoLiteDebugState {
   supportsLedControl: boolean;
   /** Whether the magnification was read since the selection. */
   amrRead: boolean;
-  /** What was read last, believable or not; -1 if nothing was. */
+  /** The last reading, valid or not; -1 if there was none. */
   amrRaw: number;
-  /** Whether that was taken: it is not below 10 nor above 1000. */
+  /** Whether that reading was accepted: it is neither below 10 nor above 1000. */
   amrAccepted: boolean;
   /** The library's own count of changes. */
   amrUpdates: number;
   /** The light modes of the selected microscope, in its own order. */
   ledModes: number[];
-  /** The last magnification that was taken; null if none was. */
+  /** The last accepted magnification; null if none was. */
   cachedAmr: number | null;
   /** Its age in milliseconds; null if there is none. */
   cachedAmrAgeMs: number | null;
@@ -68,29 +68,29 @@ export interface DinoLiteDebugState {
 }
 
 /**
- * Dino-Lite microscopes. All calls into the library run one after the other on its owner thread. A call that waits gives
- * its failure value after its time-out, with "Dino-Lite SDK call timed out" as last error; the work goes on behind it.
- * The time-out of a promise begins when a pool thread takes the call up: behind calls that hang on all pool threads that
- * is later by their time-outs.
+ * Dino-Lite microscopes. All calls into the library run one at a time on its owner thread. A waiting call returns
+ * its failure value after its time-out, with "Dino-Lite SDK call timed out" as last error; the work continues.
+ * The time-out of a promise begins when a pool thread starts the call, which may be delayed by the time-outs of calls
+ * that hang on all pool threads.
  */
 export interface DinoLiteFunctions {
   /**
-   * Loads the Dino-Lite library, once in a process: after a success every further call gives the first path.
+   * Loads the Dino-Lite library, once per process: after a success every further call returns the first path.
    *
-   * @param libraryPath the file; only that is tried. Without one the system's loader looks for "libdinolite.so", then
+   * @param libraryPath the only file to try. Without it the system's loader searches for "libdinolite.so", then
    *   "libdinolite.dylib".
    *
    * - Blocks: until it is loaded, at most 20 seconds.
    * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
-   * - Error text: cleared by a success, set by a failure; both that of `dinoLiteLastError` and that of `getLastError`.
+   * - Error text: cleared by a success, set by a failure; in both `dinoLiteLastError` and `getLastError`.
    */
   loadDinoLite(libraryPath?: string): DinoLiteLoadResult;
 
   /**
-   * Starts the library and counts the microscopes. Microscopes that are plugged in later are seen after
+   * Starts the library and enumerates the microscopes. Microscopes that are plugged in later are found by
    * `dinoLiteInit(true)`.
    *
-   * @param force true starts it anew and drops the selection.
+   * @param force true restarts it and drops the selection.
    * @returns false without a library, if it lacks the functions, or after the time-out.
    *
    * - Blocks: until it has started, at most 20 seconds. Prefer `dinoLiteInitAsync`.
@@ -100,7 +100,7 @@ export interface DinoLiteFunctions {
   dinoLiteInit(force?: boolean): boolean;
 
   /**
-   * The last error of this family; a success clears it. Texts about time-outs stand in `getLastError` alone.
+   * The last error of this family; a success clears it. Time-outs set only the text of `getLastError`.
    *
    * - Blocks: no.
    * - Thread: any environment.
@@ -109,54 +109,54 @@ export interface DinoLiteFunctions {
   dinoLiteLastError(): string;
 
   /**
-   * Tells which library serves a product. The answer is the same for every product: the one library that is loaded.
+   * Returns the library for a product. The result is the same for every product: the loaded library.
    *
-   * @param productId taken and not used.
-   * @param text taken and not used.
+   * @param productId ignored.
+   * @param text ignored.
    *
-   * - Blocks: at most 20 seconds behind what the owner thread does.
+   * - Blocks: at most 20 seconds, behind earlier work of the owner thread.
    * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
    * - Error text: set by a time-out.
    */
   dinoLiteSelectBackendForProductId(productId?: number, text?: string): DinoLiteBackendSelection;
 
   /**
-   * Starts the library, as `dinoLiteInit`, without waiting.
+   * Starts the library, as `dinoLiteInit`, without blocking.
    *
-   * @param force true starts it anew and drops the selection.
+   * @param force true restarts it and drops the selection.
    * @returns resolves with false without a library, if it lacks the functions or after the time-out.
    *
-   * - Blocks: no; it resolves within 20 seconds from when a pool thread takes it up.
+   * - Blocks: no; it resolves within 20 seconds after a pool thread starts it.
    * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
    * - Error text: cleared by a start, set by a failure; none without a library.
    */
   dinoLiteInitAsync(force?: boolean): Promise<boolean>;
 
   /**
-   * The number of microscopes that were there when the library was started last.
+   * The number of microscopes at the last start of the library.
    *
    * @returns 0 without a library, before its start, or after the time-out.
    *
-   * - Blocks: at most 5 seconds behind what the owner thread does; the library is not called.
+   * - Blocks: at most 5 seconds, behind earlier work of the owner thread; the library is not called.
    * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
    * - Error text: set by a time-out.
    */
   dinoLiteDeviceCount(): number;
 
   /**
-   * The microscopes that were there when the library was started last. A library that counts more than 65536 has none,
-   * and the error text says so.
+   * The microscopes at the last start of the library. If the library reports more than 65536, the list
+   * is empty and the error text says so.
    *
    * @returns resolves with an empty array without a library, before its start or after the time-out.
    *
-   * - Blocks: no; it resolves within 20 seconds from when a pool thread takes it up.
+   * - Blocks: no; it resolves within 20 seconds after a pool thread starts it.
    * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
    * - Error text: set by a time-out, and by a list that is too long.
    */
   dinoLiteDevicesAsync(): Promise<MicroscopeDevice[]>;
 
   /**
-   * What identifies a microscope. At most 1023 bytes.
+   * The unique id of a microscope. At most 1023 bytes.
    *
    * @returns empty without a library, for a negative index, or after the time-out.
    *
@@ -167,7 +167,7 @@ export interface DinoLiteFunctions {
   dinoLiteDeviceId(index: number): string;
 
   /**
-   * A microscope's name for people. At most 1023 bytes.
+   * The display name of a microscope. At most 1023 bytes.
    *
    * @returns empty without a library, for a negative index, or after the time-out.
    *
@@ -178,8 +178,8 @@ export interface DinoLiteFunctions {
   dinoLiteDeviceName(index: number): string;
 
   /**
-   * Selects the microscope that all other calls mean, learns what it can do and turns its light on. It starts the library
-   * if that is still to be done, after a pause of 300 ms.
+   * Selects the microscope that all other calls use, reads its features and turns its light on. Starts the library
+   * if necessary, after a pause of 300 ms.
    *
    * @returns false without a library, for a negative index, if the library refuses, or after the time-out.
    *
@@ -190,21 +190,21 @@ export interface DinoLiteFunctions {
   dinoLiteSelectDevice(index: number): boolean;
 
   /**
-   * Selects a microscope, as `dinoLiteSelectDevice`, without waiting.
+   * Selects a microscope, as `dinoLiteSelectDevice`, without blocking.
    *
    * @returns resolves with false in the same cases.
    *
-   * - Blocks: no; it resolves within 10 seconds from when a pool thread takes it up.
+   * - Blocks: no; it resolves within 10 seconds after a pool thread starts it.
    * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
    * - Error text: cleared by a success, set by a failure.
    */
   dinoLiteSelectDeviceAsync(index: number): Promise<boolean>;
 
   /**
-   * The index of the selected microscope; -1 if none is, or after the time-out. After a selection that failed it is still
-   * the former one, without what that could do.
+   * The index of the selected microscope; -1 if none is selected, or after the time-out. After a failed selection it is
+   * still the previous one, but its features are cleared.
    *
-   * - Blocks: at most 5 seconds behind what the owner thread does; the library is not called.
+   * - Blocks: at most 5 seconds, behind earlier work of the owner thread; the library is not called.
    * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
    * - Error text: set by a time-out.
    */
@@ -215,63 +215,63 @@ export interface DinoLiteFunctions {
    *
    * @returns false also without a library or after the time-out.
    *
-   * - Blocks: at most 5 seconds behind what the owner thread does; the library is not called.
+   * - Blocks: at most 5 seconds, behind earlier work of the owner thread; the library is not called.
    * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
    * - Error text: set by a time-out.
    */
   dinoLiteSupportsAmr(): boolean;
 
   /**
-   * The magnification of the selected microscope, 10 to 1000. A poll: it gives what the library told last and asks for
-   * news. A library may tell a value that is no number, and then it is NaN.
+   * The magnification of the selected microscope, 10 to 1000. A poll: it returns the last known value and requests a
+   * refresh. The library may return NaN, which is passed on.
    *
-   * @param deviceIndex the selected one; another index than in the last call, from whatever environment, starts the
-   *   polled values anew.
-   * @returns null if nothing was told for two seconds, or the microscope does not measure it.
+   * @param deviceIndex the selected one; another index than in the last call, from whatever environment, resets the
+   *   polled values.
+   * @returns null if no value arrived for two seconds, or the microscope does not measure it.
    *
    * - Blocks: no.
-   * - Thread: any environment; the library is asked on the Dino-Lite owner thread.
+   * - Thread: any environment; the library is queried on the Dino-Lite owner thread.
    * - Error text: not touched.
    */
   dinoLiteGetAmr(deviceIndex: number): number | null;
 
   /**
-   * The width of the field of view at a magnification: the library's value divided by 1000, millimetres for a library that
-   * counts in micrometres. A poll: it gives what the library told last for this magnification and asks for news.
+   * The width of the field of view at a magnification: the library's value divided by 1000, millimetres for a library
+   * that uses micrometres. A poll: it returns the last known value for this magnification and requests a refresh.
    *
-   * @param deviceIndex makes no difference.
-   * @param amr the magnification. One that differs by more than 0.001 from that of the last poll starts anew, so hold
-   *   one while the readings of `dinoLiteGetAmr` wander: with a new one at each poll there is never a value.
-   * @param selector the library's choice of field, 0 by default; negative ones count as 0.
-   * @returns null if nothing was told for two seconds, or the library does not know it.
+   * @param deviceIndex ignored.
+   * @param amr the magnification. One that differs by more than 0.001 from that of the previous poll resets the value.
+   *   Readings of `dinoLiteGetAmr` are noisy, so keep one: with a new one for each poll there is never a value.
+   * @param selector the library's selector of the field, 0 by default; negative values count as 0.
+   * @returns null if no value arrived for two seconds, or the library has no value.
    *
    * - Blocks: no.
-   * - Thread: any environment; the library is asked on the Dino-Lite owner thread.
+   * - Thread: any environment; the library is queried on the Dino-Lite owner thread.
    * - Error text: not touched.
    */
   dinoLiteGetFovx(deviceIndex: number, amr: number, selector?: number): number | null;
 
   /**
-   * Says whether `dinoLiteMicrotouchPressed` is to ask the microscope for its button. The wish outlives a change of
-   * microscope, not a dispose.
+   * Sets whether `dinoLiteMicrotouchPressed` queries the microscope's button. The setting is kept when another
+   * microscope is selected, but not after a dispose.
    *
    * @param enabled true by default.
    * @returns true if the selected microscope has the button, also for `enabled` false; false otherwise, without a
    *   library, or after the time-out.
    *
-   * - Blocks: at most 5 seconds behind what the owner thread does. Prefer `dinoLiteEnableMicrotouchAsync`.
+   * - Blocks: at most 5 seconds, behind earlier work of the owner thread. Prefer `dinoLiteEnableMicrotouchAsync`.
    * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
    * - Error text: cleared by a success, set by a failure.
    */
   dinoLiteEnableMicrotouch(enabled?: boolean): boolean;
 
   /**
-   * The same as `dinoLiteEnableMicrotouch`, without waiting.
+   * The same as `dinoLiteEnableMicrotouch`, without blocking.
    *
    * @param enabled true by default.
    * @returns resolves with false in the same cases.
    *
-   * - Blocks: no; it resolves within 5 seconds from when a pool thread takes it up.
+   * - Blocks: no; it resolves within 5 seconds after a pool thread starts it.
    * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
    * - Error text: cleared by a success, set by a failure.
    */
@@ -279,20 +279,20 @@ export interface DinoLiteFunctions {
 
   /**
    * Whether the MicroTouch button was pressed since the last call: each press is reported once, to one environment, and
-   * two presses between two calls are one. A poll: it gives what was seen and asks for news, so poll it a few times a
-   * second.
+   * two presses between two calls are reported as one. A poll: it returns what is known and requests a refresh, so poll
+   * it a few times a second.
    *
    * - Blocks: no.
-   * - Thread: any environment; the library is asked on the Dino-Lite owner thread.
+   * - Thread: any environment; the library is queried on the Dino-Lite owner thread.
    * - Error text: not touched.
    */
   dinoLiteMicrotouchPressed(): boolean;
 
   /**
-   * Steps the light to the next mode that the selected microscope offers, and round again.
+   * Switches the light to the selected microscope's next mode, and after the last one to the first.
    *
-   * @returns the new mode, a code of the library; -1 without a selection or light modes, if the library refuses, or after
-   *   the time-out.
+   * @returns the new mode, as defined by the library; -1 without a selection or light modes, if the library refuses, or
+   *   after the time-out.
    *
    * - Blocks: at most 5 seconds. Prefer `dinoLiteToggleLedAsync`.
    * - Thread: any environment; the caller waits for the Dino-Lite owner thread.
@@ -301,18 +301,18 @@ export interface DinoLiteFunctions {
   dinoLiteToggleLed(): number;
 
   /**
-   * Steps the light, as `dinoLiteToggleLed`, without waiting.
+   * Switches the light, as `dinoLiteToggleLed`, without blocking.
    *
    * @returns resolves with -1 in the same cases.
    *
-   * - Blocks: no; it resolves within 5 seconds from when a pool thread takes it up.
+   * - Blocks: no; it resolves within 5 seconds after a pool thread starts it.
    * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
    * - Error text: cleared by a success, set by a failure.
    */
   dinoLiteToggleLedAsync(): Promise<number>;
 
   /**
-   * The state of this family as of the last piece of work that may have changed it.
+   * The state of this family after the last task that may have changed it.
    *
    * - Blocks: no.
    * - Thread: any environment.
@@ -321,7 +321,7 @@ export interface DinoLiteFunctions {
   dinoLiteDebugState(): DinoLiteDebugState;
 
   /**
-   * Drops the selection and forgets the start. The library stays loaded; start it again with `dinoLiteInit`.
+   * Drops the selection and marks the library as not started. It stays loaded; start it again with `dinoLiteInit`.
    *
    * @returns false only after the time-out.
    *
@@ -332,12 +332,12 @@ export interface DinoLiteFunctions {
   dinoLiteDispose(): boolean;
 
   /**
-   * The same as `dinoLiteDispose`, without waiting. Await it before the process ends, so that the microscope is released
-   * in order.
+   * The same as `dinoLiteDispose`, without blocking. Await it before the process ends, so that the microscope is
+   * released properly.
    *
    * @returns resolves with false only after the time-out.
    *
-   * - Blocks: no; it resolves within 5 seconds from when a pool thread takes it up.
+   * - Blocks: no; it resolves within 5 seconds after a pool thread starts it.
    * - Thread: any environment; a pool thread waits for the Dino-Lite owner thread.
    * - Error text: set by a time-out.
    */

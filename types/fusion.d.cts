@@ -2,28 +2,31 @@
 
 /** One picture of the stack. */
 export interface FusionFrame {
-  /** Red, green, blue, alpha for each pixel, rows tight: `width * height * 4` bytes. A Uint8ClampedArray is refused. */
+  /**
+   * Red, green, blue, alpha for each pixel, rows without padding: `width * height * 4` bytes. A Uint8ClampedArray is
+   * refused.
+   */
   rgba: Uint8Array;
-  /** How many of its own pixels one pixel of the result is wide; above 0, 1 for a frame of the same scale. */
+  /** Width of one result pixel in pixels of this frame; above 0, and 1 for a frame of the same scale. */
   sourcePixelsPerOutputPixel: number;
 }
 
-/** How one frame lies to the reference, on a coarse grid over the result. */
+/** Alignment of one frame to the reference, on a coarse grid over the result. */
 export interface FusionField {
-  /** Cells, 1 to 16384; each frame may have a grid of its own. */
+  /** Cells, 1 to 16384; each frame may have its own grid. */
   mapWidth: number;
   /** Cells, 1 to 16384. */
   mapHeight: number;
   /**
-   * Where the spot of each cell lies in this frame, counted in cells from the left: `mapWidth * mapHeight` values, row
-   * by row. A frame that was not moved has 0, 1, 2 ... in each row.
+   * Position of each cell in this frame, in cells from the left: `mapWidth * mapHeight` values, row
+   * by row. A frame without displacement has 0, 1, 2 ... in each row.
    */
   x: Float32Array;
-  /** The same, counted from the top. */
+  /** The same, in cells from the top. */
   y: Float32Array;
-  /** How far each cell's alignment can be trusted, 0 to 1; below 0.02 it gives no pixels. */
+  /** Reliability of each cell's alignment, 0 to 1; below 0.02 the cell contributes no pixels. */
   confidence: Float32Array;
-  /** Whether the frame gives pixels, the reference too. Any value, taken as a truth value; missing means no. */
+  /** Whether the frame, or the reference, contributes pixels. Any value, converted to boolean; missing means false. */
   accepted?: unknown;
 }
 
@@ -33,26 +36,26 @@ export interface FusionRequest {
   width: number;
   /** Pixels of the result and of every frame, 1 to 16384. */
   height: number;
-  /** The frame to which the others were aligned; it fills what no other can show. */
+  /** The frame to which the others were aligned; it fills areas that no other frame covers. */
   referenceIndex: number;
   /** 3 to 11 frames. */
   frames: readonly FusionFrame[];
   /** One for each frame. */
   fields: readonly FusionField[];
-  /** One for each frame: how much it counts in each cell of its own grid, `mapWidth * mapHeight` values, any scale. */
+  /** One for each frame: its weight in each cell of its own grid, `mapWidth * mapHeight` values, any scale. */
   weights: readonly Float32Array[];
-  /** Threads at work at a time, from 1 to 8; without a number half of the processors. The result is the same for all. */
+  /** Number of threads, 1 to 8; default: half of the processors. It does not affect the result. */
   maxThreads?: number;
 }
 
 /** The sharp picture. */
 export interface FusionResult {
-  /** Red, green, blue, 255 for each pixel, rows tight: `width * height * 4` bytes of its own memory. */
+  /** Red, green, blue, 255 for each pixel, rows without padding: `width * height * 4` bytes in a new buffer. */
   data: Uint8Array;
   backend: 'native-cpp';
-  /** Which form of the arithmetic the processor got. Both give the same bytes. */
+  /** The instruction set in use. Both give the same bytes. */
   simd: 'avx2' | 'sse2';
-  /** The limit of threads that was in force, 1 to 8. */
+  /** The thread limit in effect, 1 to 8. */
   threads: number;
   /** Milliseconds of the fusion itself. */
   durationMs: number;
@@ -62,13 +65,13 @@ export interface FusionResult {
 export interface FusionFunctions {
   /**
    * Fuses a focus stack into one picture that is sharp wherever one of its frames is. The same input gives the same
-   * bytes on every processor. The arrays are read where they lie and never written.
+   * bytes on every processor. The arrays are read in place and never written.
    *
-   * @throws Error with a text that begins with "Native EDOF" or "edofMultibandFuse" for whatever is wrong with the
-   *   request; nothing has been fused then.
+   * @throws Error with a text that begins with "Native EDOF" or "edofMultibandFuse" if the request is invalid;
+   *   thrown before anything is fused.
    *
-   * - Blocks: for the whole fusion, from some ten milliseconds to seconds. Call it from a worker thread.
-   * - Thread: any environment, with up to seven helper threads for its own duration.
+   * - Blocks: for the whole fusion, from tens of milliseconds to seconds. Call it from a worker thread.
+   * - Thread: any environment, with up to seven helper threads during the call.
    * - Error text: not touched, failures are thrown.
    */
   edofMultibandFuse(request: FusionRequest): FusionResult;

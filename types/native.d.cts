@@ -1,4 +1,4 @@
-// The native object, all of its parts together.
+// The complete native object.
 
 import type { AddonFunctions } from './addon.cjs';
 import type { CameraFunctions, CameraConstants } from './cameras.cjs';

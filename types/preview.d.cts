@@ -4,13 +4,13 @@ import type { Bytes, PixelFormat } from './stills.cjs';
 
 interface PreviewCounters {
   /**
-   * Rounds of the worker since the start that gave no frame, waiting for the first one aside. It outlives the stop of
-   * the preview.
+   * Worker cycles without a frame since the start, not counting the wait for the first frame. Kept until the next
+   * start.
    */
   droppedFrames: number;
-  /** The worker's last outcome: 0 a frame, -256 waiting for the first, -5 stopped, otherwise why there was none. */
+  /** The worker's last outcome: 0 a frame, -256 waiting for the first, -5 stopped, otherwise why there was no frame. */
   lastResult: number;
-  /** Frames a second that the worker makes, measured over a second, to a tenth; 0 during the first. */
+  /** The worker's frame rate, measured over one second, rounded to a tenth; 0 during the first second. */
   producerFps: number;
   /** Frames made since the start. */
   producedFrames: number;
@@ -32,11 +32,11 @@ interface PreviewPicture {
   planeOffsets: number[];
   /** Bytes a row of each plane: `[bytesPerRow]` on Linux. */
   planeStrides: number[];
-  /** Pixels of the camera's frame that it was made of. */
+  /** Size of the camera's frame in pixels. */
   sourceWidth: number;
-  /** Pixels of the camera's frame that it was made of. */
+  /** Size of the camera's frame in pixels. */
   sourceHeight: number;
-  /** Bytes a row of the camera's frame that it was made of. */
+  /** Bytes a row of the camera's frame. */
   sourceBytesPerRow: number;
   /** Wall clock when it was made, milliseconds since the epoch. */
   timestampMs: number;
@@ -46,7 +46,7 @@ interface PreviewPicture {
 /** A preview frame. */
 export interface PreviewFrame extends PreviewPicture, PreviewCounters {
   producerMode: 'polling';
-  /** `height * bytesPerRow` bytes: a view of the target array if it had room, otherwise a Buffer of its own. */
+  /** `height * bytesPerRow` bytes: a view of the target array if it had room, otherwise a new Buffer. */
   data: Uint8Array;
 }
 
@@ -57,15 +57,15 @@ export interface DirectPreviewFrame extends PreviewPicture, PreviewCounters {
   dataLength: number;
   /** Which of the three arrays holds it, for `cameraPreviewReleaseDirectSlot`. */
   directSlot: 0 | 1 | 2;
-  /** A view of that array; it stays as it is until the slot is released. */
+  /** A view of that array; valid until the slot is released. */
   data: Uint8Array;
 }
 
 /** No preview frame this time. */
 export interface NoPreviewFrame extends PreviewCounters {
   /**
-   * -256: nothing newer yet, or another environment starts, stops or polls the preview at this moment; -1: the preview
-   * is not that of this device, or there is none; -11: the frame does not fit its buffer.
+   * -256: no newer frame, or another environment is starting, stopping or polling the preview; -1: no preview
+   * of this device is running; -11: the frame does not fit its buffer.
    */
   result: -256 | -1 | -11;
   data: null;
@@ -76,19 +76,19 @@ export interface NoPreviewFrame extends PreviewCounters {
 /** A full-size picture. */
 export interface QualityFrame {
   result: 0;
-  /** The picture's number: 1 for the first of a preview. It counts by itself, not with the preview's frames. */
+  /** The picture's number: 1 for the first of a preview. Counted separately from the preview's frames. */
   sequence: number;
   /** Pixels: the camera's own size. */
   width: number;
   /** Pixels: the camera's own size. */
   height: number;
-  /** Bytes from one row to the next: rows are tight. */
+  /** Bytes from one row to the next: rows have no padding. */
   bytesPerRow: number;
   /** "rgb" on Linux. */
   pixelFormat: 'rgb' | 'bgra';
   /** Wall clock, milliseconds since the epoch. */
   timestampMs: number;
-  /** `height * bytesPerRow` bytes, the caller's own. */
+  /** `height * bytesPerRow` bytes, a copy. */
   data: Bytes;
 }
 
@@ -100,28 +100,28 @@ export interface NoQualityFrame {
   data: null;
 }
 
-/** The live preview. There is one in the process, of one camera at a time. */
+/** The live preview. A process has one, for one camera at a time. */
 export interface PreviewFunctions {
   /**
-   * Starts the preview of a camera and ends the one that runs. It does not start the capture: without
-   * `cameraStartCapture` the worker waits for a first frame for ever.
+   * Starts the preview of a camera, and first ends a running one. It does not start the capture: without
+   * `cameraStartCapture` the worker waits for the first frame indefinitely.
    *
-   * The worker grabs frames at a fixed pace and reduces each by a whole number until it fits into `width` by
-   * `height`; it never enlarges, so the real size may be smaller and shows in the frames.
+   * The worker grabs frames at a fixed rate and scales each down by a whole number until it fits into `width` by
+   * `height`; it never enlarges, so the real size, which each frame reports, may be smaller.
    *
    * @param width pixels, 960 by default; 0 and below count as 1.
    * @param height pixels, 540 by default; 0 and below count as 1.
-   * @param frameRate frames a second, 30 by default, from 1 to 120; numbers beyond count as these.
-   * @param directBuffers three arrays of frame size ask for direct delivery into them. No camera library of Linux can
-   *   do that: the answer is -13 there, and what runs goes on.
+   * @param frameRate frames a second, 30 by default, clamped to 1 to 120.
+   * @param directBuffers three arrays of frame size request direct delivery into them. No camera library of Linux
+   *   supports this: the call returns -13, and a running preview continues.
    * @returns 0; -1 for a negative device; -13 for arrays on Linux. Where direct delivery exists also -7 for an array
-   *   that is no Uint8Array, -11 for one that is too short or a frame that cannot be delivered so.
-   * @throws Error "Not enough memory for a preview of <width> by <height> pixels" if there is none for three frames,
-   *   "Could not start the preview's thread: <reason>". What ran before has ended then, and polls of this device answer
-   *   -256.
+   *   that is not a Uint8Array, and -11 for an array that is too short or a frame that cannot be delivered directly.
+   * @throws Error "Not enough memory for a preview of <width> by <height> pixels" if three frames cannot be allocated,
+   *   "Could not start the preview's thread: <reason>". The earlier preview has ended then, and polls of this device
+   *   return -256.
    *
    * - Blocks: until the worker of an earlier preview has ended, at most one call of the camera library; and for a start
-   *   or a stop that another environment has begun.
+   *   or a stop in progress in another environment.
    * - Thread: any environment; the frames are made on the preview's own worker.
    * - Error text: not touched.
    */
@@ -130,20 +130,20 @@ export interface PreviewFunctions {
   ): number;
 
   /**
-   * Ends the preview of this device; a negative or missing index ends any. That of another device runs on. A recording
-   * stays open and gets no more frames.
+   * Ends the preview of this device; a negative or missing index ends any preview. A preview of another device
+   * continues. A recording stays open but gets no more frames.
    *
    * @returns always 0.
    *
-   * - Blocks: until the worker has ended, at most one call of the camera library; and for a start or a stop that another
-   *   environment has begun.
+   * - Blocks: until the worker has ended, at most one call of the camera library; and for a start or a stop in progress
+   *   in another environment.
    * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraPreviewStop(deviceIndex?: number): 0;
 
   /**
-   * Whether a preview runs, be it that it still waits for a first frame.
+   * Whether a preview is running, even if it still waits for its first frame.
    *
    * - Blocks: no.
    * - Thread: any environment.
@@ -161,11 +161,11 @@ export interface PreviewFunctions {
   cameraPreviewIsDirect(): boolean;
 
   /**
-   * Gives an array of a direct preview back, so that it can take another frame.
+   * Releases an array of a direct preview, so that it can hold another frame.
    *
    * @param slot `directSlot` of the frame.
    * @param sequence `sequence` of the frame.
-   * @returns 0; -7 if that array holds another frame or is back already; -1 if there is no direct preview of this
+   * @returns 0; -7 if that array holds another frame or is already released; -1 if there is no direct preview of this
    *   device or no such slot, which is always so on Linux.
    *
    * - Blocks: no.
@@ -175,8 +175,8 @@ export interface PreviewFunctions {
   cameraPreviewReleaseDirectSlot(deviceIndex: number, slot: number, sequence: number): 0 | -1 | -7;
 
   /**
-   * Gives all arrays of a direct preview back, of this device, or of any with a negative index. Without one, as
-   * always on Linux, it does nothing.
+   * Releases all arrays of the direct preview of this device, or of any device if the index is negative. Without a
+   * direct preview, as always on Linux, it does nothing.
    *
    * @returns always 0.
    *
@@ -189,35 +189,35 @@ export interface PreviewFunctions {
   /**
    * The newest preview frame, if there is one after `lastSequence`.
    *
-   * Poll it from a timer or an animation frame, always with the same target array: then nothing is allocated but the
-   * answer. Test `result`, and the type of the rest follows.
+   * Poll it from a timer or an animation frame, always with the same target array: then only the result object is
+   * allocated. The type narrows on `result`.
    *
    * @param lastSequence `sequence` of the frame that the caller has; 0 for none.
-   * @param target where the frame is copied to if it has room: a Uint8Array over a plain ArrayBuffer. Any other value,
+   * @param target the frame is copied here if it fits: a Uint8Array over a plain ArrayBuffer. Any other value,
    *   a Uint8ClampedArray or shared memory among them, is ignored, and the frame comes in a new Buffer.
    * @throws Error "The buffer of slot N was detached or resized while it was lent", only with direct delivery.
    *
-   * - Blocks: for the copy of one frame, well below a millisecond at 960 by 540. It waits for nothing, neither for the
-   *   camera nor for another environment.
+   * - Blocks: for the copy of one frame, well below a millisecond at 960 by 540. It never waits for the
+   *   camera or another environment.
    * - Thread: any environment.
-   * - Error text: not touched; `lastResult` tells why there is no frame.
+   * - Error text: not touched; `lastResult` says why there is no frame.
    */
   cameraPreviewGetLatest(
     deviceIndex: number, lastSequence?: number, target?: Uint8Array,
   ): PreviewFrame | DirectPreviewFrame | NoPreviewFrame;
 
   /**
-   * The newest picture at the camera's full size, if there is one after `lastSequence`. While a preview runs, the worker
-   * takes one with its first frame and then at most two a second: take it as the still.
+   * The newest picture at the camera's full size, if there is one after `lastSequence`. While a preview runs, the
+   * worker takes one with its first frame and then at most two a second. Use it for stills.
    *
    * @param lastSequence `sequence` of the picture that the caller has; 0 for none. It counts pictures, not frames.
    *
-   * - Blocks: for the copy of one picture, some milliseconds; it may wait while the worker stores the next one.
+   * - Blocks: for the copy of one picture, some milliseconds; it may wait until the worker has stored the next one.
    * - Thread: any environment.
    * - Error text: not touched.
    */
   cameraPreviewGetLatestQualityFrame(deviceIndex: number, lastSequence?: number): QualityFrame | NoQualityFrame;
 }
 
-// Only what says so is exported.
+// Only declarations marked `export` are exported.
 export {};

@@ -1,12 +1,12 @@
-// Stills: what the current frame is like, and frames fetched one by one.
+// Stills: the layout of the current frame, and single grabs.
 
 /** A Node.js Buffer, or a plain Uint8Array where the types of Node.js are not installed. */
 export type Bytes = typeof globalThis extends { Buffer: { alloc(size: number): infer B } } ? B : Uint8Array;
 
-/** The layout of pixels. Order of bytes for packed ones; the others have planes or share colours between pixels. */
+/** The layout of pixels. Packed formats are named by byte order; the others are planar or subsampled. */
 export type PixelFormat = 'rgb' | 'bgra' | 'rgba' | 'nv12' | 'yuy2' | 'uyvy' | 'i420' | 'mjpeg';
 
-/** What the camera's current frame is like. */
+/** The layout of the camera's current frame. */
 export interface FrameInfo {
   /** Pixels; -1 if unknown. */
   width: number;
@@ -24,25 +24,25 @@ export interface FrameInfo {
   planeStrides: number[];
 }
 
-/** A frame of `cameraGrabFrame`, or its failed try. */
+/** A frame of `cameraGrabFrame`, or its failure. */
 export interface GrabbedFrame {
   /** Pixels. */
   width: number;
   /** Pixels. */
   height: number;
-  /** Bytes from one row to the next: rows are tight. */
+  /** Bytes from one row to the next: rows have no padding. */
   bytesPerRow: number;
   /** "rgb" on Linux. */
   pixelFormat: 'rgb' | 'bgra';
-  /** 0 on success; -6 if the library cannot grab; any other number is the camera library's. */
+  /** 0 on success; -6 if the library cannot grab; any other number is the camera library's result code. */
   result: number;
-  /** `height * bytesPerRow` bytes, the caller's own; a picture only if `result` is 0. */
+  /** `height * bytesPerRow` bytes, a copy; a picture only if `result` is 0. */
   data: Bytes;
   /** Wall clock, milliseconds since the epoch. */
   timestampMs: number;
 }
 
-/** What `cameraGrabFrame` gives where it could not even try. */
+/** The result of `cameraGrabFrame` if no grab was possible. */
 export interface UngrabbedFrame {
   /** Pixels; -1 if unknown. */
   width: number;
@@ -51,7 +51,7 @@ export interface UngrabbedFrame {
   /** Bytes; -1 if unknown. */
   bytesPerRow: number;
   pixelFormat: 'rgb' | 'bgra';
-  /** -10: the frame's size is unknown or not positive; -11: the frame is beyond 2 GiB. */
+  /** -10: the frame's size is unknown or not positive; -11: the frame is larger than 2 GiB. */
   result: -10 | -11;
   data: null;
   timestampMs?: undefined;
@@ -75,15 +75,18 @@ export interface RgbaFrame extends RgbaSource {
   height: number;
   /** Bytes from one row to the next: 4 times the width. */
   bytesPerRow: number;
-  /** Red, green, blue, 255 for each pixel; the caller's own. */
+  /** Red, green, blue, 255 for each pixel; a copy. */
   data: Bytes;
   /** Wall clock, milliseconds since the epoch. */
   timestampMs: number;
 }
 
-/** What `cameraGrabFrameRgba` gives on failure. */
+/** The result of `cameraGrabFrameRgba` on failure. */
 export interface NoRgbaFrame extends RgbaSource {
-  /** -6: no library; -10: size unknown; -11: beyond 2 GiB; any other number is the camera library's. Never 0. */
+  /**
+   * -6: no library; -10: size unknown; -11: larger than 2 GiB; any other number is the camera library's result code.
+   * Never 0.
+   */
   result: number;
   data: null;
   width?: undefined;
@@ -92,7 +95,7 @@ export interface NoRgbaFrame extends RgbaSource {
   timestampMs?: undefined;
 }
 
-/** A JPEG picture as the camera has encoded it. */
+/** A JPEG picture as encoded by the camera. */
 export interface EncodedFrame {
   result: 0;
   /** Counts the JPEG frames of the preview. */
@@ -108,16 +111,16 @@ export interface EncodedFrame {
   data: Bytes;
 }
 
-/** No JPEG picture: always so on Linux. */
+/** No JPEG picture; always on Linux. */
 export interface NoEncodedFrame {
   result: -256;
   data: null;
 }
 
-/** Frames fetched one by one. For stills during a preview, `cameraPreviewGetLatestQualityFrame` costs nothing extra. */
+/** Single grabs. For stills during a preview, `cameraPreviewGetLatestQualityFrame` needs no extra grab. */
 export interface StillFunctions {
   /**
-   * What the camera's current frame is like. Ask when `cameraHasFirstFrame` has said yes.
+   * The layout of the camera's current frame. Call it after `cameraHasFirstFrame` has returned `RESULT_YES`.
    *
    * @returns sizes of -1 without a library.
    *
@@ -128,34 +131,35 @@ export interface StillFunctions {
   cameraFrameInfo(deviceIndex: number): FrameInfo;
 
   /**
-   * Grabs one frame at the camera's full size. The buffer's rows are tight; a camera library whose own rows are
-   * longer may refuse it, and `cameraGrabFrameRgba` grabs from such a library too.
+   * Grabs one frame at the camera's full size. The buffer's rows have no padding; a camera library with padded
+   * rows may refuse it. `cameraGrabFrameRgba` works with such a library too.
    *
-   * @returns test `result` before `data` is used: after a failed grab it is a buffer without a picture.
+   * @returns check `result` before you use `data`: after a failed grab the buffer holds no picture.
    *
    * - Blocks: as long as the camera library takes, which may wait for its next frame.
-   * - Thread: any environment; a preview goes on meanwhile.
+   * - Thread: any environment; a running preview continues.
    * - Error text: not touched.
    */
   cameraGrabFrame(deviceIndex: number): GrabbedFrame | UngrabbedFrame;
 
   /**
-   * Grabs one frame, reduced by a whole number until it fits into `maxWidth` by `maxHeight`, ready to paint. A frame
-   * that fits is not changed in size. Each pixel is the top left one of those that it stands for.
+   * Grabs one frame, scaled down by a whole number until it fits into `maxWidth` by `maxHeight`, ready to paint. A
+   * frame that fits keeps its size. Scaling keeps the top left pixel of each block.
    *
    * @param maxWidth pixels, 960 by default; 0 and below count as 1.
    * @param maxHeight pixels, 540 by default; 0 and below count as 1.
-   * @returns `data` is null unless `result` is 0; test `data`, and the type follows.
+   * @returns `data` is null unless `result` is 0; the type narrows on `data`.
    *
-   * - Blocks: as long as the camera library takes, which may wait for its next frame, and milliseconds to reduce.
-   * - Thread: any environment; a preview goes on meanwhile.
+   * - Blocks: as long as the camera library takes, which may wait for its next frame, plus milliseconds for the
+   *   scaling.
+   * - Thread: any environment; a running preview continues.
    * - Error text: not touched.
    */
   cameraGrabFrameRgba(deviceIndex: number, maxWidth?: number, maxHeight?: number): RgbaFrame | NoRgbaFrame;
 
   /**
    * The newest JPEG frame of a direct preview of an MJPEG camera, as the camera encoded it. Direct previews do not
-   * exist on Linux: there it is always `{ result: -256, data: null }`.
+   * exist on Linux: there the result is always `{ result: -256, data: null }`.
    *
    * - Blocks: for the copy.
    * - Thread: any environment.
@@ -164,5 +168,5 @@ export interface StillFunctions {
   cameraGrabEncodedFrame(deviceIndex: number): EncodedFrame | NoEncodedFrame;
 }
 
-// Only what says so is exported.
+// Only declarations marked `export` are exported.
 export {};

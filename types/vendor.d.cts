@@ -1,11 +1,11 @@
-// What both microscope families have in common.
+// Shared by both microscope families.
 
 /** One attached microscope. */
 export interface MicroscopeDevice {
   /** The index for selecting it. Indices change when a microscope is plugged in or out. */
   index: number;
-  /** What identifies this one device; empty if its library gave nothing. */
+  /** Unique id of the device; empty if its library has none. */
   uniqueId: string;
-  /** Its name for people; empty if its library gave nothing. */
+  /** Display name; empty if its library has none. */
   name: string;
 }
