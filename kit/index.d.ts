@@ -1,9 +1,9 @@
-// Comfort for script code beside the native object: what every application writes over it, once and tested.
+// High-level helpers over the addon: the tested code that every application would otherwise write itself.
 //
 // Every function takes the native object as `native` or uses the package's main export. Nothing here
-// changes the native object, and one process may use both side by side; docs/kit.md tells what to
-// leave to the kit meanwhile. All times are in milliseconds, all sizes in pixels, unless a name says
-// otherwise. Wrong options throw a TypeError or RangeError that says what is wrong.
+// changes the native object, and one process may use both side by side; docs/kit.md says which
+// functions to leave to the kit meanwhile. All times are in milliseconds, all sizes in pixels, unless a name says
+// otherwise. Invalid options throw a TypeError or RangeError that says what is wrong.
 
 import type { EventEmitter } from 'node:events';
 
@@ -13,14 +13,14 @@ import type { OstrelNative } from '../index.js';
 export type Native = OstrelNative;
 
 export interface NativeOption {
-  /** The native object; the package's main export if left out. */
+  /** The native object; default: the package's main export. */
   native?: Native;
 }
 
 export interface WorkerOption {
   /**
-   * The file of the native object, for a worker thread to load it anew (it then sees the same cameras
-   * and the same recorder). Found by itself for the main export and for all that `require` loaded.
+   * The addon's file, which a worker thread loads again (it then sees the same cameras
+   * and the same recorder). Found automatically for the main export and for addons loaded with `require`.
    */
   addonFile?: string;
 }
@@ -34,7 +34,7 @@ export interface CaptureChoice {
   height?: number;
 }
 
-/** What preview to start; see `cameraPreviewStart`. 960 by 540 at 30 frames a second if left out. */
+/** What preview to start; see `cameraPreviewStart`. Default: 960 by 540 at 30 frames a second. */
 export interface PreviewChoice {
   width?: number;
   height?: number;
@@ -43,24 +43,24 @@ export interface PreviewChoice {
 
 export interface FramesOptions extends NativeOption {
   /**
-   * The camera. A function is asked before each look, and a negative answer means "none for now": so an
-   * iteration follows a camera that is found again elsewhere, with `device: () => watch.device`.
+   * The camera. A function is called before each poll and returns a negative number for "none now". With
+   * `device: () => watch.device` an iteration follows a camera whose index changes.
    */
   device?: number | (() => number);
-  /** Start capture, and stop it at the end. Without it, capture is somebody else's. */
+  /** Start capture, and stop it at the end. Without it, the caller manages the capture. */
   capture?: CaptureChoice;
-  /** Start a preview, and stop it at the end. Without it, the frames of the running preview are given. */
+  /** Start a preview, and stop it at the end. Without it, the running preview is used. */
   preview?: PreviewChoice;
-  /** How many target arrays are used in turn: 2 to 64, 3 if left out. */
+  /** Number of target arrays used in rotation: 2 to 64, default 3. */
   ring?: number;
-  /** Ends the iteration: what is waiting, or the next that asks, gets the signal's reason. */
+  /** Ends the iteration: the pending or next `next()` rejects with the signal's reason. */
   signal?: AbortSignal | undefined;
 }
 
 export interface PreviewFrame {
-  /** Counts the frames of a preview from 1; anew with each start of a preview. */
+  /** The frame's number, counted from 1 since the start of the preview. */
   sequence: number;
-  /** Frames that the preview made between the last one given and this one. */
+  /** Frames that the preview made between the previously yielded frame and this one. */
   missed: number;
   width: number;
   height: number;
@@ -70,25 +70,25 @@ export interface PreviewFrame {
   sourceHeight: number;
   /** Wall-clock time at which the preview made it. */
   timestampMs: number;
-  /** Cycles of the preview that gave no frame, since its start. */
+  /** Preview cycles without a frame, since its start. */
   droppedFrames: number;
   producedFrames: number;
-  /** Frames a second of the preview, as measured over the last second; 0 during the first. */
+  /** The preview's frame rate, measured over the last second; 0 during the first second. */
   producerFps: number;
   /**
-   * The pixels, valid until `ring - 1` more frames were given: the array is then used for another one.
-   * Copy what is to be kept. An array that was transferred to another thread is replaced.
+   * The pixels, valid until `ring - 1` more frames were yielded; the array is then reused.
+   * Copy what you want to keep. An array that was transferred to another thread is replaced.
    */
   data: Uint8Array;
 }
 
 /**
- * The frames of a preview as they are made, each at most once and always the newest. Two iterations of one
- * preview each get every frame. Ends when the preview of a numbered `device` is stopped by somebody
- * else; a camera that merely stops delivering is waited for (see `watchCamera`).
- * What it started is stopped whichever way it ends: break, throw, abort, end.
- * Throws an Error where a start fails, where no preview runs and none is to be started, and where a
- * preview is to be started while another runs.
+ * Yields the frames of a preview as they are made, each at most once and always the newest. Two iterations of one
+ * preview each get every frame. Ends when other code stops the preview of a numbered `device`;
+ * if the camera only stops delivering, it keeps waiting (see `watchCamera`).
+ * However it ends (break, throw, abort, end), it stops what it started.
+ * Throws an Error if a start fails, if no preview is running and none is to be started, or if a
+ * preview is to be started while another one is running.
  */
 export function frames(options?: FramesOptions): AsyncIterableIterator<PreviewFrame> & {
   return(): Promise<IteratorResult<PreviewFrame>>;
@@ -97,7 +97,7 @@ export function frames(options?: FramesOptions): AsyncIterableIterator<PreviewFr
 // ---------------------------------------------------------------- camera watch
 
 export interface WatchCameraOptions extends NativeOption {
-  /** The camera by its index at the start, 0 if left out; or by its unique id, wherever it is. */
+  /** The camera by its index at the start, default 0; or by its unique id. */
   device?: number;
   uniqueId?: string;
   /** What to capture when the camera is found again. */
@@ -108,25 +108,25 @@ export interface WatchCameraOptions extends NativeOption {
   start?: boolean;
   /** How long after a start the first frame may take: 5000. */
   graceMs?: number;
-  /** How long a camera may be silent before it counts as stalled: 800. */
+  /** How long a camera may deliver no frame before it counts as stalled: 800. */
   stallMs?: number;
-  /** Between two looks at the preview: 100. */
+  /** Interval between polls of the preview: 100. */
   pollMs?: number;
-  /** Between two searches for a lost camera: 1000. */
+  /** Interval between searches for a lost camera: 1000. */
   searchMs?: number;
   signal?: AbortSignal | undefined;
 }
 
 export interface CameraWatchEvents {
-  /** No new frame for `silentMs`; the camera is still listed. Once, until it recovers. */
+  /** No new frame for `silentMs`; the camera is still listed. Emitted once until it recovers. */
   stalled: [{ device: number; silentMs: number; lastResult: number }];
-  /** Three frames within `stallMs`, after having been stalled or found. */
+  /** Three frames within `stallMs`, after 'stalled' or 'found'. */
   recovered: [{ device: number; silentMs: number }];
-  /** The camera is not listed any more ('missing'), or answers with errors ('failing', its code in `lastResult`). */
+  /** The camera is no longer listed ('missing'), or returns errors ('failing', with the code in `lastResult`). */
   lost: [{ uniqueId: string; reason: 'missing' | 'failing'; lastResult: number }];
-  /** The camera is back; capture and preview run on it again. */
+  /** The camera is back; its capture and preview are running again. */
   found: [{ device: number; uniqueId: string }];
-  /** The camera is listed again, but could not be started; it is tried again after `searchMs`. */
+  /** The camera is listed again, but could not be started; the watch retries after `searchMs`. */
   retry: [{ device: number; error: Error }];
   /** The watch has ended. */
   close: [];
@@ -135,43 +135,43 @@ export interface CameraWatchEvents {
 export class CameraWatch extends EventEmitter<CameraWatchEvents> {
   private constructor();
   readonly uniqueId: string;
-  /** Where the camera is now; -1 while it is lost. */
+  /** The camera's current index; -1 while it is lost. */
   readonly device: number;
   readonly state: 'starting' | 'live' | 'stalled' | 'lost' | 'closed';
-  /** Ends the watch, and what it was asked to start; safe to call again. */
+  /** Ends the watch and stops what it started; safe to call again. */
   close(): Promise<void>;
 }
 
 /**
- * Watches the preview of a camera and tells what becomes of it. It finds the camera again by its unique
- * id and, with `capture` or `preview`, starts it there; a recording of the kit is finished before.
+ * Watches the preview of a camera and emits events. It finds a lost camera again by its unique
+ * id and, with `capture` or `preview`, restarts it, after finishing a recording of the kit.
  * Keeps the process alive until it is closed.
- * Throws where the camera is not there, has no unique id, or cannot be started with `start`.
+ * Throws if the camera does not exist, has no unique id, or cannot be started with `start`.
  */
 export function watchCamera(options?: WatchCameraOptions): CameraWatch;
 
 // ---------------------------------------------------------------- recording
 
 export interface RecordOptions extends NativeOption, WorkerOption {
-  /** The camera whose preview runs: 0. */
+  /** The camera whose preview is recorded: 0. */
   device?: number;
   /** The MP4 file; an existing one is replaced. Regular files only: no pipe, no device. */
   file: string;
-  /** Permissions of a file that is made, less the umask: 0o640, so its owner and group alone may read it. */
+  /** Permissions of a new file, less the umask: 0o640, readable by owner and group only. */
   mode?: number;
   /**
-   * Nominal frames a second, 1 to 120: those that the preview has measured of itself, for which a recording waits
-   * while the preview is younger than a second; 30 if it measures none. The file has the real times of the frames
-   * whatever it is, but the encoder spreads its bits by it.
+   * Nominal frames a second, 1 to 120. Default: the rate measured by the preview, for which the recording waits
+   * if the preview is younger than a second; 30 if none is measured. Timestamps in the file are real
+   * in any case, but the encoder allocates its bits by this rate.
    */
   frameRate?: number;
-  /** Bits a second, 100,000 to 100,000,000: a tenth of a bit for each pixel of each frame, at least 1,000,000. */
+  /** Bits a second, 100,000 to 100,000,000: default: a tenth of a bit for each pixel of each frame, at least 1,000,000. */
   bitrate?: number;
-  /** Stop by itself after this many seconds. */
+  /** Stop automatically after this many seconds. */
   seconds?: number;
-  /** Between two progress events: 250. */
+  /** Interval between progress events: 250. */
   progressMs?: number;
-  /** How long the preview may be silent before the file is finished: 5000. Also the wait for its first frame. */
+  /** How long the preview may deliver no frame before the file is finished: 5000. Also the wait for its first frame. */
   silenceMs?: number;
   /** Finishes the file; during the start it also makes `record` throw the signal's reason. */
   signal?: AbortSignal | undefined;
@@ -180,18 +180,18 @@ export interface RecordOptions extends NativeOption, WorkerOption {
 export interface RecordingProgress {
   /** Since the start of the recording. */
   elapsedMs: number;
-  /** Of the pictures that are in the file by now. */
+  /** Duration of the frames in the file so far. */
   durationMs: number;
   framesWritten: number;
-  /** Refused because the encoder was behind. */
+  /** Dropped because the encoder was too slow. */
   framesDropped: number;
-  /** The size of the file by now. */
+  /** The file's current size. */
   bytes: number;
 }
 
 export interface RecordingWarning {
   code: 'colour-tags';
-  /** What is the matter and what to do, in words. */
+  /** Description of the problem and what to do. */
   message: string;
 }
 
@@ -204,8 +204,8 @@ export interface RecordingResult extends RecordingProgress {
   height: number;
   reason: RecordingEnd;
   /**
-   * Why it failed; null if it did not, and then the file has been looked at: its index is there and lists as many
-   * pictures as `framesWritten`. After an error of the disk there is no index, and the file does not play.
+   * Why it failed; null if it did not. The file was then checked: it has an index that lists
+   * `framesWritten` frames. After a disk error there is no index, and the file does not play.
    */
   error: Error | null;
 }
@@ -224,13 +224,13 @@ export class Recording extends EventEmitter<RecordingEvents> {
   readonly height: number;
   readonly frameRate: number;
   readonly bitrate: number;
-  /** What was noticed at the start; also told as events, one turn of the event loop after `record` resolved. */
+  /** Warnings from the start; also emitted as events, one turn of the event loop after `record` resolved. */
   readonly warnings: readonly RecordingWarning[];
   /** The newest progress. */
   readonly progress: RecordingProgress;
-  /** The outcome, once the file is finished; never rejected. */
+  /** The result, once the file is finished; never rejects. */
   readonly finished: Promise<RecordingResult>;
-  /** Finishes the file. Rejected if the recording failed; safe to call again. */
+  /** Finishes the file. Rejects if the recording failed; safe to call again. */
   stop(): Promise<RecordingResult>;
   /** Progress until the end; throws if the recording failed. Leaving the loop does not stop the recording. */
   [Symbol.asyncIterator](): AsyncIterableIterator<RecordingProgress>;
@@ -238,16 +238,16 @@ export class Recording extends EventEmitter<RecordingEvents> {
 
 /**
  * Records the running preview, whose real size it reads, into an MP4 file. Opening the encoder and
- * finishing the file block a worker thread, not the caller's. The file is finished whichever way the
- * recording ends: stop, abort, error, a preview that is lost, the end of the process.
- * A recording keeps the process alive with `seconds` and while somebody waits for it: listens to 'progress' or
- * 'end', iterates it, or has asked for `finished`. One that was left alone is finished at the process's end.
+ * finishing the file block a worker thread, not the caller's. The file is finished however the
+ * recording ends: stop, abort, error, a lost preview, the end of the process.
+ * A recording keeps the process alive with `seconds` and while someone waits for it: a listener for 'progress' or
+ * 'end', an iteration, or a read of `finished`. Otherwise it is finished at the end of the process.
  * Meanwhile leave `cameraRecordingStart`, `cameraRecordingStop` and `cameraStopCapture` to the kit.
- * Rejected with words if the size is odd, if a recording runs, if no preview runs or the recorder refuses.
+ * Rejects with an error if the size is odd, a recording is running, no preview is running, or the recorder refuses.
  */
 export function record(options: RecordOptions): Promise<Recording>;
 
-/** How the colours of a size are tagged in the file and how its pixels are made, of an RGB preview. */
+/** The colour tags in the file and the matrix used for its pixels, for a recording of an RGB preview of this size. */
 export function colourTags(width: number, height: number): { tags: 'bt601' | 'bt709'; pixels: 'bt709'; differ: boolean };
 
 // ---------------------------------------------------------------- focus stacks
@@ -261,31 +261,31 @@ export interface StackFrame {
 
 export interface FuseProgress {
   stage: 'measuring' | 'choosing' | 'aligning' | 'fusing';
-  /** Of this stage, 0 to 1. The native call behind 'fusing' tells nothing in between. */
+  /** Of this stage, 0 to 1. The native call behind 'fusing' reports no progress. */
   stageDone: number;
-  /** Of all, 0 to 1, never less than before. */
+  /** Overall, 0 to 1, never decreasing. */
   done: number;
 }
 
 export interface FuseStackOptions extends NativeOption, WorkerOption {
-  /** At least 3 frames of one size, at most 16384 a side. Of more than 11, those that together show most are fused. */
+  /** At least 3 frames of one size, at most 16384 a side. Of more than 11, those that together show the most detail are fused. */
   frames: Iterable<StackFrame> | AsyncIterable<StackFrame>;
   /**
-   * Hand the frames' memory over instead of copying it: their arrays are empty at once, and `sources`
-   * of the result holds them again. Arrays over a part of a buffer, or shared memory, are copied all the same.
+   * Transfer the frames' memory instead of copying it: their arrays are detached at once, and `sources`
+   * of the result returns them. Arrays over a part of a buffer, or over shared memory, are still copied.
    */
   transfer?: boolean;
-  /** Cancels: the promise is rejected with the signal's reason once nothing runs any more. A native fusion is waited for. */
+  /** Cancels: the promise rejects with the signal's reason when all work has ended. A running native fusion completes first. */
   signal?: AbortSignal | undefined;
   onProgress?: (progress: FuseProgress) => void;
 }
 
 export interface StackFrameReport {
-  /** Which of the given frames this is. */
+  /** Index in the given frames. */
   index: number;
-  /** Could be aligned with the others. */
+  /** Whether it could be aligned with the others. */
   registered: boolean;
-  /** Gives pixels to the result. */
+  /** Whether it contributes pixels to the result. */
   accepted: boolean;
   scale: number;
   /** In radians. */
@@ -294,7 +294,7 @@ export interface StackFrameReport {
   shiftY: number;
   /** The match with its neighbour in focus, up to 1. */
   score: number;
-  /** Of the picture, in which it is the sharpest: 0 to 1. */
+  /** Share of the picture in which it is the sharpest: 0 to 1. */
   share: number;
   sourcePixelsPerOutputPixel: number;
   field: {
@@ -309,11 +309,11 @@ export interface StackFrameReport {
 }
 
 export interface FusedStack extends StackFrame {
-  /** Which of `frames` all others were aligned with. */
+  /** Index in `frames` of the one that all others were aligned with. */
   reference: number;
-  /** The fused frames with what was measured of them. */
+  /** The fused frames with their measurements. */
   frames: StackFrameReport[];
-  /** Fine detail, in multiples of that of the best single frame; NaN if none has any. */
+  /** Fine detail relative to the best single frame; NaN if no frame has any. */
   gain: number;
   measuringMs: number;
   fusingMs: number;
@@ -324,9 +324,9 @@ export interface FusedStack extends StackFrame {
 }
 
 /**
- * Fuses a focus stack into one picture that is sharp everywhere, on a worker thread of its own: measures
- * which frame is sharp where and how the frames lie to one another, and runs `edofMultibandFuse`.
- * Rejected with words if the frames do not make a stack.
+ * Fuses a focus stack into one picture that is sharp everywhere, on a worker thread: measures
+ * where each frame is sharp, aligns the frames, and runs `edofMultibandFuse`.
+ * Rejects with an error if the frames do not form a stack.
  */
 export function fuseStack(options: FuseStackOptions): Promise<FusedStack>;
 
@@ -339,16 +339,16 @@ export interface Microscope {
 }
 
 export interface CommandOptions {
-  /** A command that still waits is withdrawn; one that runs is no more waited for, though its turn lasts until the library answers. */
+  /** Cancels a queued command. For a running one it only ends the wait: the next starts when the library has answered. */
   signal?: AbortSignal | undefined;
 }
 
 /**
- * The waiting calls of a microscope family, one at a time, in order. There is one such queue for each
- * family in a thread of script code, whoever asks and by whichever native object, so a library that
- * hangs takes one thread of the runtime's pool and no more.
- * Where a command waits and the same kind comes again right behind it, both get the newer one's outcome.
- * All are rejected with words if the library refuses or times out.
+ * The waiting calls of a microscope family, one at a time, in order. There is one queue for each
+ * family in a thread of script code, for all callers and native objects, so a library that
+ * hangs occupies only one thread of the runtime's pool.
+ * If a queued command is directly followed by one of the same kind, both get the newer one's result.
+ * All reject with an error if the library refuses or times out.
  */
 export interface OstrelCommands {
   init(force?: boolean, options?: CommandOptions): Promise<void>;
@@ -376,30 +376,30 @@ export function ostrelCommands(options?: NativeOption): OstrelCommands;
 export function dinoLiteCommands(options?: NativeOption): DinoLiteCommands;
 
 export interface WatchMicroscopeOptions extends NativeOption {
-  /** Select this microscope, by its unique id or index in the list, now and when it comes back. Without it, the selection is somebody else's. */
+  /** Select this microscope, by its unique id or index in the list, now and when it comes back. Without it, the caller selects. */
   device?: number | string;
-  /** Between two looks at the polled values: 50. */
+  /** Interval between polls: 50. */
   pollMs?: number;
   /** How long the button must be up to count as released: 200. */
   releaseMs?: number;
-  /** Between two looks at the list of microscopes: 2000. */
+  /** Interval between queries of the device list: 2000. */
   searchMs?: number;
   signal?: AbortSignal | undefined;
 }
 
 interface MicroscopeEvents {
-  /** The capture button was pressed; once for each press, held or not. */
+  /** The capture button was pressed; once for each press, however long. */
   button: [{ at: number }];
-  /** The microscope is there, and selected if that was asked for. */
+  /** The microscope is connected, and selected if requested. */
   connected: [Microscope];
   disconnected: [Microscope];
-  /** What the watch tried by itself and could not do; it goes on. */
+  /** An action of the watch failed; the watch continues. */
   trouble: [Error];
   close: [];
 }
 
 export interface OstrelEvents extends MicroscopeEvents {
-  /** The library's status code; null where it is not known. */
+  /** The library's status code; null if unknown. */
   status: [{ status: number | null; previous: number | null }];
   focus: [{ position: number | null; previous: number | null }];
   lens: [{ driver: number; group: number } | null];
@@ -419,25 +419,25 @@ export class OstrelWatch extends EventEmitter<OstrelEvents> {
   private constructor();
   readonly state: Readonly<OstrelState>;
   readonly commands: OstrelCommands;
-  /** Ends the watch; the microscope stays as it is. */
+  /** Ends the watch; the microscope keeps its state. */
   close(): void;
 }
 
 /**
- * Turns the polled values of an Ostrel microscope into events. The library has to be loaded.
- * Several watches share one poll, so each gets each press. Keeps the process alive until it is closed.
+ * Turns the polled values of an Ostrel microscope into events. The library must be loaded.
+ * Several watches share one poll, so each reports every press. Keeps the process alive until it is closed.
  */
 export function watchOstrel(options?: WatchMicroscopeOptions): OstrelWatch;
 
 export interface WatchDinoLiteOptions extends WatchMicroscopeOptions {
-  /** Listen to the MicroTouch button of the microscope that is selected: true, where `device` is given. */
+  /** Enable the MicroTouch button of the selected microscope; default true if `device` is given. */
   microtouch?: boolean;
 }
 
 export interface DinoLiteEvents extends MicroscopeEvents {
   /**
-   * null where it is not known (any more). A reading is held until another one is off by more than 0.5 %, so one
-   * that wanders is told once.
+   * null if unknown. A reading is kept until a new one differs by more than 0.5 %, so noise
+   * causes no events.
    */
   magnification: [{ magnification: number | null; previous: number | null }];
   fieldOfView: [{ fieldOfView: number | null; magnification: number | null }];
@@ -447,7 +447,7 @@ export interface DinoLiteEvents extends MicroscopeEvents {
 export interface DinoLiteState {
   connected: boolean;
   device: Microscope | null;
-  /** The reading that is held, see the event. */
+  /** The current reading, see the event. */
   magnification: number | null;
   /** At that magnification. */
   fieldOfView: number | null;
@@ -462,9 +462,9 @@ export class DinoLiteWatch extends EventEmitter<DinoLiteEvents> {
 }
 
 /**
- * The same for a Dino-Lite. Its library tells what is attached only when it is started anew, so a
- * microscope counts as disconnected when its magnification and field of view, known before, are not
- * told any more; one that never told either cannot be noticed.
+ * The same for a Dino-Lite. Its library detects connected devices only at its start, so a
+ * microscope counts as disconnected when its magnification and field of view were known and become
+ * unknown. The loss of one that never reported either is not detected.
  */
 export function watchDinoLite(options?: WatchDinoLiteOptions): DinoLiteWatch;
 
@@ -473,45 +473,45 @@ export function watchDinoLite(options?: WatchDinoLiteOptions): DinoLiteWatch;
 export type DoctorNeed = 'camera' | 'recording' | 'ostrel' | 'dino-lite' | 'turbojpeg';
 
 export interface DoctorOptions {
-  /** Where the closed libraries are; the names alone, for the system's own search, if left out. OSTREL_NATIVE_DIR names their directory. */
+  /** Paths of the closed libraries; default: their names, searched by the system. OSTREL_NATIVE_DIR names their directory. */
   cameraLibrary?: string;
   ostrelLibrary?: string;
   dinoLiteLibrary?: string;
   turboJpegLibrary?: string;
-  /** What has to work: ['camera', 'recording']. */
+  /** What must work: ['camera', 'recording']. */
   need?: DoctorNeed[];
   addonFile?: string;
-  /** Each probe runs in a process of its own, which is ended after this time: 30000. */
+  /** Each probe runs in its own process, which is killed after this time: 30000. */
   timeoutMs?: number;
   signal?: AbortSignal | undefined;
 }
 
 export interface DoctorFinding {
-  /** Stable, for programs: such as 'ffmpeg.libraries'. */
+  /** Stable id for programs, such as 'ffmpeg.libraries'. */
   id: string;
-  /** The heading it stands under. */
+  /** The heading of its group. */
   area: string;
-  /** 'ok': there; 'note': worth knowing; 'missing': not there; 'failed': there, but does not work. */
+  /** 'ok': works; 'note': information; 'missing': not found; 'failed': found, but does not work. */
   level: 'ok' | 'note' | 'missing' | 'failed';
-  /** Whether what is needed cannot be done because of it. */
+  /** Whether it prevents something that is needed. */
   essential: boolean;
-  /** A label of a few words, and what was found. */
+  /** A short label, and what was found. */
   label: string;
   text: string;
-  /** What to do; null where there is nothing to do. */
+  /** What to do; null if nothing. */
   remedy: string | null;
 }
 
 export interface DoctorReport {
-  /** All that is needed is there. */
+  /** Whether everything needed works. */
   ok: boolean;
   need: DoctorNeed[];
   versions: Record<string, string | null>;
   findings: DoctorFinding[];
 }
 
-/** Looks at what this machine has and lacks, in processes of its own: nothing is loaded into the caller's. */
+/** Checks what this machine has and lacks, in separate processes: nothing is loaded into the caller's. */
 export function doctor(options?: DoctorOptions): Promise<DoctorReport>;
 
-/** The report for people: aligned lines, and what to do next. */
+/** The report as readable text: aligned lines, and what to do next. */
 export function formatReport(report: DoctorReport): string;
