@@ -56,7 +56,8 @@ function analysedFiles(directory) {
 
 /** What Clang needs of a command for GCC to read the same source, without GCC's own options. */
 function sourceOptions(command) {
-  const words = command.split(' ');
+  // The words stand as a shell takes them, so a quote in a definition has a backslash before it.
+  const words = command.split(' ').map((word) => word.replace(/\\(.)/g, '$1'));
   return words.flatMap((word, index) => {
     if (word === '-isystem') {
       return [word, words[index + 1]];
