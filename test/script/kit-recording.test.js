@@ -15,7 +15,7 @@ import { loadAddon, toolEnvironment, untidyEnvironment } from './support/environ
 import { openFakeCamera } from './support/fake-camera.js';
 import { decodingComplaints, probe, topBoxes } from './support/media.js';
 import { makeTemporaryDirectory } from './support/temporary.js';
-import { sleep, until } from './support/waiting.js';
+import { nextFrame, sleep, until } from './support/waiting.js';
 
 const addon = loadAddon();
 const directory = makeTemporaryDirectory();
@@ -62,9 +62,13 @@ describe('a recording', () => {
     const { width, height, frameRate, bitrate, outputPath } = addon.cameraRecordingStatus();
     assert.deepEqual([width, height, frameRate, bitrate, outputPath], [64, 48, 30, 1_000_000, file]);
     await written(5);
-    const [progress] = await once(recording, 'progress');
+    // One that was measured before may still come.
+    let progress;
+    do {
+      [progress] = await once(recording, 'progress');
+    } while (progress.framesWritten < 5);
     assert.deepEqual(Object.keys(progress), progressKeys);
-    assert.ok(progress.framesWritten >= 5 && progress.elapsedMs > 0 && progress.durationMs > 0);
+    assert.ok(progress.elapsedMs > 0 && progress.durationMs > 0);
     const end = once(recording, 'end');
     const result = await recording.stop();
     assert.deepEqual(Object.keys(result), ['file', 'width', 'height', ...progressKeys, 'reason', 'error']);
@@ -206,7 +210,8 @@ describe('a recording', () => {
   });
 
   it('without a frame is a whole file all the same', async () => {
-    await until('a frame', () => addon.cameraPreviewGetLatest(0, Number.MAX_SAFE_INTEGER).producedFrames > 0);
+    // The recording takes the size of the preview's newest frame, and waits for one.
+    await nextFrame(addon);
     camera.send('default cnokhwa_grab_frame -8');
     const recording = await start();
     const { error, framesWritten, file } = await recording.stop();
