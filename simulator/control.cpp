@@ -74,6 +74,9 @@ std::string RunOnDevice(Device& device, const Words& words) {
   if (name == "status") {
     return words.size() == 1 ? Describe(microscope) : kBadArguments;
   }
+  if (name == "prepare") {
+    return WithoutArguments(words, [&] { microscope.SharedSpecimen(); });
+  }
   if (name == "focus") {
     return WithNumber(words, 0, kFocusPositions - 1,
                       [&](int position) { microscope.PlaceFocus(position); });

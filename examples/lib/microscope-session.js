@@ -28,7 +28,10 @@ export async function withHand({ isVirtual, device }, open, use) {
     process.env.OSTREL_SIMULATOR_CONTROL ??= path.join(directory, 'control');
     await open();
     control = isVirtual ? await MicroscopeControl.connect(process.env.OSTREL_SIMULATOR_CONTROL) : null;
-    await use(control && ((command) => control.run(`device ${device} ${command}`)));
+    const hand = control && ((command) => control.run(`device ${device} ${command}`));
+    // On a busy machine a first call that has to make the specimen may take too long for its time-out.
+    await hand?.('prepare');
+    await use(hand);
   } finally {
     control?.close();
     await rm(directory, { recursive: true });

@@ -34,6 +34,14 @@ TEST(Control, TellsTheWholeState) {
       "plugged 1 focus 128 moving 0 scanning 0 light 100 magnification 50 stage moving frame 0");
 }
 
+TEST(Control, MakesTheSpecimenBeforehand) {
+  ControlledInstrument one;
+  Microscope& microscope = one.instrument.devices[0]->microscope;
+  EXPECT_EQ(microscope.specimen, nullptr);
+  EXPECT_EQ(one.Run("prepare"), kOkText);
+  EXPECT_NE(microscope.specimen, nullptr);
+}
+
 TEST(Control, SetsWhatALibraryDoesNotLetAProgramSet) {
   ControlledInstrument one;
   EXPECT_EQ(one.Run("focus 9"), kOkText);
@@ -155,7 +163,7 @@ TEST(Control, RefusesWhatItDoesNotUnderstand) {
   for (const char* const command :
        {"focus", "focus 256", "focus -1", "focus 1 2", "focus x", "light 101", "magnification 19",
         "magnification 221", "stage", "stage 5", "stage 5:", "stage 5:6 7", "stage 5:1000001",
-        "numbers 2", "press 1", "unplug 0", "status x"}) {
+        "prepare 1", "numbers 2", "press 1", "unplug 0", "status x"}) {
     EXPECT_EQ(one.Run(command), kBadArguments) << command;
   }
   EXPECT_EQ(one.Run(""), "error: there is no command here");
