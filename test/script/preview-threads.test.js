@@ -9,15 +9,17 @@ import { valueFromChild } from './support/child.js';
 import { fakePath, testingAddonPath } from './support/environment.js';
 
 const milliseconds = Number(process.env.OSTREL_TEST_HAMMER_SECONDS ?? 2) * 1000;
+// Only a failure takes as long as this beyond that.
+const longestMs = 60_000;
 const sizes = [[64, 48], [640, 480], [8, 6], [1280, 960], [16, 12], [320, 240]];
 
-/** What a worker does until `end`, and what it answers then. In a worker thread. */
+/** What a worker does while `goesOn`, which it tells whether it has seen enough, and what it answers then. In a worker thread. */
 const roles = {
   /** Looks at the alpha of the frames that it gets, and at their geometry. */
-  poll({ addon, end, wait }, { target: targetBytes = 0 }) {
+  poll({ addon, goesOn, wait }, { target: targetBytes = 0, least = 1 }) {
     const target = targetBytes > 0 ? new Uint8Array(targetBytes) : undefined;
     const seen = { polls: 0, frames: 0, results: [], faults: [] };
-    while (performance.now() < end) {
+    while (goesOn(seen.frames >= least)) {
       const { result, data, ...frame } = addon.cameraPreviewGetLatest(0, 0, target);
       seen.polls += 1;
       if (!seen.results.includes(result)) {
@@ -44,10 +46,10 @@ const roles = {
   },
 
   /** Starts one preview after the other, most for some frames, some for none; now and then it stops one. */
-  restart({ addon, end, wait }, { sizes: all, first = 0 }) {
+  restart({ addon, goesOn, wait }, { sizes: all, first = 0 }) {
     const results = new Set();
     let starts = 0;
-    for (let round = first; performance.now() < end; round += 1) {
+    for (let round = first; goesOn(starts > 3); round += 1) {
       results.add(addon.cameraPreviewStart(0, ...all[round % all.length], 120));
       starts += 1;
       wait([0, 12, 3, 25][round % 4]);
@@ -59,9 +61,9 @@ const roles = {
   },
 
   /** Starts and stops the capture, which ends the preview too. */
-  capture({ addon, end, wait }) {
+  capture({ addon, goesOn, wait }) {
     const results = new Set();
-    while (performance.now() < end) {
+    while (goesOn(true)) {
       results.add(addon.cameraStartCapture(0, 640, 480));
       wait(5);
       results.add(addon.cameraStopCapture(0));
@@ -70,9 +72,9 @@ const roles = {
   },
 
   /** Lends arrays to one direct preview after the other and takes frames from each. */
-  lend({ addon, end, wait }, { bytes, first = 0 }) {
+  lend({ addon, goesOn, wait }, { bytes, first = 0, least = 0 }) {
     const seen = { starts: 0, frames: 0, results: [], faults: [] };
-    while (performance.now() < end) {
+    while (goesOn(seen.starts > 3 && seen.frames >= least)) {
       const arrays = [1, 2, 3].map(() => new Uint8Array(bytes));
       const result = addon.cameraPreviewStart(0, 64, 48, 120, arrays);
       seen.starts += result === 0 ? 1 : 0;
@@ -99,8 +101,8 @@ const roles = {
   },
 
   /** Gives back what others hold, and asks for what there is. */
-  disturb({ addon, end, wait }) {
-    while (performance.now() < end) {
+  disturb({ addon, goesOn, wait }) {
+    while (goesOn(true)) {
       addon.cameraPreviewReleaseAllDirectSlots(-1);
       addon.cameraPreviewReleaseDirectSlot(0, 1, 1);
       addon.cameraGrabEncodedFrame(0);
@@ -112,19 +114,29 @@ const roles = {
 };
 
 /** Runs the roles of `cast`, a list of [role, options], each in a worker of a child; gives what each answers. */
-const play = (cast, { prepare = '() => {}', env } = {}) => valueFromChild(async (context, { acts, ms, first, library }) => {
+const play = (cast, { prepare = '() => {}', env } = {}) => valueFromChild(async (context, { acts, ms, longestMs: longest, first, library }) => {
   const { Worker } = await import('node:worker_threads');
   const { once } = await import('node:events');
   new Function(`return (${first})`)()(context, library);
-  const workers = acts.map(([act, options]) => new Worker(`
-    const { parentPort, workerData: { addonPath, options, ms } } = require('node:worker_threads');
+  const satisfied = new Int32Array(new SharedArrayBuffer(4 * acts.length));
+  const workers = acts.map(([act, options], own) => new Worker(`
+    const { parentPort, workerData: { addonPath, options, own, satisfied, ms, longest } } = require('node:worker_threads');
     const addon = require(addonPath);
     const cell = new Int32Array(new SharedArrayBuffer(4));
     const wait = (time) => Atomics.wait(cell, 0, 0, time);
     const roles = { ${act} };
     const [role] = Object.values(roles);
-    parentPort.postMessage(role({ addon, wait, end: performance.now() + ms }, options));
-  `, { eval: true, execArgv: [], workerData: { addonPath: context.addonPath, options, ms } }));
+    const end = performance.now() + ms;
+    // All go on until the last of them has seen enough.
+    const goesOn = (isEnough) => {
+      if (isEnough) {
+        Atomics.store(satisfied, own, 1);
+      }
+      const now = performance.now();
+      return now < end || (now < end + longest && satisfied.some((each, i) => Atomics.load(satisfied, i) === 0));
+    };
+    parentPort.postMessage(role({ addon, wait, goesOn }, options));
+  `, { eval: true, execArgv: [], workerData: { addonPath: context.addonPath, options, own, satisfied, ms, longest } }));
   const answers = await Promise.all(workers.map(async (worker) => {
     const [[answer], [code]] = await Promise.all([once(worker, 'message'), once(worker, 'exit')]);
     return code === 0 ? answer : code;
@@ -135,6 +147,7 @@ const play = (cast, { prepare = '() => {}', env } = {}) => valueFromChild(async 
   args: [{
     acts: cast.map(([name, options = {}]) => [roles[name].toString(), options]),
     ms: milliseconds,
+    longestMs,
     first: prepare.toString(),
     library: fakePath('libcnokhwa.so'),
   }],
@@ -180,14 +193,14 @@ describe('a preview in several environments', () => {
 
   it('gives several environments whole frames, with and without a target', async () => {
     const { answers } = await play(
-      [['poll', { target: largest }], ['poll'], ['poll', { target: 64 * 48 * 4 }], ['restart', { sizes }]], { prepare: useFakeCamera });
+      [['poll', { target: largest }], ['poll', { least: 0 }], ['poll', { target: 64 * 48 * 4, least: 0 }], ['restart', { sizes }]], { prepare: useFakeCamera });
     assert.deepEqual(answers.slice(0, 3).flatMap(({ faults }) => faults), []);
     assert.ok(answers.slice(0, 3).some(({ frames }) => frames > 0));
   });
 
   it('may be started and stopped by several at once', async () => {
     const { answers: [poller, ...starters], running } = await play(
-      [['poll', { target: largest }], ['restart', { sizes }], ['restart', { sizes, first: 3 }], ['capture']], { prepare: useFakeCamera });
+      [['poll', { target: largest, least: 0 }], ['restart', { sizes }], ['restart', { sizes, first: 3 }], ['capture']], { prepare: useFakeCamera });
     assert.deepEqual(poller.faults, []);
     assert.deepEqual(starters.map((starter) => starter.results ?? starter), [[0], [0], [0]]);
     assert.ok(starters[0].starts > 3 && starters[1].starts > 3);
@@ -209,7 +222,7 @@ describe('a direct preview in several environments', () => {
   });
 
   it('gives its lender frames while another environment gives them back', async () => {
-    const { answers: [lender] } = await play([['lend', { bytes }], ['disturb']], options);
+    const { answers: [lender] } = await play([['lend', { bytes, least: 1 }], ['disturb']], options);
     assert.deepEqual([lender.faults, lender.results], [[], [0]]);
     assert.ok(lender.frames > 0);
   });
