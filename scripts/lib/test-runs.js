@@ -213,7 +213,7 @@ export function targetsOf(selection, preset) {
   const database = JSON.parse(fs.readFileSync(path.join(binaryDirectory(preset), 'compile_commands.json'), 'utf8'));
   const wanted = new Set(selection.unit.map(({ file }) => file));
   const programs = database.filter(({ file }) => wanted.has(file))
-    .map(({ output: object }) => /CMakeFiles\/([^/]+)\.dir\//.exec(object)[1]);
+    .map(({ command }) => / -o \S*CMakeFiles\/([^/]+)\.dir\//.exec(command)[1]);
   const scripts = selection.script.length > 0 ? ['script_test_needs'] : [];
   const browser = selection.browser.length > 0 ? addonTargets : [];
   return [...new Set([...programs, ...scripts, ...browser])];
